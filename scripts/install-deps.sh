@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the project builds, tests and runs with.
+# Idempotent: installs only what is missing. As root it uses apt-get; otherwise
+# it prints the exact install line and exits non-zero.
+#   install-deps.sh          build and unit-test packages
+#   install-deps.sh --browser  also Chromium and Node.js for the page's browser tests
+#   install-deps.sh --bench    also the tools the benchmarks compare against
+set -euo pipefail
+
+packages=(build-essential cmake pkg-config ccache libjsoncpp-dev libsqlite3-dev sqlite3
+          libgtest-dev libgmock-dev libicu-dev libboost-dev libsodium-dev curl)
+for arg in "$@"; do
+  case "$arg" in
+    --browser) packages+=(chromium nodejs npm) ;;
+    --bench) packages+=(libbenchmark-dev wrk) ;;
+    *) echo "install-deps.sh: unknown option $arg" >&2; exit 2 ;;
+  esac
+done
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+line="apt-get install -y --no-install-recommends ${missing[*]}"
+if [ "$(id -u)" -ne 0 ]; then
+  echo "Missing packages. Install them as root with:" >&2
+  echo "  sudo apt-get update && sudo $line" >&2
+  exit 1
+fi
+echo "Installing: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+$line

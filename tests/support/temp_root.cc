@@ -1,0 +1,63 @@
+// Test fixtures: temporary appliance roots, system-log capture, SQLite files.
+#include "tests/support/temp_root.h"
+
+#include <sqlite3.h>
+#include <stdlib.h>
+
+#include <mutex>
+
+#include "platform/systemlog.h"
+#include "tools/lib/root_layout.h"
+
+TempRoot::TempRoot() {
+  char pattern[] = "/tmp/quor-root-XXXXXX";
+  const char* made = mkdtemp(pattern);
+  if (made == nullptr) ADD_FAILURE() << "mkdtemp failed";
+  path_ = made != nullptr ? made : "/nonexistent";
+  std::string error;
+  if (!InstallTexts(path_, QUOR_SOURCE_DIR "/texts", &error)) ADD_FAILURE() << error;
+  setenv("QUOR_ROOT", path_.c_str(), 1);
+}
+
+TempRoot::~TempRoot() {
+  unsetenv("QUOR_ROOT");
+  std::string command = "rm -rf '" + path_ + "'";
+  if (system(command.c_str()) != 0) ADD_FAILURE() << "cannot remove " << path_;
+}
+
+void TempRoot::Write(const std::string& fixedPath, const std::string& content) const {
+  ASSERT_TRUE(WriteTextFile(At(fixedPath), content)) << fixedPath;
+}
+
+SysLogCapture::SysLogCapture() { SLIBCSysLogSetSink(&SysLogCapture::Sink, this); }
+SysLogCapture::~SysLogCapture() { SLIBCSysLogSetSink(nullptr, nullptr); }
+
+void SysLogCapture::Sink(int priority, const char* line, void* self) {
+  static_cast<SysLogCapture*>(self)->lines_.emplace_back(priority, line);
+}
+
+bool SysLogCapture::Has(int priority, const std::string& text) const {
+  for (const auto& line : lines_) {
+    if (line.first == priority && line.second.find(text) != std::string::npos) return true;
+  }
+  return false;
+}
+
+std::string SysLogCapture::Dump() const {
+  std::string all;
+  for (const auto& line : lines_) all += std::to_string(line.first) + " " + line.second + "\n";
+  return all;
+}
+
+void MakeDatabase(const std::string& realPath, const std::string& sql) {
+  size_t slash = realPath.rfind('/');
+  ASSERT_TRUE(MakeDirs(realPath.substr(0, slash)));
+  sqlite3* db = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open(realPath.c_str(), &db));
+  char* error = nullptr;
+  int rc = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error);
+  std::string message = error != nullptr ? error : "";
+  sqlite3_free(error);
+  sqlite3_close(db);
+  ASSERT_EQ(SQLITE_OK, rc) << message;
+}

@@ -1,0 +1,4 @@
+// The export method (served in a later step; answers "method not available" until then).
+#include "api/methods.h"
+
+void ExportMethod(QUOR::APIRequest*, QUOR::APIResponse* response) { response->SetError(103); }

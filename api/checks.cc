@@ -28,17 +28,24 @@ struct Fetched {
 };
 
 const ParamRule kListRules[] = {
-    {"logtype", Kind::kText, QUOR::PARAM_OPTIONAL},    {"offset", Kind::kInteger, QUOR::PARAM_OPTIONAL},
-    {"limit", Kind::kInteger, QUOR::PARAM_OPTIONAL},   {"date_from", Kind::kInteger, QUOR::PARAM_OPTIONAL},
-    {"date_to", Kind::kInteger, QUOR::PARAM_OPTIONAL}, {"keyword", Kind::kText, QUOR::PARAM_OPTIONAL},
+    {"logtype", Kind::kText, QUOR::PARAM_OPTIONAL},
+    {"offset", Kind::kInteger, QUOR::PARAM_OPTIONAL},
+    {"limit", Kind::kInteger, QUOR::PARAM_OPTIONAL},
+    {"date_from", Kind::kInteger, QUOR::PARAM_OPTIONAL},
+    {"date_to", Kind::kInteger, QUOR::PARAM_OPTIONAL},
+    {"keyword", Kind::kText, QUOR::PARAM_OPTIONAL},
     {"level", Kind::kText, QUOR::PARAM_OPTIONAL},
 };
 
 const ParamRule kExportRules[] = {
-    {"logtype", Kind::kText, QUOR::PARAM_OPTIONAL},    {"offset", Kind::kInteger, QUOR::PARAM_OPTIONAL},
-    {"limit", Kind::kInteger, QUOR::PARAM_OPTIONAL},   {"date_from", Kind::kInteger, QUOR::PARAM_OPTIONAL},
-    {"date_to", Kind::kInteger, QUOR::PARAM_OPTIONAL}, {"keyword", Kind::kText, QUOR::PARAM_OPTIONAL},
-    {"level", Kind::kText, QUOR::PARAM_OPTIONAL},      {"format", Kind::kText, QUOR::PARAM_OPTIONAL},
+    {"logtype", Kind::kText, QUOR::PARAM_OPTIONAL},
+    {"offset", Kind::kInteger, QUOR::PARAM_OPTIONAL},
+    {"limit", Kind::kInteger, QUOR::PARAM_OPTIONAL},
+    {"date_from", Kind::kInteger, QUOR::PARAM_OPTIONAL},
+    {"date_to", Kind::kInteger, QUOR::PARAM_OPTIONAL},
+    {"keyword", Kind::kText, QUOR::PARAM_OPTIONAL},
+    {"level", Kind::kText, QUOR::PARAM_OPTIONAL},
+    {"format", Kind::kText, QUOR::PARAM_OPTIONAL},
 };
 
 const ParamRule kClearRules[] = {

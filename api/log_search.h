@@ -9,15 +9,15 @@
 
 // Filled by the list and export methods, normalised by FetchLogs, read by every log source.
 struct LogSearch {
-  std::string logtype;    // comma list of log types or category words
-  int64_t offset = 0;     // first record of the page
-  int64_t limit = 0;      // records of the page; 0: no limit
-  std::string sort;       // record key that orders the result
+  std::string logtype;  // comma list of log types or category words
+  int64_t offset = 0;   // first record of the page
+  int64_t limit = 0;    // records of the page; 0: no limit
+  std::string sort;     // record key that orders the result
   bool ascending = false;
   std::string keyword;    // empty: no keyword filter
   std::string date_from;  // epoch seconds as text; "0" or empty: no bound
   std::string date_to;
-  std::string level;      // level names on input, level digits ("1,2,3") after FetchLogs
+  std::string level;  // level names on input, level digits ("1,2,3") after FetchLogs
   std::string hostname;
   std::string program;
   std::string category;

@@ -14,10 +14,12 @@ struct CategoryWord {
 };
 
 const CategoryWord kCategoryWords[] = {
-    {"backup", "bkplog"},    {"backupserver", "bkpserverlog"}, {"usbcopy", "copylog"},
-    {"netbackup", "netbkplog"}, {"ftp", "ftpxfer"},           {"filedeck", "kyrfmxfer"},
-    {"webdav", "webdavxfer"}, {"cifs", "smbxfer"},            {"afp", "afpxfer"},
-    {"tftp", "tftpxfer"},     {"disk", "disk"},               {"all", "all"},
+    {"backup", "bkplog"},     {"backupserver", "bkpserverlog"},
+    {"usbcopy", "copylog"},   {"netbackup", "netbkplog"},
+    {"ftp", "ftpxfer"},       {"filedeck", "kyrfmxfer"},
+    {"webdav", "webdavxfer"}, {"cifs", "smbxfer"},
+    {"afp", "afpxfer"},       {"tftp", "tftpxfer"},
+    {"disk", "disk"},         {"all", "all"},
 };
 
 const char* LogTypeOfWord(const char* word) {

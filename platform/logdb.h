@@ -3,16 +3,15 @@
 
 #include <string>
 
-typedef struct QuorDbConnection* PQUORDB;  // one open database (and what is attached to it)
+typedef struct QuorDbConnection* PQUORDB;    // one open database (and what is attached to it)
 typedef struct QuorDbResult* PQUORDBRESULT;  // the rows of one statement, read in order
-typedef int QUORDBROW;                        // the current row of a result
+typedef int QUORDBROW;                       // the current row of a result
 
 // Opens an existing database file (resolved under the appliance root); never creates one.
 // host, user and password are reserved (pass 0). Waits for a writer's lock up to several
 // seconds. Every connection knows the SQL functions that GenSQLRegexp conditions use.
 // Returns null on failure.
-PQUORDB QUORDBConnect(const char* host, const char* user, const char* password,
-                      const char* path);
+PQUORDB QUORDBConnect(const char* host, const char* user, const char* password, const char* path);
 
 // Runs one statement. With result non-null the rows are handed out through *result (to be
 // released with QUORDBFreeResult); with result null they are discarded. Returns 0, or -1 on
@@ -21,8 +20,7 @@ int QUORDBExecute(PQUORDB conn, const char* sql, PQUORDBRESULT* result);
 
 // Runs a select with paging over the whole statement (compound selects included): at most
 // limit rows (0: every row) after skipping offset rows. Returns 0, or -1 on failure.
-int QUORDBSelectLimit(PQUORDB conn, const char* sql, int limit, int offset,
-                      PQUORDBRESULT* result);
+int QUORDBSelectLimit(PQUORDB conn, const char* sql, int limit, int offset, PQUORDBRESULT* result);
 
 // Advances to the next row. Returns 0, or -1 when no row is left or reading failed.
 int QUORDBFetchRow(PQUORDBRESULT result, QUORDBROW* row);

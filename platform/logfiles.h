@@ -1,8 +1,8 @@
 // Where the platform keeps its logs, how it shows times, and reading a log from its end.
 #pragma once
 
-#include <stdio.h>
 #include <stddef.h>
+#include <stdio.h>
 #include <time.h>
 
 #include <string>

@@ -107,19 +107,19 @@ typedef void (*APIHandler)(APIRequest* request, APIResponse* response);
 typedef bool (*APIChecker)(APIRequest* request, APIResponse* response);
 
 struct APIMethodEntry {
-  const char* api;       // API name, e.g. "QUOR.Core.SyslogClient.Log"
-  int version;           // API version
-  const char* method;    // method name
-  APIHandler handler;    // called only after the row's checker let the request through
+  const char* api;     // API name, e.g. "QUOR.Core.SyslogClient.Log"
+  int version;         // API version
+  const char* method;  // method name
+  APIHandler handler;  // called only after the row's checker let the request through
 };
 
 struct APICheckEntry {
-  const char* api;       // API name
-  int version;           // API version
-  const char* method;    // method name
-  APIChecker checker;    // true: proceed; false: it has set the error already
-  void* reserved1;       // always null
-  void* reserved2;       // always null
+  const char* api;     // API name
+  int version;         // API version
+  const char* method;  // method name
+  APIChecker checker;  // true: proceed; false: it has set the error already
+  void* reserved1;     // always null
+  void* reserved2;     // always null
 };
 
 // The exported entry points every module provides (extern "C", plain names).

@@ -26,8 +26,8 @@ int SLIBCUnicodeUTF8StrUpper(const char* source, char* target, size_t targetSize
   size_t length = strlen(source);
   if (length > INT32_MAX || targetSize - 1 > INT32_MAX) return -1;
   UErrorCode status = U_ZERO_ERROR;
-  int32_t written = ucasemap_utf8ToUpper(map, target, static_cast<int32_t>(targetSize - 1),
-                                         source, static_cast<int32_t>(length), &status);
+  int32_t written = ucasemap_utf8ToUpper(map, target, static_cast<int32_t>(targetSize - 1), source,
+                                         static_cast<int32_t>(length), &status);
   if (U_FAILURE(status) || written < 0 || static_cast<size_t>(written) > targetSize - 1) {
     return -1;
   }

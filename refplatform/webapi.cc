@@ -40,8 +40,8 @@ APIParameter<int> APIRequest::GetAndCheckInt(const std::string& name, PARAM_NECE
   const Json::Value* found = params_.find(name.data(), name.data() + name.size());
   if (found == nullptr) return APIParameter<int>(false, necessity == PARAM_REQUIRED, 0);
   // Only a JSON integer counts: 1.0 is a real even though its value is integral.
-  bool integral = (found->type() == Json::intValue || found->type() == Json::uintValue) &&
-                  found->isInt();
+  bool integral =
+      (found->type() == Json::intValue || found->type() == Json::uintValue) && found->isInt();
   if (!integral) return APIParameter<int>(true, true, 0);
   int value = found->asInt();
   bool invalid = validator != nullptr && !validator(value);

@@ -61,9 +61,9 @@ TEST(Catalogue, CategoryMapping) {
   EXPECT_EQ("bkplog,ftpxfer,all", MapCategoriesToLogTypes("backup,ftp,all"));
   EXPECT_EQ("system", MapCategoriesToLogTypes("system"));
   EXPECT_EQ("syslog", MapCategoriesToLogTypes(""));
-  EXPECT_EQ("bkpserverlog,copylog,netbkplog,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer,disk",
-            MapCategoriesToLogTypes(
-                "backupserver,usbcopy,netbackup,filedeck,webdav,cifs,afp,tftp,disk"));
+  EXPECT_EQ(
+      "bkpserverlog,copylog,netbkplog,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer,disk",
+      MapCategoriesToLogTypes("backupserver,usbcopy,netbackup,filedeck,webdav,cifs,afp,tftp,disk"));
   // Exact words only; empty items keep their separators.
   EXPECT_EQ("Backup,,connection", MapCategoriesToLogTypes("Backup,,connection"));
   EXPECT_EQ(",", MapCategoriesToLogTypes(","));
@@ -75,7 +75,8 @@ TEST(Catalogue, FirstTypeAndTitleKey) {
   EXPECT_EQ("copylog", GetFirstLogType("copylog,system"));
   EXPECT_TRUE(log.lines().empty());
   EXPECT_EQ("system", GetFirstLogType(""));
-  EXPECT_TRUE(log.Has(LOG_ERR, "QUOR.Core.SyslogClient.Log:118 Get first logtype failed. log types: ."))
+  EXPECT_TRUE(
+      log.Has(LOG_ERR, "QUOR.Core.SyslogClient.Log:118 Get first logtype failed. log types: ."))
       << log.Dump();
 
   EXPECT_EQ("log_xfer", GetLogTypeTextKey("smbxfer"));

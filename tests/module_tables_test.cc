@@ -1,0 +1,76 @@
+// The built module as the server sees it: its dynamic symbols and the tables it exports.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <stdio.h>
+
+#include <set>
+#include <string>
+
+#include "platform/webapi.h"
+
+TEST(ModuleLibrary, ExportsExactlyItsEntryPoints) {
+  std::string command = "nm -D -C --defined-only '" QUOR_MODULE_PATH "'";
+  FILE* nm = popen(command.c_str(), "r");
+  ASSERT_NE(nullptr, nm);
+  std::set<std::string> names;
+  char line[512];
+  while (fgets(line, sizeof line, nm) != nullptr) {
+    std::string text(line);
+    text.erase(text.find_last_not_of("\n") + 1);
+    // "<address> <type> <name>"; the name may contain blanks only inside a signature.
+    size_t second = text.find(' ', text.find(' ') + 1);
+    names.insert(text.substr(second + 1));
+  }
+  ASSERT_EQ(0, pclose(nm));
+  EXPECT_EQ((std::set<std::string>{"GetAPITable", "GetAPICheckTable", "gCheckTable",
+                                   "LogConvertTime(long)"}),
+            names);
+}
+
+TEST(ModuleLibrary, TablesWalkToTheirTerminators) {
+  void* module = dlopen(QUOR_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(nullptr, module) << dlerror();
+  auto getApiTable = reinterpret_cast<QUOR::GetAPITableFn>(dlsym(module, "GetAPITable"));
+  auto getCheckTable =
+      reinterpret_cast<QUOR::GetAPICheckTableFn>(dlsym(module, "GetAPICheckTable"));
+  auto* checkTable = static_cast<const QUOR::APICheckEntry*>(dlsym(module, "gCheckTable"));
+  ASSERT_NE(nullptr, getApiTable);
+  ASSERT_NE(nullptr, getCheckTable);
+  ASSERT_EQ(checkTable, getCheckTable());
+  EXPECT_EQ(getApiTable(), getApiTable());
+  EXPECT_EQ(getCheckTable(), getCheckTable());
+
+  std::string methods;
+  const QUOR::APIMethodEntry* row = getApiTable();
+  for (; row->api != nullptr; ++row) {
+    EXPECT_STREQ("QUOR.Core.SyslogClient.Log", row->api);
+    EXPECT_EQ(1, row->version);
+    EXPECT_NE(nullptr, row->handler);
+    methods += std::string(row->method) + " ";
+  }
+  EXPECT_EQ("list export clear ", methods);
+  EXPECT_EQ(0, row->version);
+  EXPECT_EQ(nullptr, row->method);
+  EXPECT_EQ(nullptr, row->handler);
+
+  std::string checks;
+  const QUOR::APICheckEntry* check = checkTable;
+  for (; check->api != nullptr; ++check) {
+    checks += std::string(check->method) + "/" + std::to_string(check->version) + " ";
+    EXPECT_EQ(nullptr, check->reserved1);
+    EXPECT_EQ(nullptr, check->reserved2);
+  }
+  EXPECT_EQ("export/1 clear/1 list/1 get_remotearch_subfolder/0 ", checks);
+  EXPECT_EQ(nullptr, check->checker);
+  EXPECT_EQ(nullptr, check->method);
+  QUOR::APIRequest request(Json::Value(), "", "");
+  QUOR::APIResponse response;
+  EXPECT_TRUE(checkTable[3].checker(&request, &response));
+  EXPECT_FALSE(response.IsAnswered());
+
+  using ConvertFn = const char* (*)(long);
+  auto convert = reinterpret_cast<ConvertFn>(dlsym(module, "_Z14LogConvertTimel"));
+  ASSERT_NE(nullptr, convert);
+  EXPECT_EQ(10u, std::string(convert(86400 * 365)).size());
+  dlclose(module);
+}

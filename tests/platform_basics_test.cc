@@ -1,0 +1,198 @@
+// The reference platform's basic operations on a real temporary appliance root.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include "platform/root.h"
+#include "platform/slibc.h"
+#include "platform/stringbundle.h"
+#include "platform/systemlog.h"
+#include "platform/webapi.h"
+#include "tests/support/temp_root.h"
+
+TEST(PlatformStringList, GrowsPastItsInitialSizeAndKeepsEmptyItems) {
+  PSLIBSZLIST list = SLIBCSzListAlloc(2);
+  ASSERT_NE(nullptr, list);
+  for (int i = 0; i < 1000; ++i) {
+    ASSERT_EQ(0, SLIBCSzListPush(&list, std::to_string(i).c_str()));
+  }
+  EXPECT_EQ(1000, list->nItem);
+  EXPECT_STREQ("0", SLIBCSzListGet(list, 0));
+  EXPECT_STREQ("999", SLIBCSzListGet(list, 999));
+  EXPECT_EQ(nullptr, SLIBCSzListGet(list, 1000));
+  EXPECT_EQ(nullptr, SLIBCSzListGet(list, -1));
+  EXPECT_EQ(-1, SLIBCSzListPush(&list, nullptr));
+  SLIBCSzListFree(list);
+
+  list = SLIBCSzListAlloc(1);
+  EXPECT_EQ(5, SLIBCStrSep(",a,,b,", ",", &list));
+  ASSERT_EQ(5, list->nItem);
+  EXPECT_STREQ("", SLIBCSzListGet(list, 0));
+  EXPECT_STREQ("a", SLIBCSzListGet(list, 1));
+  EXPECT_STREQ("", SLIBCSzListGet(list, 2));
+  EXPECT_STREQ("b", SLIBCSzListGet(list, 3));
+  EXPECT_STREQ("", SLIBCSzListGet(list, 4));
+  EXPECT_EQ(0, SLIBCStrSep("", ",", &list));  // an empty text adds nothing
+  EXPECT_EQ(1, SLIBCStrSep(" x y ", ",", &list));
+  EXPECT_STREQ(" x y ", SLIBCSzListGet(list, 5));
+  EXPECT_EQ(-1, SLIBCStrSep(nullptr, ",", &list));
+  SLIBCSzListFree(list);
+  SLIBCSzListFree(nullptr);
+}
+
+TEST(PlatformRoot, ResolvesFixedPathsUnderQuorRoot) {
+  unsetenv("QUOR_ROOT");
+  EXPECT_EQ("/", QuorRoot());
+  EXPECT_EQ("/var/log/quorlog/.QUORSYSDB", QuorResolvePath("/var/log/quorlog/.QUORSYSDB"));
+  setenv("QUOR_ROOT", "", 1);
+  EXPECT_EQ("/etc/quor.conf", QuorResolvePath("/etc/quor.conf"));
+  setenv("QUOR_ROOT", "/srv/appliance/", 1);
+  EXPECT_EQ("/srv/appliance/etc/quor.conf", QuorResolvePath("/etc/quor.conf"));
+  // Resolving a resolved path changes nothing; a sibling with a common prefix is not "under".
+  EXPECT_EQ("/srv/appliance/etc/quor.conf", QuorResolvePath("/srv/appliance/etc/quor.conf"));
+  EXPECT_EQ("/srv/appliance/srv/appliance2/x", QuorResolvePath("/srv/appliance2/x"));
+  unsetenv("QUOR_ROOT");
+}
+
+TEST(PlatformFiles, ExistenceAndKeyValuesUnderTheRoot) {
+  TempRoot root;
+  root.Write("/etc.defaults/quorinfo.conf",
+             "# unit facts\nupnpmodelname=\"QS-1800\"\nbare = plain value \nempty=\"\"\n"
+             "upnpmodelname_old=\"x\"\nshort=abcdefghij\n");
+  EXPECT_EQ(1, SLIBCFileExist("/etc.defaults/quorinfo.conf"));
+  EXPECT_EQ(0, SLIBCFileExist("/etc.defaults/missing.conf"));
+  EXPECT_EQ(0, SLIBCFileExist("/etc.defaults"));  // a directory is not a file
+
+  char value[64];
+  EXPECT_GE(
+      SLIBCFileGetKeyValue("/etc.defaults/quorinfo.conf", "upnpmodelname", value, sizeof value, 0),
+      1);
+  EXPECT_STREQ("QS-1800", value);
+  EXPECT_GE(SLIBCFileGetKeyValue("/etc.defaults/quorinfo.conf", "bare", value, sizeof value, 0), 1);
+  EXPECT_STREQ("plain value", value);
+  EXPECT_EQ(1,
+            SLIBCFileGetKeyValue("/etc.defaults/quorinfo.conf", "empty", value, sizeof value, 0));
+  EXPECT_STREQ("", value);
+  char small[4];
+  EXPECT_GE(SLIBCFileGetKeyValue("/etc.defaults/quorinfo.conf", "short", small, sizeof small, 0),
+            1);
+  EXPECT_STREQ("abc", small);
+  EXPECT_EQ(0, SLIBCFileGetKeyValue("/etc.defaults/quorinfo.conf", "upnp", value, sizeof value, 0));
+  EXPECT_EQ(
+      -1, SLIBCFileGetKeyValue("/etc.defaults/none.conf", "upnpmodelname", value, sizeof value, 0));
+}
+
+TEST(PlatformUnicode, FullUpperCaseAndBufferLimits) {
+  char out[64];
+  ASSERT_EQ(0, SLIBCUnicodeUTF8StrUpper("Disk full", out, sizeof out));
+  EXPECT_STREQ("DISK FULL", out);
+  ASSERT_EQ(0, SLIBCUnicodeUTF8StrUpper("größe ünd çé", out, sizeof out));
+  EXPECT_STREQ("GRÖSSE ÜND ÇÉ", out);  // ß becomes SS: full, not one-to-one, mapping
+  ASSERT_EQ(0, SLIBCUnicodeUTF8StrUpper("σπίτι", out, sizeof out));
+  EXPECT_STREQ("ΣΠΊΤΙ", out);
+  // "abc" needs four bytes with its NUL; "ŉ" (2 bytes) grows to "ʼN" (3 bytes) plus NUL.
+  EXPECT_EQ(-1, SLIBCUnicodeUTF8StrUpper("abc", out, 3));
+  EXPECT_EQ(0, SLIBCUnicodeUTF8StrUpper("abc", out, 4));
+  EXPECT_EQ(-1, SLIBCUnicodeUTF8StrUpper("ŉ", out, 3));
+  EXPECT_EQ(0, SLIBCUnicodeUTF8StrUpper("ŉ", out, 4));
+  EXPECT_STREQ("ʼN", out);
+  EXPECT_EQ(-1, SLIBCUnicodeUTF8StrUpper(nullptr, out, sizeof out));
+  // Bytes that are not UTF-8 do not stop the rest from being upper-cased.
+  ASSERT_EQ(0, SLIBCUnicodeUTF8StrUpper("a\xff"
+                                        "b",
+                                        out, sizeof out));
+  EXPECT_EQ('A', out[0]);
+  EXPECT_EQ('B', out[strlen(out) - 1]);
+}
+
+TEST(PlatformSysLog, SinkCapturesLinesWithPriority) {
+  SysLogCapture capture;
+  SLIBCSysLog(LOG_ERR, "%s:%d %s", "source", 42, "went wrong");
+  SLIBCSysLog(LOG_DEBUG, "long %s", std::string(3000, 'x').c_str());
+  ASSERT_EQ(2u, capture.lines().size());
+  EXPECT_EQ(LOG_ERR, capture.lines()[0].first);
+  EXPECT_EQ("source:42 went wrong", capture.lines()[0].second);
+  EXPECT_EQ(LOG_DEBUG, capture.lines()[1].first);
+  EXPECT_EQ(3005u, capture.lines()[1].second.size());
+}
+
+TEST(PlatformStringBundle, SectionsLanguageAndFallback) {
+  TempRoot root;
+  {
+    StringBundle log("log");
+    EXPECT_STREQ("System", log.Text("log_link_system", ""));
+    EXPECT_STREQ("", log.Text("pppoe_IP", ""));  // not in the bundle's sections
+    EXPECT_STREQ("", log.Text("no_such_key", ""));
+    EXPECT_STREQ("Verbindung", log.Text("log_link_connection", "de"));
+    EXPECT_STREQ("Connection", log.Text("log_link_connection", "../../etc"));
+  }
+  root.Write("/etc/quor.conf", "language=\"de\"\n");
+  root.Write("/usr/quor/quorman/webman/texts/de/strings", "[log]\nlog_link_system=\"Systém\"\n");
+  StringBundle first("pppoe", "log");
+  EXPECT_STREQ("Systém", first.Text("log_link_system", ""));
+  // Keys the language lacks come from English.
+  EXPECT_STREQ("IP address", first.Text("pppoe_IP", nullptr));
+}
+
+TEST(PlatformWebApi, ParameterKindsAndConversions) {
+  using QUOR::WebAPIUtil::ParseJson;
+  Json::Value params = ParseJson(
+      R"({"text":"a","number":7,"big":4294967296,"real":1.0,"neg":-5,"flag":true,"obj":{"k":[1]}})");
+  QUOR::APIRequest request(params, "admin", "de");
+  EXPECT_EQ("admin", request.GetLoginUserName());
+  EXPECT_EQ("de", request.GetUILanguage());
+
+  auto text = request.GetAndCheckString("text", QUOR::PARAM_OPTIONAL, nullptr);
+  EXPECT_TRUE(text.IsSet());
+  EXPECT_FALSE(text.IsInvalid());
+  EXPECT_EQ("a", text.Get());
+  EXPECT_TRUE(request.GetAndCheckString("number", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
+  auto absent = request.GetAndCheckString("absent", QUOR::PARAM_OPTIONAL, nullptr);
+  EXPECT_FALSE(absent.IsSet());
+  EXPECT_FALSE(absent.IsInvalid());
+  EXPECT_TRUE(request.GetAndCheckString("absent", QUOR::PARAM_REQUIRED, nullptr).IsInvalid());
+  EXPECT_TRUE(request
+                  .GetAndCheckString("text", QUOR::PARAM_OPTIONAL,
+                                     [](const std::string& v) { return v == "b"; })
+                  .IsInvalid());
+
+  EXPECT_FALSE(request.GetAndCheckInt("number", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
+  EXPECT_FALSE(request.GetAndCheckInt("neg", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
+  EXPECT_TRUE(request.GetAndCheckInt("big", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
+  EXPECT_TRUE(request.GetAndCheckInt("real", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
+  EXPECT_TRUE(request.GetAndCheckInt("text", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
+  EXPECT_TRUE(request.GetAndCheckInt("flag", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
+
+  using QUOR::WebAPIUtil::ToInt;
+  using QUOR::WebAPIUtil::ToText;
+  EXPECT_EQ(0, ToInt(Json::Value("0")));
+  EXPECT_EQ(25, ToInt(Json::Value("25")));
+  EXPECT_EQ(0, ToInt(Json::Value("abc")));
+  EXPECT_EQ(2147483647, ToInt(params["big"]));
+  EXPECT_EQ(-5, ToInt(params["neg"]));
+  EXPECT_EQ(0, ToInt(params["obj"]));
+  EXPECT_EQ("1600000000", ToText(Json::Value(1600000000)));
+  EXPECT_EQ("", ToText(Json::Value()));
+  EXPECT_EQ("true", ToText(params["flag"]));
+  EXPECT_EQ(R"({"k":[1]})", ToText(params["obj"]));
+
+  EXPECT_TRUE(ParseJson("[1, 2").isNull());
+  EXPECT_TRUE(ParseJson("1 2").isNull());
+  EXPECT_TRUE(QUOR::APIValidator::IsBelong(text, ParseJson("[\"x\", \"a\"]")));
+  EXPECT_FALSE(QUOR::APIValidator::IsBelong(text, ParseJson("[\"x\"]")));
+  EXPECT_FALSE(QUOR::APIValidator::IsBelong(absent, ParseJson("[\"\"]")));
+}
+
+TEST(PlatformWebApi, ResponseEnvelope) {
+  QUOR::APIResponse response;
+  EXPECT_EQ(100, response.Envelope()["error"]["code"].asInt());
+  response.SetSuccess();
+  EXPECT_EQ(R"({"success":true})", QUOR::WebAPIUtil::ToText(response.Envelope()));
+  response.SetError(5001);
+  EXPECT_EQ(R"({"error":{"code":5001},"success":false})",
+            QUOR::WebAPIUtil::ToText(response.Envelope()));
+  Json::Value data(Json::objectValue);
+  data["total"] = 3;
+  response.SetSuccess(data);
+  EXPECT_EQ(3, response.Envelope()["data"]["total"].asInt());
+  EXPECT_TRUE(response.IsOutputEnabled());
+}

@@ -1,0 +1,36 @@
+// quor-webapi: the platform's web-API server and its command-line companions.
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "server/commands.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: quor-webapi call [--root DIR] [--modules DIR] [--user NAME] [--lang LANG]\n"
+    "                        API VERSION METHOD [NAME=VALUE ...]\n"
+    "       quor-webapi serve --root DIR [--listen 127.0.0.1:8080] [--workers N]\n"
+    "                         [--modules DIR] [--ui DIR]\n"
+    "       quor-webapi adduser --root DIR NAME [--admin] [--lang en|de]   (password on stdin)\n";
+
+}  // namespace
+
+void UseRoot(const std::string& dir) { setenv("QUOR_ROOT", dir.c_str(), 1); }
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    fputs(kUsage, stderr);
+    return kExitUsage;
+  }
+  std::string command = argv[1];
+  Args args(argv + 2, argv + argc);
+  if (command == "call") return CallCommand(args);
+  if (command == "serve") return ServeCommand(args);
+  if (command == "adduser") return AddUserCommand(args);
+  if (command == "--help" || command == "-h" || command == "help") {
+    fputs(kUsage, stdout);
+    return kExitOk;
+  }
+  fprintf(stderr, "quor-webapi: unknown command '%s'\n%s", command.c_str(), kUsage);
+  return kExitUsage;
+}

@@ -1,0 +1,23 @@
+// The CSV export document: an HTTP attachment of comma-separated lines ended by "\r\n".
+#pragma once
+
+#include <json/value.h>
+#include <stdio.h>
+
+#include <string>
+#include <vector>
+
+// field between double quotes, each of its quotes doubled, when it holds a double quote, a
+// comma or a NUL byte; otherwise unchanged. Line breaks alone do not cause quoting: the
+// readers of these files have always received them bare.
+std::string CsvQuote(const std::string& field);
+
+// The HTTP header block and the title line (title printed as given), offered as fileName.
+void WriteCsvHead(FILE* out, const std::string& fileName, const char* title);
+
+// The heading line and one line per record in the layout of effectiveType. Nothing with no
+// records; nothing but a logged message for a type without a layout. Only the last field of a
+// record is quoted, and the heading line ends with a comma: importers of these files expect
+// both.
+void WriteCsvBody(FILE* out, const std::string& effectiveType, const std::string& language,
+                  const std::vector<Json::Value>& records);

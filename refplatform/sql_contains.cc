@@ -1,0 +1,67 @@
+// Case-insensitive literal containment as an SQL function, and the conditions that use it.
+// ASCII columns take UpperText's inline path: a per-row trip through ICU would dominate a
+// keyword search over a large log.
+#include "sql_contains.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+
+#include "platform/logdb.h"
+#include "upper_text.h"
+
+namespace {
+
+void DeleteString(void* p) { delete static_cast<std::string*>(p); }
+
+void ContainsFunction(sqlite3_context* context, int, sqlite3_value** args) {
+  const char* text = reinterpret_cast<const char*>(sqlite3_value_text(args[0]));
+  const char* keyword = reinterpret_cast<const char*>(sqlite3_value_text(args[1]));
+  if (text == nullptr || keyword == nullptr || text[0] == '\0' || keyword[0] == '\0') {
+    sqlite3_result_int(context, 0);
+    return;
+  }
+  // The keyword is a constant of the statement: upper-case it once and keep it with it.
+  auto* upperKeyword = static_cast<std::string*>(sqlite3_get_auxdata(context, 1));
+  if (upperKeyword == nullptr) {
+    upperKeyword = new std::string;
+    if (!UpperText(keyword, strlen(keyword), upperKeyword)) {
+      delete upperKeyword;
+      sqlite3_result_int(context, 0);
+      return;
+    }
+    sqlite3_set_auxdata(context, 1, upperKeyword, DeleteString);
+    upperKeyword = static_cast<std::string*>(sqlite3_get_auxdata(context, 1));
+    if (upperKeyword == nullptr) {  // SQLite could not keep it; it has been deleted
+      sqlite3_result_error_nomem(context);
+      return;
+    }
+  }
+  thread_local std::string upperText;
+  if (!UpperText(text, strlen(text), &upperText)) {
+    sqlite3_result_int(context, 0);
+    return;
+  }
+  bool found = memmem(upperText.data(), upperText.size(), upperKeyword->data(),
+                      upperKeyword->size()) != nullptr;
+  sqlite3_result_int(context, found ? 1 : 0);
+}
+
+}  // namespace
+
+int RegisterContainsFunction(sqlite3* db) {
+  return sqlite3_create_function_v2(db, QUOR_CONTAINS_FUNCTION, 2,
+                                    SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, nullptr,
+                                    ContainsFunction, nullptr, nullptr, nullptr);
+}
+
+std::string GenSQLRegexp(const std::string& keyword, const std::string& column) {
+  // The keyword goes in as a quoted literal, so no character of it has a meaning to SQL or to
+  // a pattern syntax: the function compares literal text.
+  char* escaped = QUORDBEscapeStrAllocEX2(0, keyword.c_str());
+  if (escaped == nullptr) return "0";
+  std::string condition = std::string(QUOR_CONTAINS_FUNCTION "(") + column + ", '" + escaped + "')";
+  free(escaped);
+  return condition;
+}

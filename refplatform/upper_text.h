@@ -1,0 +1,11 @@
+// Upper-casing whole texts for case-insensitive comparisons inside the reference platform.
+#pragma once
+
+#include <stddef.h>
+
+#include <string>
+
+// The upper-case form of the UTF-8 text (length bytes, NUL-terminated) into *out, by the rule of
+// SLIBCUnicodeUTF8StrUpper (full Unicode case mapping) but with room for any growth. ASCII text
+// takes a fast path with the same result. False when the text cannot be converted.
+bool UpperText(const char* text, size_t length, std::string* out);

@@ -1,0 +1,111 @@
+// The backup services' plain-text logs: the last lines of one file, filtered in memory.
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "api/module_log.h"
+#include "catalogue/log_types.h"
+#include "catalogue/text_helpers.h"
+#include "platform/logfiles.h"
+#include "platform/stringbundle.h"
+#include "sources/log_sources.h"
+#include "sources/record_fields.h"
+
+namespace {
+
+constexpr int kMaxLines = 15000;
+constexpr size_t kPathSize = 4096;
+
+// A date bound of the search as the date text of the file lines; "" for no bound.
+std::string DateBound(const std::string& seconds) {
+  if (seconds.empty() || seconds == "0") return std::string();
+  return QUORLogConvertTime1(static_cast<time_t>(strtoll(seconds.c_str(), nullptr, 10)));
+}
+
+struct LineFilter {
+  std::string display;  // localized name of the log type
+  std::string name;     // catalogue name
+  std::string from;     // date bounds as date texts, "" for none
+  std::string to;
+};
+
+// Turns one line "level\ttime\tuser\tmessage" into a record, unless it is malformed (debug
+// message) or the search filters it out. line is cut up in place.
+void AddLine(char* line, const LogSearch& search, const LineFilter& filter,
+             std::vector<Json::Value>* records) {
+  std::string original = line;
+  char* save = nullptr;
+  const char* level = strtok_r(line, "\t", &save);
+  if (level == nullptr) {
+    LOG_DEBUG_AT(40, "Bad Log format szLevel: %s", original.c_str());
+    return;
+  }
+  int levelNumber = LevelNumber(level);
+  const char* time = strtok_r(nullptr, "\t", &save);
+  if (time == nullptr) {
+    LOG_DEBUG_AT(46, "Bad Log formate szTime: %s", original.c_str());
+    return;
+  }
+  char* user = strtok_r(nullptr, "\t", &save);
+  if (user == nullptr) {
+    LOG_DEBUG_AT(51, "Bad Log formate szUser: %s", original.c_str());
+    return;
+  }
+  // The services end the user field with a separator character; it is not part of the name.
+  user[strlen(user) - 1] = '\0';
+  if (save == nullptr) {
+    LOG_DEBUG_AT(57, "Bad Log formate saveptr: %s", original.c_str());
+    return;
+  }
+  Json::Value record(Json::objectValue);
+  record["logtype"] = filter.display;
+  record["orginalLogType"] = filter.name;
+  record["descr"] = save;
+  record["who"] = user;
+  if (!search.keyword.empty() && !ContainsKeyword(save, search.keyword) &&
+      !ContainsKeyword(user, search.keyword)) {
+    return;
+  }
+  record["time"] = time;
+  // The date texts sort chronologically, so a byte-wise comparison is a date comparison.
+  if (!filter.from.empty() && strcmp(filter.from.c_str(), time) > 0) return;
+  if (!filter.to.empty() && strcmp(filter.to.c_str(), time) < 0) return;
+  if (!LevelKept(search, levelNumber)) return;
+  record["level"] = levelNumber == 3 ? "err" : levelNumber == 2 ? "warn" : "info";
+  records->push_back(std::move(record));
+}
+
+}  // namespace
+
+void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records) {
+  const LogTypeEntry* entry = FindLogTypeEntry(search.logtype);
+  if (entry == nullptr) return;
+  char path[kPathSize];
+  memset(path, 0, sizeof path);
+  // The first answer only probes for the file; the second decides.
+  if (QUORLogFilePathGet(entry->id, path, sizeof path) != -1) (void)access(path, F_OK);
+  memset(path, 0, sizeof path);
+  if (QUORLogFilePathGet(entry->id, path, sizeof path) != 0) return;
+
+  StringBundle texts("log");
+  LineFilter filter;
+  filter.display = texts.Text(entry->textKey, nullptr);
+  filter.name = entry->name;
+  filter.from = DateBound(search.date_from);
+  filter.to = DateBound(search.date_to);
+
+  FILE* file = fopen(path, "r");
+  if (file == nullptr) return;
+  char** lines = nullptr;
+  int count = 0;
+  if (readfileinreverse(file, &lines, &count, kMaxLines) < 0) {
+    LOG_ERROR_AT(102, "Read %s inversely failed.", path);
+  } else {
+    for (int i = 0; i < count; ++i) {
+      if (lines[i] != nullptr) AddLine(lines[i], search, filter, records);
+    }
+  }
+  for (int i = 0; i < count; ++i) free(lines[i]);
+  free(lines);
+  fclose(file);
+}

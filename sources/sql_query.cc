@@ -1,0 +1,118 @@
+// SQL assembly shared by the database log sources.
+#include "sources/sql_query.h"
+
+#include <stdlib.h>
+
+#include <climits>
+#include <cstdint>
+
+#include "api/module_log.h"
+#include "platform/slibc.h"
+
+std::string EscapeSqlString(const std::string& text) {
+  char* escaped = QUORDBEscapeStrAllocEX2(0, text.c_str());
+  if (escaped == nullptr) return std::string();
+  std::string copy = escaped;
+  free(escaped);
+  return copy;
+}
+
+std::string DateBounds(const LogSearch& search) {
+  std::string bounds;
+  std::string from = EscapeSqlString(search.date_from);
+  std::string to = EscapeSqlString(search.date_to);
+  if (!from.empty() && from != "0") bounds += " AND time >= '" + from + "'";
+  if (!to.empty() && to != "0") bounds += " AND time <= '" + to + "'";
+  return bounds;
+}
+
+std::string BuildFilterClause(const LogSearch& search, const char* patternColumn) {
+  std::string clause;
+  if (search.keyword.empty()) {
+    clause = " WHERE 1=1";
+  } else {
+    // The user name is matched with GLOB, case-sensitive; GLOB's own wildcards in the keyword
+    // keep their meaning there, as clients have always seen.
+    clause = " WHERE ((username GLOB '*" + EscapeSqlString(search.keyword) + "*') OR " +
+             GenSQLRegexp(search.keyword, patternColumn) + ")";
+  }
+  return clause + DateBounds(search);
+}
+
+bool CheckSortField(const std::string& sort, const char* const* allowed) {
+  for (; *allowed != nullptr; ++allowed) {
+    if (sort == *allowed) return true;
+  }
+  LOG_ERROR_AT(46, "Bad sort field.");
+  return false;
+}
+
+MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
+                                             const std::string& displayName,
+                                             const std::string& path) {
+  if (!SLIBCFileExist(path.c_str())) {
+    LOG_DEBUG_AT(54, "%s is not exist. (%s is not enable?)", path.c_str(), typeName.c_str());
+    return kSkipped;
+  }
+  // The display name is localized text: escaped so that a quote in a translation cannot break
+  // the statement.
+  std::string display = EscapeSqlString(displayName);
+  if (conn_ == nullptr) {
+    conn_ = QUORDBConnect(0, 0, 0, path.c_str());
+    if (conn_ == nullptr) {
+      LOG_ERROR_AT(63, "Failed to connect to %s database", typeName.c_str());
+      return kConnectFailed;
+    }
+    sql_ += " SELECT *, '" + typeName + "' as orginalLogType, '" + display +
+            "' as logtype FROM logs " + filter_;
+    return kAdded;
+  }
+  std::string attach = "ATTACH \"" + path + "\" as " + typeName;
+  if (QUORDBExecute(conn_, attach.c_str(), nullptr) < 0) {
+    LOG_ERROR_AT(72, "Failed to attach %s database", typeName.c_str());
+    return kSkipped;
+  }
+  sql_ += " UNION ALL SELECT *, '" + typeName + "' as orginalLogType, '" + display +
+          "' as logtype FROM " + typeName + ".logs " + filter_;
+  return kAdded;
+}
+
+std::string OrderBy(const std::string& sort, bool ascending) {
+  return " ORDER BY " + sort + (ascending ? " ASC" : " DESC");
+}
+
+int SelectPage(PQUORDB conn, const std::string& sql, const LogSearch& search,
+               PQUORDBRESULT* result) {
+  // The layer pages with 32-bit values; larger requests mean "as far as there are rows".
+  auto clamp = [](int64_t v) { return static_cast<int>(v > INT_MAX ? INT_MAX : v < 0 ? 0 : v); };
+  if (QUORDBSelectLimit(conn, sql.c_str(), clamp(search.limit), clamp(search.offset), result) < 0) {
+    LOG_ERROR_AT(89, "Failed to select %s from database. [%s]", search.logtype.c_str(),
+                 sql.c_str());
+    return -1;
+  }
+  return 0;
+}
+
+int CountRows(PQUORDB conn, const std::string& select) {
+  std::string count = "SELECT count(*) AS count_result FROM (" + select + ") as tempQuery";
+  PQUORDBRESULT result = nullptr;
+  if (QUORDBExecute(conn, count.c_str(), &result) < 0) {
+    LOG_ERROR_AT(100, "SELECT error: %s\n", QUORDBErrorGet(conn));
+    return -1;
+  }
+  QUORDBROW row;
+  if (QUORDBFetchRow(result, &row) < 0) {
+    QUORDBFreeResult(result);
+    LOG_ERROR_AT(106, "Failed to fetch row");
+    return -1;
+  }
+  const char* total = QUORDBFetchField(result, row, "count_result");
+  if (total == nullptr) {
+    QUORDBFreeResult(result);
+    LOG_ERROR_AT(112, "Failed to fetch field");
+    return -1;
+  }
+  int value = static_cast<int>(strtoll(total, nullptr, 10));
+  QUORDBFreeResult(result);
+  return value;
+}

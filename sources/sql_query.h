@@ -1,0 +1,62 @@
+// SQL assembly shared by the database log sources: the filter clause, the select arms that merge
+// several log databases into one result, the paged select and the count query.
+#pragma once
+
+#include <string>
+
+#include "api/log_search.h"
+#include "platform/logdb.h"
+
+// text escaped for use inside single quotes; the empty text when escaping fails.
+std::string EscapeSqlString(const std::string& text);
+
+// " AND time >= 'F'" and " AND time <= 'T'" for the bounds of search that are set (neither empty
+// nor "0"), escaped.
+std::string DateBounds(const LogSearch& search);
+
+// The complete WHERE clause of the system and transfer sources: " WHERE 1=1" without keyword,
+// else the user-name GLOB or the pattern condition on patternColumn; then the date bounds.
+std::string BuildFilterClause(const LogSearch& search, const char* patternColumn);
+
+// True when sort is one of the null-terminated allowed columns; otherwise logs "Bad sort
+// field." and returns false. The sort column is pasted into SQL unquoted: this is its guard.
+bool CheckSortField(const std::string& sort, const char* const* allowed);
+
+// One select over the databases of several log types: the first existing database is opened
+// as the main one, the others are attached under their log-type name, and each contributes an
+// arm "SELECT *, '<type>' as orginalLogType, '<display>' as logtype FROM ..." joined by UNION ALL.
+// Owns the connection and closes it when destroyed.
+class MergedSelect {
+ public:
+  enum ArmResult { kAdded, kSkipped, kConnectFailed };
+
+  explicit MergedSelect(std::string filter) : filter_(std::move(filter)) {}
+  ~MergedSelect() { QUORDBClose(conn_); }
+  MergedSelect(const MergedSelect&) = delete;
+  MergedSelect& operator=(const MergedSelect&) = delete;
+
+  // Adds the arm of typeName, whose database is at path. A missing file (debug message) or a
+  // failed attach skips the type; a failed connect of the first database is kConnectFailed.
+  // All three are logged.
+  ArmResult AddArm(const std::string& typeName, const std::string& displayName,
+                   const std::string& path);
+
+  PQUORDB connection() const { return conn_; }
+  std::string& sql() { return sql_; }
+
+ private:
+  std::string filter_;
+  PQUORDB conn_ = nullptr;
+  std::string sql_;
+};
+
+// " ORDER BY <sort> ASC|DESC".
+std::string OrderBy(const std::string& sort, bool ascending);
+
+// Runs sql paged by search's limit and offset. Returns 0, or -1 after logging "Failed to select"
+// with search.logtype and the SQL.
+int SelectPage(PQUORDB conn, const std::string& sql, const LogSearch& search,
+               PQUORDBRESULT* result);
+
+// The number of rows of select (ordering kept, no paging), or -1 (logged) on failure.
+int CountRows(PQUORDB conn, const std::string& select);

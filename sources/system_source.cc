@@ -1,0 +1,81 @@
+// The system, connection and network-backup logs: one merged select over their databases.
+#include <stdlib.h>
+#include <string.h>
+
+#include "api/module_log.h"
+#include "catalogue/log_types.h"
+#include "catalogue/text_helpers.h"
+#include "platform/logfiles.h"
+#include "platform/root.h"
+#include "platform/stringbundle.h"
+#include "sources/log_sources.h"
+#include "sources/record_fields.h"
+#include "sources/sql_query.h"
+
+namespace {
+
+const char* const kSortColumns[] = {"time", "level", "username", "msg", nullptr};
+
+// The database of a system-class log type (exact name), resolved under the appliance root;
+// the empty text for any other name.
+std::string DatabasePath(const char* name) {
+  static const struct {
+    const char* name;
+    const char* path;
+  } kDatabases[] = {
+      {"system", "/var/log/quorlog/.QUORSYSDB"},
+      {"connection", "/var/log/quorlog/.QUORCONNDB"},
+      {"netbkplog", "/var/log/quorlog/.QUORNETBKPDB"},
+  };
+  for (const auto& db : kDatabases) {
+    if (strcmp(name, db.name) == 0) return QuorResolvePath(db.path);
+  }
+  return std::string();
+}
+
+}  // namespace
+
+int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList,
+                    std::vector<Json::Value>* records, LevelCounts* counts) {
+  StringBundle texts("log");
+  MergedSelect merged(BuildFilterClause(search, "msg"));
+  if (!CheckSortField(search.sort, kSortColumns)) return -1;
+  int types = typeList != nullptr ? typeList->nItem : 0;
+  for (int i = 0; i < types; ++i) {
+    const char* name = SLIBCSzListGet(typeList, i);
+    if (name == nullptr) continue;
+    const LogTypeEntry* entry = FindLogTypeEntry(name);
+    std::string display = entry != nullptr ? texts.Text(entry->textKey, nullptr) : "";
+    std::string path = DatabasePath(name);
+    if (path.empty()) {
+      LOG_ERROR_AT(51, "unsupported log type %s", name);
+      continue;
+    }
+    if (merged.AddArm(name, display, path) == MergedSelect::kConnectFailed) return -1;
+  }
+  if (merged.connection() == nullptr) {
+    LOG_ERROR_AT(57, "Failed to connect to %s database", search.logtype.c_str());
+    return -1;
+  }
+  std::string& sql = merged.sql();
+  sql += OrderBy(search.sort, search.ascending);
+  PQUORDBRESULT result = nullptr;
+  if (SelectPage(merged.connection(), sql, search, &result) < 0) return -1;
+  QUORDBROW row;
+  while (QUORDBFetchRow(result, &row) == 0) {
+    const char* time = QUORDBFetchField(result, row, "time");
+    if (time == nullptr) continue;
+    int level = LevelNumber(QUORDBFetchField(result, row, "level"));
+    if (!LevelKept(search, level)) continue;
+    Json::Value record(Json::objectValue);
+    record["time"] = QUORLogConvertTime1(strtoll(time, nullptr, 10));
+    record["level"] = CountLevel(level, counts);
+    record["who"] = FieldText(result, row, "username");
+    record["descr"] = FieldText(result, row, "msg");
+    record["orginalLogType"] = FieldText(result, row, "orginalLogType");
+    record["logtype"] = FieldText(result, row, "logtype");
+    records->push_back(std::move(record));
+  }
+  QUORDBFreeResult(result);
+  return CountRows(merged.connection(), sql);
+}

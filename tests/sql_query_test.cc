@@ -1,0 +1,39 @@
+// The SQL text the database sources build from a search.
+#include <gtest/gtest.h>
+
+#include "sources/sql_query.h"
+#include "tests/support/temp_root.h"
+
+TEST(SqlQuery, FilterClause) {
+  LogSearch search;
+  search.date_from = "0";
+  search.date_to = "0";
+  EXPECT_EQ(" WHERE 1=1", BuildFilterClause(search, "msg"));
+  search.date_to = "";
+  EXPECT_EQ(" WHERE 1=1", BuildFilterClause(search, "msg"));
+  search.date_from = "1600000000";
+  EXPECT_EQ(" WHERE 1=1 AND time >= '1600000000'", BuildFilterClause(search, "msg"));
+  search.date_to = "1700000000' OR '1'='1";
+  EXPECT_EQ(" WHERE 1=1 AND time >= '1600000000' AND time <= '1700000000'' OR ''1''=''1'",
+            BuildFilterClause(search, "msg"));
+  search.date_from = search.date_to = "0";
+  search.keyword = "it's";
+  // The GLOB part is escaped here; the pattern part is built from the raw keyword.
+  EXPECT_EQ(" WHERE ((username GLOB '*it''s*') OR " + GenSQLRegexp("it's", "filename") + ")",
+            BuildFilterClause(search, "filename"));
+  EXPECT_EQ(" ORDER BY time DESC", OrderBy("time", false));
+  EXPECT_EQ(" ORDER BY msg ASC", OrderBy("msg", true));
+}
+
+TEST(SqlQuery, SortFieldMustBeListed) {
+  const char* const allowed[] = {"time", "msg", nullptr};
+  SysLogCapture log;
+  EXPECT_TRUE(CheckSortField("time", allowed));
+  EXPECT_TRUE(log.lines().empty());
+  for (const char* bad : {"time; DROP", "", "TIME", "msg "}) {
+    log.Clear();
+    EXPECT_FALSE(CheckSortField(bad, allowed)) << bad;
+    EXPECT_TRUE(log.Has(LOG_ERR, "QUOR.Core.SyslogClient.Log:")) << log.Dump();
+    EXPECT_TRUE(log.Has(LOG_ERR, " Bad sort field.")) << log.Dump();
+  }
+}

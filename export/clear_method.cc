@@ -1,4 +1,106 @@
-// The clear method (served in a later step; answers "method not available" until then).
-#include "api/methods.h"
+// The clear method: empties the log databases a request names, recording an event and an
+// activity entry for each.
+#include <memory>
+#include <string>
 
-void ClearMethod(QUOR::APIRequest*, QUOR::APIResponse* response) { response->SetError(103); }
+#include "api/methods.h"
+#include "api/module_log.h"
+#include "catalogue/log_types.h"
+#include "catalogue/type_lists.h"
+#include "platform/config.h"
+#include "platform/eventlog.h"
+#include "platform/logdb.h"
+#include "platform/logfiles.h"
+#include "platform/stringbundle.h"
+
+namespace {
+
+// The platform event of a cleared log; its message names the log's display name.
+const unsigned int kLogClearedEvent = 0x11801E12;
+
+struct ServiceSwitch {
+  const char* logType;  // compared exactly, letter case included
+  const char* keys[2];  // the service is on when any key is "yes" (null: unused)
+};
+
+// Logs of optional services are only cleared while their service is on; every other log type
+// is always on.
+const ServiceSwitch kServiceSwitches[] = {
+    {"bkplog", {"usbbkp", nullptr}},
+    {"copylog", {"usbcopy", "sdcopy"}},
+    {"netbkplog", {"netbkp", nullptr}},
+};
+
+bool ServiceIsOn(const std::string& logType) {
+  for (const ServiceSwitch& service : kServiceSwitches) {
+    if (logType != service.logType) continue;
+    QuorConf conf;
+    for (const char* key : service.keys) {
+      if (key != nullptr && conf.Def(key, "no") == "yes") return true;
+    }
+    return false;
+  }
+  return true;
+}
+
+// Only database-backed logs can be emptied; plain-text backup logs belong to their services.
+bool IsClearable(const char* logType) {
+  return IsDbLogType(logType) || IsXferLogType(logType) || IsDiskLogType(logType);
+}
+
+std::string DatabasePath(const std::string& logType) {
+  if (logType == "system") return "/var/log/quorlog/.QUORSYSDB";
+  if (logType == "connection") return "/var/log/quorlog/.QUORCONNDB";
+  if (logType == "netbkplog") return "/var/log/quorlog/.QUORNETBKPDB";
+  if (logType == "disk") return "/var/log/quorlog/.QUORDISKDB";
+  return XferlogDBPathGet(logType.c_str());
+}
+
+// Empties the type's database and records the platform event. Failures are logged only: the
+// request goes on with the next type.
+void EmptyDatabase(const std::string& logType) {
+  StringBundle bundle("log");
+  const LogTypeEntry* entry = FindLogTypeEntry(logType);
+  std::string displayName = entry != nullptr ? bundle.Text(entry->textKey, "") : "";
+  PQUORDB db = QUORDBConnect(0, 0, 0, DatabasePath(logType).c_str());
+  if (db == nullptr) {
+    LOG_ERROR_AT(67, "Failed to connect to database");
+    return;
+  }
+  if (QUORDBExecute(db, "DELETE FROM logs", nullptr) == -1) {
+    LOG_ERROR_AT(71, "Failed to exec database command. (%s)", QUORDBErrorGet(db));
+  } else {
+    QUORLogSet1(2, 1, kLogClearedEvent, displayName.c_str(), "", "", "");
+  }
+  QUORDBClose(db);
+}
+
+}  // namespace
+
+void ClearMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  try {
+    std::string user = request->GetLoginUserName();
+    std::string logTypes =
+        MapCategoriesToLogTypes(QUOR::WebAPIUtil::ToText(request->GetParam("logtype", "system")));
+    PSLIBSZLIST items = nullptr;
+    if (SplitLogTypes(logTypes, &items) < 0) {
+      LOG_ERROR_AT(87, "Split log type failed.");
+      SLIBCSysLog(LOG_ERR, "Fail to clear logs (%s)", logTypes.c_str());
+      response->SetError(5001, Json::Value());
+      return;
+    }
+    std::unique_ptr<SLIBSZLIST, void (*)(PSLIBSZLIST)> list(items, SLIBCSzListFree);
+    Logger activity;
+    for (int i = 0; i < list->nItem; ++i) {
+      const char* logType = SLIBCSzListGet(list.get(), i);
+      if (logType == nullptr || logType[0] == '\0') continue;
+      if (!ServiceIsOn(logType) || !IsClearable(logType)) continue;
+      EmptyDatabase(logType);
+      activity.LogAddLogClear(logType, user);
+    }
+    response->SetSuccess(Json::Value());
+  } catch (const std::exception& e) {
+    // Only memory exhaustion gets here; the call then stays unanswered.
+    LOG_ERROR_AT(104, "clear failed: %s", e.what());
+  }
+}

@@ -3,8 +3,10 @@
 #include <string.h>
 
 #include "platform/slibc.h"
+#include "string_list_faults.h"
 
 PSLIBSZLIST SLIBCSzListAlloc(int initialSize) {
+  if (TakeStringListAllocFault()) return nullptr;
   PSLIBSZLIST list = static_cast<PSLIBSZLIST>(calloc(1, sizeof(SLIBSZLIST)));
   if (list == nullptr) return nullptr;
   list->nCapacity = initialSize > 0 ? initialSize : 1;

@@ -8,19 +8,9 @@
 #include "api/methods.h"
 #include "refplatform/string_list_faults.h"
 #include "tests/support/temp_root.h"
+#include "tools/lib/log_schemas.h"
 
 namespace {
-
-const char kLogsTable[] =
-    "CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER, level TEXT, "
-    "username TEXT, msg TEXT);"
-    "CREATE INDEX logs_time ON logs(time);";
-const char kTransferTable[] =
-    "CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER, ip TEXT, "
-    "username TEXT, cmd TEXT, filesize INTEGER, filename TEXT, isdir INTEGER);";
-const char kDiskTable[] =
-    "CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER, level TEXT, "
-    "msg TEXT, info TEXT, model TEXT, serial TEXT, path TEXT, slot TEXT);";
 
 const char* const kDatabases[] = {".QUORSYSDB", ".QUORCONNDB",  ".QUORNETBKPDB", ".QUORDISKDB",
                                   ".FTPXFERDB", ".KYRFMXFERDB", ".WEBDAVXFERDB", ".SMBXFERDB",
@@ -33,9 +23,9 @@ class ClearTest : public ::testing::Test {
     for (const char* name : kDatabases) {
       std::string file = name;
       bool transfer = file.find("XFERDB") != std::string::npos;
-      std::string schema = transfer                ? kTransferTable
-                           : file == ".QUORDISKDB" ? kDiskTable
-                                                   : kLogsTable;
+      std::string schema = transfer                ? QUOR_TRANSFER_LOG_SCHEMA
+                           : file == ".QUORDISKDB" ? QUOR_DISK_LOG_SCHEMA
+                                                   : QUOR_SYSTEM_LOG_SCHEMA;
       std::string rows = transfer ? "INSERT INTO logs (time, username) VALUES (1, 'u'), (2, 'v');"
                                   : "INSERT INTO logs (time, msg) VALUES (1, 'old'), (2, 'older');";
       MakeDatabase(Db(name), schema + rows);

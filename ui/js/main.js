@@ -1,0 +1,118 @@
+// The page's start: find out whether a session is open, then show the sign-in
+// form or the log center, and move between the two as sessions begin and end.
+
+import * as api from './api.js';
+import {
+  ChooseLanguage, CurrentLanguage, LANGUAGES, OnLanguageChange, PreferredLanguage, SetLanguage, T,
+} from './i18n.js';
+import {LoginView} from './login-view.js';
+import {LogView} from './log-view.js';
+
+const byId = (id) => document.getElementById(id);
+
+// The status answer's fields, under the names the server may give them.
+function SessionInfo(data) {
+  return {
+    user: data.user || data.account || data.username || '',
+    lang: data.lang || data.language || '',
+    timeZone: data.timezone || data.timeZone || data.time_zone || data.tz || '',
+  };
+}
+
+function FillLanguageSelects() {
+  for (const select of document.querySelectorAll('.lang-select')) {
+    select.replaceChildren(...LANGUAGES.map(({code, name}) => {
+      const option = new Option(name, code);
+      option.lang = code;
+      return option;
+    }));
+    select.value = CurrentLanguage();
+    select.addEventListener('change', () => ChooseLanguage(select.value));
+  }
+  OnLanguageChange((code) => {
+    for (const select of document.querySelectorAll('.lang-select')) select.value = code;
+  });
+}
+
+class Page {
+  constructor() {
+    this.login = new LoginView(() => this.Enter());
+    this.logs = new LogView((error) => this.ToLogin(error));
+    this.user = '';
+    byId('logout').addEventListener('click', () => this.Logout());
+    OnLanguageChange(() => this.ShowUser());
+  }
+
+  ShowUser() {
+    byId('user-name').textContent = this.user ? T('header.user', {user: this.user}) : '';
+  }
+
+  // Opens the log center for the session that is now open.
+  async Enter(known) {
+    let info = known;
+    if (!info) {
+      try {
+        info = SessionInfo(await api.SessionStatus());
+      } catch (error) {
+        if (error instanceof api.ApiError && error.needsLogin) {
+          this.ToLogin(error);
+          return;
+        }
+        info = SessionInfo({});
+      }
+    }
+    this.user = info.user;
+    SetLanguage(PreferredLanguage(info.lang));
+    this.ShowUser();
+    byId('boot').hidden = true;
+    byId('login-view').hidden = true;
+    byId('app-view').hidden = false;
+    this.logs.Start(info);
+  }
+
+  // Back to the sign-in form; `reason` is an ApiError or a text key.
+  ToLogin(reason) {
+    this.logs.Stop();
+    api.ForgetSession();
+    const dialog = byId('clear-dialog');
+    if (dialog.open) dialog.close();
+    byId('boot').hidden = true;
+    byId('app-view').hidden = true;
+    byId('login-view').hidden = false;
+    this.login.Show(reason);
+  }
+
+  async Logout() {
+    try {
+      await api.Logout();
+    } catch {
+      // The session ends on this side whatever the server answered.
+    }
+    this.user = '';
+    this.ToLogin('login.signedOut');
+  }
+
+  // A reload keeps the session when the tab still holds its token (or the
+  // status answer hands one out). Should the status call itself fail, the
+  // first list call decides.
+  async Start() {
+    let data = null;
+    try {
+      data = await api.SessionStatus();
+    } catch (error) {
+      if (!(error instanceof api.ApiError) || error.needsLogin || !api.StoredToken()) {
+        this.ToLogin('');
+        return;
+      }
+    }
+    if (!api.StoredToken()) {
+      this.ToLogin('');
+      return;
+    }
+    await this.Enter(SessionInfo(data || {}));
+  }
+}
+
+SetLanguage(PreferredLanguage(''));
+FillLanguageSelects();
+new Page().Start();

@@ -1,0 +1,70 @@
+// The view's state (log, filters, sort, page) and its form in the address's
+// fragment, so that a reload or a shared link shows the same view. Only
+// values that differ from the defaults are written, keeping links short.
+
+import {DEFAULT_LOG, FindLog, IsSortable, LEVELS} from './catalogue.js';
+
+export const PAGE_SIZES = [25, 50, 100, 200];
+const DEFAULT_SIZE = 50;
+const DEFAULT_SORT = 'time';
+const DATE_RE = /^\d{4}-\d{2}-\d{2}$/;
+
+export function DefaultState() {
+  return {
+    log: DEFAULT_LOG,
+    levels: LEVELS.map((level) => level.name),
+    from: '',
+    to: '',
+    keyword: '',
+    sort: DEFAULT_SORT,
+    page: 1,
+    size: DEFAULT_SIZE,
+  };
+}
+
+// Reads a fragment such as "#log=disk&level=err&page=3". Unknown or
+// malformed values fall back to their defaults rather than failing.
+export function ParseState(hash) {
+  const state = DefaultState();
+  const params = new URLSearchParams(hash.replace(/^#/, ''));
+  const log = FindLog(params.get('log') || '');
+  if (log) state.log = log.name;
+  if (params.has('level')) {
+    const wanted = params.get('level').split(',');
+    state.levels = LEVELS.map((level) => level.name).filter((name) => wanted.includes(name));
+  }
+  for (const key of ['from', 'to']) {
+    const value = params.get(key) || '';
+    if (DATE_RE.test(value)) state[key] = value;
+  }
+  state.keyword = params.get('q') || '';
+  const sort = params.get('sort');
+  if (sort && IsSortable(FindLog(state.log), sort)) state.sort = sort;
+  const page = Number.parseInt(params.get('page') || '', 10);
+  if (page >= 1) state.page = page;
+  const size = Number.parseInt(params.get('size') || '', 10);
+  if (PAGE_SIZES.includes(size)) state.size = size;
+  return state;
+}
+
+export function FormatState(state) {
+  const defaults = DefaultState();
+  const params = new URLSearchParams();
+  params.set('log', state.log);
+  if (state.levels.join(',') !== defaults.levels.join(',')) {
+    params.set('level', state.levels.join(','));
+  }
+  if (state.from) params.set('from', state.from);
+  if (state.to) params.set('to', state.to);
+  if (state.keyword) params.set('q', state.keyword);
+  if (state.sort !== defaults.sort) params.set('sort', state.sort);
+  if (state.page !== 1) params.set('page', String(state.page));
+  if (state.size !== defaults.size) params.set('size', String(state.size));
+  return '#' + params.toString();
+}
+
+// The state for showing another log: filters stay, the sort and page start
+// over because each log has its own sortable columns.
+export function WithLog(state, name) {
+  return {...state, log: name, sort: DEFAULT_SORT, page: 1};
+}

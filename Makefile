@@ -6,7 +6,9 @@ JOBS ?= $(shell nproc)
 .PHONY: deps configure build test run bench clean format
 
 deps:
-	@scripts/install-deps.sh
+	@scripts/install-deps.sh --browser
+	@[ -d tests/browser/node_modules/playwright-core ] || \
+	  (cd tests/browser && npm ci --no-audit --no-fund --loglevel=error)
 
 configure: deps
 	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null

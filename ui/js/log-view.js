@@ -187,6 +187,17 @@ export class LogView {
   // table as it is until the answer arrives.
   async Load({quiet = false} = {}) {
     if (this.loading) this.loading.abort();
+    this.loading = null;
+    const region = byId('log-table-region');
+    region.setAttribute('aria-busy', 'true');
+    await this.Fetch(quiet);
+    if (this.loading) return;
+    // The address of the view the table now shows, for whoever waits on it.
+    region.dataset.view = FormatState(this.state);
+    region.setAttribute('aria-busy', 'false');
+  }
+
+  async Fetch(quiet) {
     const log = this.log;
     this.failure = null;
     this.ShowError(null);
@@ -219,7 +230,7 @@ export class LogView {
         history.replaceState(null, '', FormatState({...state, page: pages}));
         this.state = {...state, page: pages};
         this.ShowState();
-        this.Load({quiet});
+        await this.Fetch(quiet);
         return;
       }
       this.answer = answer;

@@ -1,0 +1,259 @@
+// Browsing logs in the page: layouts of each log class, level and keyword
+// filters, dates, sorting, paging, and the address that keeps the view. What
+// the page shows is compared with what the web API answers for the same
+// search.
+
+import assert from 'node:assert/strict';
+import {after, before, test} from 'node:test';
+
+import {
+  AddressState, ApiClient, LaunchBrowser, Ready, Screenshot, SignIn, StartServer, TableHeadings,
+  TableRows,
+} from './harness.js';
+
+const LEVEL_WORDS = {info: 'Information', warn: 'Warning', err: 'Error'};
+let server;
+let browser;
+let page;
+let api;
+
+before(async () => {
+  server = await StartServer({rows: 400});
+  api = new ApiClient(server.url);
+  await api.Login();
+  browser = await LaunchBrowser();
+  page = browser.page;
+  await page.goto(server.url);
+  await SignIn(page);
+  await Ready(page);
+});
+
+after(async () => {
+  await browser?.close();
+  await server?.stop();
+});
+
+// The cells the general layout shows for a record of the list method.
+function GeneralRow(record) {
+  return [LEVEL_WORDS[record.level], record.logtype, record.time, record.who, record.descr];
+}
+
+async function Show(hash) {
+  await page.goto(server.url + hash);
+  await Ready(page);
+}
+
+test('a database log in its columns, levels in colour with an icon, long text wrapping',
+     async () => {
+       await Show('#log=system');
+       assert.deepEqual(await TableHeadings(page), ['Level', 'Log', 'Time', 'User', 'Event']);
+       const expected = await api.List({logtype: 'system', offset: 0, limit: 50});
+       assert.ok(expected.total > 50, 'the demo system log fills more than one page');
+       assert.deepEqual(await TableRows(page), expected.items.map(GeneralRow));
+       assert.match(await page.locator('#total').innerText(), new RegExp(`^${expected.total} `));
+
+       // Each level has its own colour and icon.
+       const colours = {};
+       for (const level of ['info', 'warning', 'err']) {
+         const cell = page.locator(`#log-table td.level-${level}`).first();
+         assert.equal(await cell.locator('svg.icon-' + level).count(), 1);
+         colours[level] = await cell.evaluate((element) => getComputedStyle(element).color);
+       }
+       assert.equal(new Set(Object.values(colours)).size, 3, JSON.stringify(colours));
+
+       // Messages wrap inside their column instead of widening the table.
+       const wrap = await page.locator('#log-table td.msg').first().evaluate(
+           (cell) => getComputedStyle(cell).whiteSpace + ' ' + getComputedStyle(cell).overflowWrap);
+       assert.equal(wrap, 'pre-wrap anywhere');
+       const width = await page.evaluate(() => document.documentElement.scrollWidth);
+       assert.ok(width <= 1280, `page is ${width}px wide`);
+
+       // The counts beside the level boxes are the answer's counts.
+       assert.equal(await page.locator('#count-info').innerText(), String(expected.infoCount));
+       assert.equal(await page.locator('#count-warning').innerText(), String(expected.warnCount));
+       assert.equal(await page.locator('#count-err').innerText(), String(expected.errorCount));
+       await Screenshot(page, 'system-log');
+     });
+
+test('level boxes and the keyword box filter as the list method does', async () => {
+  await Show('#log=system');
+  await page.locator('#level-info').uncheck();
+  await Ready(page);
+  await page.locator('#level-warning').uncheck();
+  await Ready(page);
+  assert.equal((await AddressState(page)).level, 'err');
+  const errors = await api.List({logtype: 'system', level: 'err', offset: 0, limit: 50});
+  const rows = await TableRows(page);
+  assert.ok(rows.length > 0);
+  assert.ok(rows.every((row) => row[0] === 'Error'), 'only error rows are shown');
+  assert.deepEqual(rows, errors.items.map(GeneralRow));
+  assert.equal(await page.locator('#count-err').innerText(), String(errors.errorCount));
+  assert.equal(await page.locator('#count-info').innerText(), '0');
+
+  // No level at all shows nothing instead of every level.
+  await page.locator('#level-err').uncheck();
+  await Ready(page);
+  assert.equal((await TableRows(page)).length, 0);
+  assert.match(await page.locator('#status').innerText(), /at least one level/);
+
+  // The keyword search starts by itself once typing pauses.
+  await page.getByRole('button', {name: 'Reset filters'}).click();
+  await Ready(page);
+  const sample = (await api.List({logtype: 'system', offset: 0, limit: 20})).items;
+  const keyword = sample.map((record) => record.who).find((who) => who.length >= 3);
+  assert.ok(keyword, 'the demo log names users');
+  await page.getByLabel('Search', {exact: true}).pressSequentially(keyword, {delay: 30});
+  await page.waitForURL((url) => url.hash.includes('q='));
+  await Ready(page);
+  const matching = await api.List({logtype: 'system', keyword, offset: 0, limit: 50});
+  assert.ok(matching.total > 0);
+  assert.deepEqual(await TableRows(page), matching.items.map(GeneralRow));
+  assert.match(await page.locator('#total').innerText(), new RegExp(`^${matching.total} `));
+  await Screenshot(page, 'system-log-keyword');
+  await page.getByRole('button', {name: 'Reset filters'}).click();
+  await Ready(page);
+  assert.equal(await page.getByLabel('Search', {exact: true}).inputValue(), '');
+});
+
+test('a date range keeps the entries of the chosen days', async () => {
+  await Show('#log=system');
+  const newest = (await TableRows(page))[0][2];
+  const day = /(\d{4})\D(\d{2})\D(\d{2})/.exec(newest);
+  assert.ok(day, `a date in "${newest}"`);
+  const iso = `${day[1]}-${day[2]}-${day[3]}`;
+  await page.getByLabel('From', {exact: true}).fill(iso);
+  await Ready(page);
+  await page.getByLabel('To', {exact: true}).fill(iso);
+  await Ready(page);
+  const state = await AddressState(page);
+  assert.equal(state.from, iso);
+  assert.equal(state.to, iso);
+  const rows = await TableRows(page);
+  assert.ok(rows.length > 0);
+  const sameDay = (time) => {
+    const match = /(\d{4})\D(\d{2})\D(\d{2})/.exec(time);
+    return match && `${match[1]}-${match[2]}-${match[3]}` === iso;
+  };
+  assert.ok(rows.every((row) => sameDay(row[2])), 'every row is of the chosen day');
+  await page.getByRole('button', {name: 'Reset filters'}).click();
+  await Ready(page);
+});
+
+test('clicking a heading sorts by that column; the pager pages and sizes', async () => {
+  await Show('#log=system');
+  await page.locator('th button[data-sort="username"]').click();
+  await Ready(page);
+  assert.equal((await AddressState(page)).sort, 'username');
+  assert.equal(await page.locator('th[aria-sort="descending"] span').first().innerText(), 'User');
+  const byUser = await api.List({logtype: 'system', sort: 'username', offset: 0, limit: 50});
+  assert.deepEqual((await TableRows(page)).map((row) => row[3]),
+                   byUser.items.map((record) => record.who));
+
+  await page.getByRole('button', {name: 'Next page'}).click();
+  await Ready(page);
+  assert.equal((await AddressState(page)).page, '2');
+  const second = await api.List({logtype: 'system', sort: 'username', offset: 50, limit: 50});
+  assert.deepEqual(await TableRows(page), second.items.map(GeneralRow));
+
+  await page.getByLabel('Entries per page').selectOption('25');
+  await Ready(page);
+  assert.equal((await TableRows(page)).length, 25);
+  const pages = Math.ceil(second.total / 25);
+  assert.equal(await page.locator('#page-info').innerText(), `Page 1 of ${pages}`);
+  await page.getByRole('button', {name: 'Last page'}).click();
+  await Ready(page);
+  const last = await api.List({logtype: 'system', sort: 'username', offset: (pages - 1) * 25,
+                               limit: 25});
+  assert.deepEqual(await TableRows(page), last.items.map(GeneralRow));
+  assert.ok(await page.getByRole('button', {name: 'Next page'}).isDisabled());
+  await Screenshot(page, 'system-log-last-page');
+});
+
+test('the address keeps the view across a reload, Back, and a shared link', async () => {
+  await Show('#log=system&level=warning%2Cerr&sort=msg&page=2&size=25');
+  const rows = await TableRows(page);
+  const expected = await api.List({logtype: 'system', level: 'warning,err', sort: 'msg',
+                                   offset: 25, limit: 25});
+  assert.deepEqual(rows, expected.items.map(GeneralRow));
+  assert.ok(!(await page.locator('#level-info').isChecked()));
+  assert.equal(await page.getByLabel('Entries per page').inputValue(), '25');
+
+  await page.reload();
+  await Ready(page);
+  assert.deepEqual(await TableRows(page), rows);
+
+  await page.getByRole('button', {name: 'Previous page'}).click();
+  await Ready(page);
+  assert.equal((await AddressState(page)).page, undefined);
+  await page.goBack();
+  await Ready(page);
+  assert.equal((await AddressState(page)).page, '2');
+  assert.deepEqual(await TableRows(page), rows);
+
+  // Another tab opening the link signs in if it must, then shows the view.
+  const other = await browser.context.newPage();
+  await other.goto(page.url());
+  await other.locator('#login-form, #log-table-region[aria-busy="false"]').first().waitFor();
+  if (await other.locator('#login-form').isVisible()) await SignIn(other);
+  await Ready(other);
+  assert.deepEqual(await TableRows(other), rows);
+  await other.close();
+});
+
+test('a plain-text backup log, sorted and filtered in the same layout', async () => {
+  await Show('#log=system');
+  await page.getByRole('link', {name: 'Local Backup', exact: true}).click();
+  await page.waitForURL((url) => url.hash.includes('log=bkplog'));
+  await Ready(page);
+  assert.equal(await page.locator('#log-title').innerText(), 'Local Backup');
+  assert.equal(await page.getByRole('link', {name: 'Local Backup', exact: true}).getAttribute('aria-current'),
+               'page');
+  assert.deepEqual(await TableHeadings(page), ['Level', 'Log', 'Time', 'User', 'Event']);
+  const expected = await api.List({logtype: 'bkplog', offset: 0, limit: 50});
+  assert.ok(expected.total > 0, 'the demo backup log has lines');
+  assert.deepEqual(await TableRows(page), expected.items.map(GeneralRow));
+
+  await page.locator('th button[data-sort="who"]').click();
+  await Ready(page);
+  await page.locator('#level-info').uncheck();
+  await Ready(page);
+  const filtered = await api.List({logtype: 'bkplog', sort: 'who', level: 'warning,err',
+                                   offset: 0, limit: 50});
+  assert.deepEqual(await TableRows(page), filtered.items.map(GeneralRow));
+  assert.ok((await TableRows(page)).every((row) => row[0] !== 'Information'));
+  // Text-file logs cannot be cleared, so the page does not offer it.
+  assert.ok(await page.locator('#clear').isDisabled());
+  await Screenshot(page, 'backup-log');
+});
+
+test('transfer and disk logs in their own columns', async () => {
+  await Show('#log=filexfer');
+  assert.deepEqual(await TableHeadings(page), [
+    'Log', 'Time', 'IP address', 'User', 'Action', 'File/Folder', 'Size', 'File Name',
+  ]);
+  assert.ok(await page.locator('#level-filter').isHidden(), 'transfer logs have no levels');
+  const transfers = await api.List({
+    logtype: 'ftpxfer,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer', offset: 0, limit: 50,
+  });
+  assert.ok(transfers.total > 0);
+  assert.deepEqual(await TableRows(page), transfers.items.map((record) => [
+    record.logtype, record.time, record.ip, record.username, record.cmd,
+    record.isdir === 'true' ? 'Folder' : 'File', record.isdir === 'true' ? '—' : record.filesize,
+    record.descr,
+  ]));
+  await Screenshot(page, 'transfer-log');
+
+  await page.getByRole('link', {name: 'Disk', exact: true}).click();
+  await page.waitForURL((url) => url.hash.includes('log=disk'));
+  await Ready(page);
+  assert.deepEqual(await TableHeadings(page), [
+    'Level', 'Time', 'Disk Model', 'Serial Number', 'Enclosure', 'Position', 'Event',
+  ]);
+  const disk = await api.List({logtype: 'disk', offset: 0, limit: 50});
+  assert.deepEqual(await TableRows(page), disk.items.map((record) => [
+    LEVEL_WORDS[record.level], record.time, record.model, record.serial, record.container,
+    record.slot, record.msg,
+  ]));
+  await Screenshot(page, 'disk-log');
+  assert.deepEqual(browser.problems, []);
+});

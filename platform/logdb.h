@@ -39,7 +39,7 @@ const char* QUORDBErrorGet(PQUORDB conn);
 // releases with free(). Safe for any byte string. Returns null on failure. dbType is reserved.
 char* QUORDBEscapeStrAllocEX2(int dbType, const char* text);
 
-// One self-contained SQL condition that holds when column contains keyword as literal text,
-// ignoring letter case with full Unicode case mapping (the rule of the platform's
+// One self-contained, parenthesized SQL condition that holds when column contains keyword as
+// literal text, ignoring letter case with full Unicode case mapping (the rule of the platform's
 // SLIBCUnicodeUTF8StrUpper). Any keyword is safe: quotes, '%', '_', '*', brackets, non-ASCII.
 std::string GenSQLRegexp(const std::string& keyword, const std::string& column);

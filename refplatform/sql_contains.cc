@@ -61,7 +61,9 @@ std::string GenSQLRegexp(const std::string& keyword, const std::string& column) 
   // a pattern syntax: the function compares literal text.
   char* escaped = QUORDBEscapeStrAllocEX2(0, keyword.c_str());
   if (escaped == nullptr) return "0";
-  std::string condition = std::string(QUOR_CONTAINS_FUNCTION "(") + column + ", '" + escaped + "')";
+  // Parenthesized so that it also joins with a bare "OR" on either side.
+  std::string condition =
+      std::string("(" QUOR_CONTAINS_FUNCTION "(") + column + ", '" + escaped + "'))";
   free(escaped);
   return condition;
 }

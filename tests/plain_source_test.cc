@@ -1,0 +1,192 @@
+// The plain-text backup-log source and the reverse line reader, on real files.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include "platform/logfiles.h"
+#include "sources/log_sources.h"
+#include "tests/support/temp_root.h"
+#include "tools/lib/root_layout.h"
+
+namespace {
+
+std::vector<std::string> ReadBack(const std::string& path, int maxLines, int* rc) {
+  FILE* file = fopen(path.c_str(), "r");
+  EXPECT_NE(nullptr, file) << path;
+  char** lines = nullptr;
+  int count = 0;
+  *rc = readfileinreverse(file, &lines, &count, maxLines);
+  std::vector<std::string> out;
+  for (int i = 0; i < count; ++i) {
+    out.push_back(lines[i]);
+    free(lines[i]);
+  }
+  free(lines);
+  fclose(file);
+  return out;
+}
+
+LogSearch Search(const char* type) {
+  LogSearch search;
+  search.logtype = type;
+  search.date_from = search.date_to = "0";
+  return search;
+}
+
+std::vector<Json::Value> Fetch(const LogSearch& search) {
+  std::vector<Json::Value> records;
+  FetchPlainLogs(search, &records);
+  return records;
+}
+
+std::vector<std::string> Values(const std::vector<Json::Value>& records, const char* key) {
+  std::vector<std::string> values;
+  for (const Json::Value& record : records) values.push_back(record[key].asString());
+  return values;
+}
+
+using V = std::vector<std::string>;
+
+}  // namespace
+
+TEST(ReverseReader, LastLinesNewestFirst) {
+  TempRoot root;
+  int rc = 0;
+  std::string path = root.At("/tmp/f");
+  ASSERT_TRUE(WriteTextFile(path, "one\ntwo\r\n\nfour\n"));
+  EXPECT_EQ((V{"four", "", "two", "one"}), ReadBack(path, 100, &rc));
+  EXPECT_EQ(4, rc);
+  EXPECT_EQ((V{"four", ""}), ReadBack(path, 2, &rc));
+  ASSERT_TRUE(WriteTextFile(path, "no line end"));
+  EXPECT_EQ((V{"no line end"}), ReadBack(path, 100, &rc));
+  ASSERT_TRUE(WriteTextFile(path, ""));
+  EXPECT_EQ(V{}, ReadBack(path, 100, &rc));
+  EXPECT_EQ(0, rc);
+  // Lines longer than a read block, and lines that straddle block boundaries.
+  std::string big(3 << 20, 'x');
+  std::string content = "first\n" + big + "\n";
+  for (int i = 0; i < 50000; ++i) content += "line " + std::to_string(i) + "\n";
+  ASSERT_TRUE(WriteTextFile(path, content));
+  V all = ReadBack(path, 100000, &rc);
+  ASSERT_EQ(50002u, all.size());
+  EXPECT_EQ("line 49999", all[0]);
+  EXPECT_EQ("line 0", all[49999]);
+  EXPECT_EQ(big, all[50000]);
+  EXPECT_EQ("first", all[50001]);
+  // A directory opens but cannot be read.
+  ASSERT_TRUE(MakeDirs(root.At("/tmp/dir")));
+  ReadBack(root.At("/tmp/dir"), 10, &rc);
+  EXPECT_EQ(-1, rc);
+}
+
+TEST(LogLocations, PathsAndTimes) {
+  TempRoot root;
+  char path[4096];
+  EXPECT_EQ(0, QUORLogFilePathGet(5, path, sizeof path));
+  EXPECT_EQ(root.At("/var/log/quorbackup.log"), path);
+  EXPECT_EQ(0, QUORLogFilePathGet(6, path, sizeof path));
+  EXPECT_EQ(root.At("/var/log/quorcopy.log"), path);
+  EXPECT_EQ(0, QUORLogFilePathGet(15, path, sizeof path));
+  EXPECT_EQ(root.At("/var/log/quorbackup_server.log"), path);
+  EXPECT_EQ(-1, QUORLogFilePathGet(7, path, sizeof path));
+  EXPECT_EQ(-1, QUORLogFilePathGet(5, path, 8));
+  EXPECT_EQ(root.At("/var/log/quorlog/.TFTPXFERDB"), XferlogDBPathGet("tftpxfer"));
+  EXPECT_EQ("", XferlogDBPathGet("system"));
+  EXPECT_EQ("", XferlogDBPathGet("FTPXFER"));
+
+  setenv("TZ", "UTC", 1);
+  tzset();
+  EXPECT_EQ("1970/01/01 00:00:00", QUORLogConvertTime1(0));
+  EXPECT_EQ("2024/03/05 07:04:09", QUORLogConvertTime1(1709622249));
+  // The text sorts as the times do.
+  EXPECT_LT(QUORLogConvertTime1(1709622249), QUORLogConvertTime1(1709622250));
+  EXPECT_LT(QUORLogConvertTime1(999999999), QUORLogConvertTime1(1000000000));
+  unsetenv("TZ");
+  tzset();
+}
+
+TEST(PlainSource, ParsesLinesAndFilters) {
+  TempRoot root;
+  root.Write("/var/log/quorbackup.log",
+             "info\t2024/03/01 10:00:00\tadmin:\tBackup task [Daily] started\n"
+             "err\t2024/03/02 10:00:00\tadmin:\tBackup task [Daily] failed\twith tabs\n"
+             "warning\t2024/03/03 10:00:00\tx\tDestination almost full\n"
+             "notice\t2024/03/04 10:00:00\tSYSTEM:\t\n"
+             "err\t2024/03/05 10:00:00\n"
+             "no tabs at all\n"
+             "\n"
+             "info\t2024/03/06 10:00:00\tbackupd:\tVersion 2024/03/06 rotated\n");
+  SysLogCapture log;
+  std::vector<Json::Value> records = Fetch(Search("bkplog"));
+  // Newest line first, as the file is read from its end.
+  EXPECT_EQ((V{"2024/03/06 10:00:00", "2024/03/04 10:00:00", "2024/03/03 10:00:00",
+               "2024/03/02 10:00:00", "2024/03/01 10:00:00"}),
+            Values(records, "time"));
+  EXPECT_EQ((V{"backupd", "SYSTEM", "", "admin", "admin"}), Values(records, "who"));
+  EXPECT_EQ((V{"Version 2024/03/06 rotated", "", "Destination almost full",
+               "Backup task [Daily] failed\twith tabs", "Backup task [Daily] started"}),
+            Values(records, "descr"));
+  EXPECT_EQ((V{"info", "info", "warn", "err", "info"}), Values(records, "level"));
+  EXPECT_EQ("Local Backup", records[0]["logtype"].asString());
+  EXPECT_EQ("bkplog", records[0]["orginalLogType"].asString());
+  EXPECT_EQ(6u, records[0].size());
+  EXPECT_TRUE(log.Has(LOG_DEBUG, "Bad Log formate szUser: err\t2024/03/05 10:00:00")) << log.Dump();
+  EXPECT_TRUE(log.Has(LOG_DEBUG, "Bad Log formate szTime: no tabs at all")) << log.Dump();
+  EXPECT_TRUE(log.Has(LOG_DEBUG, "Bad Log format szLevel: ")) << log.Dump();
+  EXPECT_EQ(3u, log.lines().size()) << log.Dump();
+
+  LogSearch search = Search("bkplog");
+  search.keyword = "DAILY";
+  EXPECT_EQ((V{"2024/03/02 10:00:00", "2024/03/01 10:00:00"}), Values(Fetch(search), "time"));
+  search.keyword = "syst";  // the user field
+  EXPECT_EQ((V{"2024/03/04 10:00:00"}), Values(Fetch(search), "time"));
+  search.keyword = "10:00";  // only in the time field
+  EXPECT_EQ(V{}, Values(Fetch(search), "time"));
+  search.keyword = "";
+  search.level = "1,2";
+  EXPECT_EQ((V{"info", "info", "warn", "info"}), Values(Fetch(search), "level"));
+  search.level = "3";
+  EXPECT_EQ((V{"err"}), Values(Fetch(search), "level"));
+
+  // Date bounds are inclusive at both ends.
+  setenv("TZ", "UTC", 1);
+  tzset();
+  search.level = "";
+  search.date_from = "1709287200";  // 2024/03/01 10:00:00 UTC
+  search.date_to = "1709460000";    // 2024/03/03 10:00:00 UTC
+  EXPECT_EQ((V{"2024/03/03 10:00:00", "2024/03/02 10:00:00", "2024/03/01 10:00:00"}),
+            Values(Fetch(search), "time"));
+  search.date_from = "1709287201";
+  search.date_to = "0";
+  EXPECT_EQ(4u, Fetch(search).size());
+  unsetenv("TZ");
+  tzset();
+}
+
+TEST(PlainSource, TailLimitAndQuietFailures) {
+  TempRoot root;
+  std::string content;
+  for (int i = 0; i < 15100; ++i) {
+    char line[128];
+    snprintf(line, sizeof line, "info\t2024/01/01 00:%05d\tu:\tmessage %d\n", i, i);
+    content += line;
+  }
+  root.Write("/var/log/quorcopy.log", content);
+  std::vector<Json::Value> records = Fetch(Search("copylog"));
+  ASSERT_EQ(15000u, records.size());
+  EXPECT_EQ("message 15099", records.front()["descr"].asString());
+  EXPECT_EQ("message 100", records.back()["descr"].asString());
+  EXPECT_EQ("USB Copy", records.front()["logtype"].asString());
+
+  SysLogCapture log;
+  EXPECT_TRUE(Fetch(Search("bkpserverlog")).empty());  // no file yet
+  EXPECT_TRUE(Fetch(Search("system")).empty());        // a type without a file
+  EXPECT_TRUE(Fetch(Search("nonsense")).empty());
+  EXPECT_TRUE(log.lines().empty()) << log.Dump();
+
+  ASSERT_TRUE(MakeDirs(root.At("/var/log/quorbackup_server.log")));
+  EXPECT_TRUE(Fetch(Search("bkpserverlog")).empty());
+  EXPECT_TRUE(
+      log.Has(LOG_ERR, "Read " + root.At("/var/log/quorbackup_server.log") + " inversely failed."))
+      << log.Dump();
+}

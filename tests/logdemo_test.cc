@@ -1,0 +1,132 @@
+// quor-logdemo's appliance root: complete, realistic, reproducible, and readable by every source.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "sources/log_sources.h"
+#include "tests/support/temp_root.h"
+#include "tools/lib/log_demo.h"
+
+namespace {
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream content;
+  content << in.rdbuf();
+  return content.str();
+}
+
+const time_t kEnd = 1735689600;  // 2025-01-01
+
+bool Build(const std::string& root, uint64_t seed, std::string* error) {
+  DemoOptions options;
+  options.root = root;
+  options.textsDir = QUOR_SOURCE_DIR "/texts";
+  options.rows = 2000;
+  options.seed = seed;
+  options.end = kEnd;
+  return BuildDemoRoot(options, error);
+}
+
+PSLIBSZLIST List(std::initializer_list<const char*> types) {
+  PSLIBSZLIST list = SLIBCSzListAlloc(8);
+  for (const char* t : types) SLIBCSzListPush(&list, t);
+  return list;
+}
+
+LogSearch Search(const char* type) {
+  LogSearch search;
+  search.logtype = type;
+  search.sort = "time";
+  search.date_from = search.date_to = "0";
+  return search;
+}
+
+}  // namespace
+
+TEST(LogDemo, LaysOutEveryStoreReadableBySources) {
+  TempRoot root;
+  std::string error;
+  ASSERT_TRUE(Build(root.path(), 5, &error)) << error;
+  EXPECT_NE(std::string::npos,
+            ReadFile(root.At("/etc.defaults/quorinfo.conf")).find("upnpmodelname=\"QS-920+\""));
+  EXPECT_NE(std::string::npos, ReadFile(root.At("/etc/quor.conf")).find("language=\"en\""));
+
+  std::vector<Json::Value> records;
+  LevelCounts counts;
+  PSLIBSZLIST list = List({"system", "connection", "netbkplog"});
+  int total = FetchSystemLogs(Search("system,connection,netbkplog"), list, &records, &counts);
+  SLIBCSzListFree(list);
+  EXPECT_EQ(2000 + 500 + 100, total);
+  EXPECT_EQ(total - 9, static_cast<int>(records.size()));  // three rows per store lack time
+  EXPECT_GT(counts.info, counts.warn);
+  EXPECT_GT(counts.warn, 0);
+  EXPECT_GT(counts.error, 0);
+
+  records.clear();
+  list = List({"ftpxfer", "kyrfmxfer", "webdavxfer", "smbxfer", "afpxfer", "tftpxfer"});
+  LogSearch transfer = Search("filexfer");
+  transfer.keyword = ", ";
+  EXPECT_GT(FetchTransferLogs(transfer, list, &records), 0);
+  SLIBCSzListFree(list);
+  bool quoted = false, nonAscii = false, folder = false;
+  for (const Json::Value& r : records) {
+    std::string name = r["descr"].asString();
+    quoted |= name.find('"') != std::string::npos;
+    nonAscii |= name.find("ü") != std::string::npos;
+  }
+  records.clear();
+  list = List({"smbxfer"});
+  FetchTransferLogs(Search("smbxfer"), list, &records);
+  SLIBCSzListFree(list);
+  for (const Json::Value& r : records) folder |= r["isdir"].asString() == "true";
+  EXPECT_TRUE(quoted && nonAscii && folder);
+
+  records.clear();
+  counts = LevelCounts();
+  int disks = FetchDiskLogs(Search("disk"), &records, &counts);
+  EXPECT_GT(disks, 30);
+  EXPECT_LT(disks, 40);  // some of the 40 rows are hidden (SHOW 0)
+  bool expansion = false;
+  for (const Json::Value& r : records) {
+    expansion |= r["slot"].asString().rfind("Expansion Unit 1, Drive", 0) == 0;
+    EXPECT_NE("-", r["msg"].asString());
+  }
+  EXPECT_TRUE(expansion);
+
+  for (const char* type : {"bkplog", "copylog", "bkpserverlog"}) {
+    records.clear();
+    FetchPlainLogs(Search(type), &records);
+    EXPECT_GE(records.size(), 100u) << type;
+  }
+}
+
+TEST(LogDemo, SameSeedSameRoot) {
+  TempRoot a, b, c;
+  std::string error;
+  ASSERT_TRUE(Build(a.path(), 9, &error)) << error;
+  ASSERT_TRUE(Build(b.path(), 9, &error)) << error;
+  ASSERT_TRUE(Build(c.path(), 10, &error)) << error;
+  for (const char* file : {"/var/log/quorlog/.QUORSYSDB", "/var/log/quorlog/.QUORDISKDB",
+                           "/var/log/quorlog/.TFTPXFERDB", "/var/log/quorbackup.log"}) {
+    EXPECT_EQ(ReadFile(a.At(file)), ReadFile(b.At(file))) << file;
+    EXPECT_NE(ReadFile(a.At(file)), ReadFile(c.At(file))) << file;
+  }
+}
+
+TEST(LogDemo, CommandLine) {
+  TempRoot root;
+  std::string tool = QUOR_BUILD_DIR "/bin/quor-logdemo";
+  std::string target = root.path() + "/demo";
+  EXPECT_EQ(0, system((tool + " --root '" + target + "' --rows 50 --seed 3 >/dev/null").c_str()));
+  EXPECT_FALSE(ReadFile(target + "/var/log/quorlog/.QUORSYSDB").empty());
+  EXPECT_FALSE(ReadFile(target + "/usr/quor/quorman/webman/texts/en/strings").empty());
+  for (const char* bad : {"", "--rows 5", "--root x --rows -1", "--root x --seed abc",
+                          "--root x --bogus 1", "--root"}) {
+    int rc = system((tool + " " + bad + " 2>/dev/null").c_str());
+    EXPECT_EQ(2, WEXITSTATUS(rc)) << bad;
+  }
+  EXPECT_NE(0, system((tool + " --root /proc/none/x --rows 5 2>/dev/null").c_str()));
+}

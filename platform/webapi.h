@@ -64,7 +64,19 @@ class APIResponse {
  public:
   void SetSuccess(const Json::Value& data = Json::Value());
   void SetError(int code, const Json::Value& errors = Json::Value());
-  void SetEnableOutput(bool enable) { outputEnabled_ = enable; }
+  void SetEnableOutput(bool enable) {
+    bool switchingOff = outputEnabled_ && !enable;
+    outputEnabled_ = enable;
+    if (switchingOff && outputOffHook_ != nullptr) outputOffHook_(outputOffContext_);
+  }
+  // The server's side of the switch: hook(context) runs once when a handler switches the
+  // output off, before the handler writes anything, so the server can give the handler its
+  // output channel (standard output) at that moment.
+  typedef void (*OutputOffHook)(void* context);
+  void SetOutputOffHook(OutputOffHook hook, void* context) {
+    outputOffHook_ = hook;
+    outputOffContext_ = context;
+  }
 
   bool IsOutputEnabled() const { return outputEnabled_; }
   bool IsAnswered() const { return answered_; }
@@ -81,6 +93,8 @@ class APIResponse {
  private:
   bool answered_ = false;
   bool outputEnabled_ = true;
+  OutputOffHook outputOffHook_ = nullptr;
+  void* outputOffContext_ = nullptr;
   int errorCode_ = 0;
   Json::Value data_;
   Json::Value errors_;

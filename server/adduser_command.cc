@@ -1,9 +1,81 @@
-// quor-webapi adduser: not available yet.
+// quor-webapi adduser: adds a user to the users file, or replaces an existing user's password,
+// role and language. The password comes from standard input (its first line).
 #include <stdio.h>
+#include <termios.h>
+#include <unistd.h>
 
+#include <iostream>
+
+#include "server/auth/users_file.h"
 #include "server/commands.h"
 
-int AddUserCommand(const Args&) {
-  fputs("quor-webapi adduser: not available yet\n", stderr);
+namespace {
+
+int Usage(const std::string& message) {
+  fprintf(stderr,
+          "quor-webapi adduser: %s\n"
+          "usage: quor-webapi adduser --root DIR NAME [--admin] [--lang en|de]\n"
+          "       (the password is read from standard input)\n",
+          message.c_str());
   return kExitUsage;
+}
+
+// Reads one line from standard input; on a terminal, without echo and after a prompt.
+bool ReadPassword(std::string* password) {
+  termios saved;
+  bool terminal = isatty(0) && tcgetattr(0, &saved) == 0;
+  if (terminal) {
+    termios quiet = saved;
+    quiet.c_lflag &= ~ECHO;
+    tcsetattr(0, TCSANOW, &quiet);
+    fputs("Password: ", stderr);
+  }
+  bool read = static_cast<bool>(std::getline(std::cin, *password));
+  if (terminal) {
+    tcsetattr(0, TCSANOW, &saved);
+    fputs("\n", stderr);
+  }
+  if (!password->empty() && password->back() == '\r') password->pop_back();
+  return read;
+}
+
+}  // namespace
+
+int AddUserCommand(const Args& args) {
+  std::string root, name, lang = "en";
+  bool admin = false;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    if (arg == "--root" || arg == "--lang") {
+      if (i + 1 >= args.size()) return Usage(arg + " needs a value");
+      (arg == "--root" ? root : lang) = args[++i];
+    } else if (arg == "--admin") {
+      admin = true;
+    } else if (arg.compare(0, 2, "--") == 0 || !name.empty()) {
+      return Usage("unexpected argument " + arg);
+    } else {
+      name = arg;
+    }
+  }
+  if (root.empty()) return Usage("--root is required");
+  if (!IsValidUserName(name)) {
+    return Usage("NAME must be 1 to 64 letters, digits, '.', '_' or '-'");
+  }
+  if (!IsSupportedLanguage(lang)) return Usage("--lang must be en or de");
+  UseRoot(root);
+
+  std::string password;
+  if (!ReadPassword(&password) || password.empty()) {
+    fputs("quor-webapi adduser: no password on standard input\n", stderr);
+    return kExitUsage;
+  }
+  bool replaced = false;
+  std::string error;
+  if (!StoreUser(UsersFilePath(), name, password, admin, lang, &replaced, &error)) {
+    fprintf(stderr, "quor-webapi adduser: %s\n", error.c_str());
+    return kExitErrorAnswer;
+  }
+  fprintf(stderr, "quor-webapi adduser: %s %s%s\n", replaced ? "updated" : "added", name.c_str(),
+          admin ? " (administrator)" : "");
+  return kExitOk;
 }

@@ -15,7 +15,12 @@ const char kUsage[] =
 
 }  // namespace
 
-void UseRoot(const std::string& dir) { setenv("QUOR_ROOT", dir.c_str(), 1); }
+void UseRoot(const std::string& dir) {
+  // Absolute, so that a worker or a method that changes directory still finds it.
+  char* absolute = realpath(dir.c_str(), nullptr);
+  setenv("QUOR_ROOT", absolute != nullptr ? absolute : dir.c_str(), 1);
+  free(absolute);
+}
 
 int main(int argc, char** argv) {
   if (argc < 2) {

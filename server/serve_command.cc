@@ -1,9 +1,144 @@
-// quor-webapi serve: not available yet.
+// quor-webapi serve: binds, loads the modules once, and serves HTTP from forked workers.
 #include <stdio.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include "server/auth/session_store.h"
 #include "server/commands.h"
+#include "server/dispatch/module_registry.h"
+#include "server/http/connection.h"
+#include "server/http/listener.h"
+#include "server/http/process_pool.h"
+#include "server/http/router.h"
 
-int ServeCommand(const Args&) {
-  fputs("quor-webapi serve: not available yet\n", stderr);
+namespace {
+
+int Usage(const std::string& message) {
+  fprintf(stderr,
+          "quor-webapi serve: %s\n"
+          "usage: quor-webapi serve --root DIR [--listen 127.0.0.1:8080] [--workers N]\n"
+          "                         [--modules DIR] [--ui DIR]\n",
+          message.c_str());
   return kExitUsage;
+}
+
+bool ParseCount(const std::string& text, long long minimum, long long* value) {
+  char* end = nullptr;
+  long long parsed = strtoll(text.c_str(), &end, 10);
+  if (text.empty() || *end != '\0' || parsed < minimum) return false;
+  *value = parsed;
+  return true;
+}
+
+// Accepts connections on the shared listening socket until asked to stop.
+int WorkerMain(int listenFd, const ServerConfig& config, const ModuleRegistry& registry) {
+  SessionStore sessions;
+  if (!sessions.Open(SessionsDatabasePath(), config.sessions)) {
+    fprintf(stderr, "quor-webapi: %s\n", sessions.LastError().c_str());
+    return 1;
+  }
+  Router router(config, registry, &sessions);
+  for (;;) {
+    int ready = WaitReadable(listenFd, 60 * 1000);
+    if (ready < 0) break;
+    if (ready == 0) continue;
+    int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd >= 0) ServeConnection(fd, config, &router);  // another worker may have taken it
+  }
+  return 0;
+}
+
+}  // namespace
+
+int ServeCommand(const Args& args) {
+  ServerConfig config;
+  config.modulesDir = QUOR_DEFAULT_MODULE_DIR;
+  config.uiDir = QUOR_DEFAULT_UI_DIR;
+  std::string root;
+  // Durations in milliseconds, not in the usage text: tests shorten them.
+  struct Hidden {
+    const char* name;
+    int64_t* target;
+  } hidden[] = {
+      {"--request-timeout-ms", &config.requestTimeoutMs},
+      {"--idle-timeout-ms", &config.idleTimeoutMs},
+      {"--send-timeout-ms", &config.sendTimeoutMs},
+      {"--grace-ms", &config.graceMs},
+      {"--session-idle-ms", &config.sessions.idleMs},
+      {"--lockout-ms", &config.sessions.lockoutMs},
+      {"--failure-window-ms", &config.sessions.failureWindowMs},
+  };
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    if (i + 1 >= args.size()) return Usage("unexpected argument " + arg);
+    const std::string& value = args[++i];
+    long long number = 0;
+    bool known = true;
+    if (arg == "--root") {
+      root = value;
+    } else if (arg == "--listen") {
+      config.listen = value;
+    } else if (arg == "--modules") {
+      config.modulesDir = value;
+    } else if (arg == "--ui") {
+      config.uiDir = value;
+    } else if (arg == "--workers") {
+      if (!ParseCount(value, 1, &number) || number > 256)
+        return Usage("--workers must be 1 to 256");
+      config.workers = static_cast<int>(number);
+    } else {
+      known = false;
+      for (const Hidden& option : hidden) {
+        if (arg != option.name) continue;
+        if (!ParseCount(value, 1, &number)) return Usage(arg + " must be a positive number");
+        *option.target = number;
+        known = true;
+      }
+    }
+    if (!known) return Usage("unknown option " + arg);
+  }
+  if (root.empty()) return Usage("--root is required");
+  struct stat info;
+  if (stat(root.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+    return Usage("the root " + root + " is not a directory");
+  }
+  UseRoot(root);
+  if (config.workers == 0) {
+    long cores = sysconf(_SC_NPROCESSORS_ONLN);
+    config.workers = cores > 2 ? static_cast<int>(cores) : 2;
+  }
+  if (stat(config.uiDir.c_str(), &info) != 0) {
+    fprintf(stderr, "quor-webapi: warning: no UI directory %s; only the web API is served\n",
+            config.uiDir.c_str());
+  }
+
+  std::string bound, error;
+  int listenFd = BindListener(config.listen, &bound, &error);
+  if (listenFd < 0) {
+    fprintf(stderr, "quor-webapi: %s\n", error.c_str());
+    return kExitUsage;
+  }
+  ModuleRegistry registry;
+  if (!registry.LoadDirectory(config.modulesDir, &error)) {
+    fprintf(stderr, "quor-webapi: %s\n", error.c_str());
+    return kExitUsage;
+  }
+  {
+    // Created (or checked) once here, so a broken root fails at start, not per request.
+    SessionStore sessions;
+    if (!sessions.Open(SessionsDatabasePath(), config.sessions)) {
+      fprintf(stderr, "quor-webapi: %s\n", sessions.LastError().c_str());
+      return kExitUsage;
+    }
+  }
+  printf("quor-webapi: serving http://%s/ with %d workers, %zu methods, root %s\n", bound.c_str(),
+         config.workers, registry.MethodCount(), root.c_str());
+  fflush(stdout);
+  int status = RunProcessPool(config.workers, config.graceMs,
+                              [&] { return WorkerMain(listenFd, config, registry); });
+  close(listenFd);
+  fprintf(stderr, "quor-webapi: stopped\n");
+  return status;
 }

@@ -1,0 +1,200 @@
+// Sessions and lockout in SQLite: the server's only use of SQLite, and its errors turned into
+// texts in one place (Fail).
+#include "server/auth/session_store.h"
+
+#include <sodium.h>
+#include <sqlite3.h>
+#include <time.h>
+
+#include "platform/root.h"
+#include "tools/lib/root_layout.h"
+
+namespace {
+
+int64_t NowMs() {
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+std::string RandomHex(size_t bytes) {
+  unsigned char buffer[64];
+  randombytes_buf(buffer, bytes);
+  char hex[129];
+  sodium_bin2hex(hex, sizeof hex, buffer, bytes);
+  return hex;
+}
+
+// The stored form of a session key: a leaked database does not give live cookies.
+std::string KeyHash(const std::string& cookie) {
+  unsigned char digest[32];
+  crypto_generichash(digest, sizeof digest, reinterpret_cast<const unsigned char*>(cookie.data()),
+                     cookie.size(), nullptr, 0);
+  char hex[65];
+  sodium_bin2hex(hex, sizeof hex, digest, sizeof digest);
+  return hex;
+}
+
+// A prepared statement finalized when it leaves scope.
+class Statement {
+ public:
+  Statement(sqlite3* db, const char* sql) {
+    if (sqlite3_prepare_v2(db, sql, -1, &stmt_, nullptr) != SQLITE_OK) stmt_ = nullptr;
+  }
+  ~Statement() { sqlite3_finalize(stmt_); }
+  bool ok() const { return stmt_ != nullptr; }
+  Statement& Bind(int index, const std::string& text) {
+    sqlite3_bind_text(stmt_, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+    return *this;
+  }
+  Statement& Bind(int index, int64_t value) {
+    sqlite3_bind_int64(stmt_, index, value);
+    return *this;
+  }
+  int Step() { return sqlite3_step(stmt_); }
+  std::string Text(int column) const {
+    const unsigned char* text = sqlite3_column_text(stmt_, column);
+    return text != nullptr ? reinterpret_cast<const char*>(text) : "";
+  }
+  int64_t Int(int column) const { return sqlite3_column_int64(stmt_, column); }
+
+ private:
+  sqlite3_stmt* stmt_ = nullptr;
+};
+
+const char kSchema[] =
+    "PRAGMA journal_mode=WAL;"
+    "CREATE TABLE IF NOT EXISTS sessions (key_hash TEXT PRIMARY KEY, token TEXT NOT NULL,"
+    " user TEXT NOT NULL, lang TEXT NOT NULL, admin INTEGER NOT NULL, last_used INTEGER NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS login_failures (subject TEXT NOT NULL, at INTEGER NOT NULL);"
+    "CREATE INDEX IF NOT EXISTS login_failures_subject ON login_failures (subject, at);"
+    "CREATE TABLE IF NOT EXISTS lockouts (subject TEXT PRIMARY KEY, until INTEGER NOT NULL);";
+
+std::string AccountSubject(const std::string& account) { return "account:" + account; }
+std::string AddressSubject(const std::string& address) { return "address:" + address; }
+
+}  // namespace
+
+std::string SessionsDatabasePath() { return QuorResolvePath("/var/lib/quor-webapi/sessions.db"); }
+
+SessionStore::~SessionStore() { sqlite3_close(db_); }
+
+bool SessionStore::Fail(const char* what) {
+  error_ = std::string(what) + ": " + (db_ != nullptr ? sqlite3_errmsg(db_) : "no database");
+  return false;
+}
+
+bool SessionStore::Exec(const char* sql) {
+  char* message = nullptr;
+  if (sqlite3_exec(db_, sql, nullptr, nullptr, &message) == SQLITE_OK) return true;
+  error_ = std::string("sessions database: ") + (message != nullptr ? message : "error");
+  sqlite3_free(message);
+  return false;
+}
+
+bool SessionStore::Open(const std::string& path, const SessionLimits& limits) {
+  if (sodium_init() < 0) {
+    error_ = "libsodium cannot be initialised";
+    return false;
+  }
+  limits_ = limits;
+  size_t slash = path.rfind('/');
+  if (slash != std::string::npos && slash > 0 && !MakeDirs(path.substr(0, slash))) {
+    error_ = "cannot create the directory of " + path;
+    return false;
+  }
+  if (sqlite3_open(path.c_str(), &db_) != SQLITE_OK) return Fail(("cannot open " + path).c_str());
+  sqlite3_busy_timeout(db_, 5000);
+  return Exec(kSchema);
+}
+
+bool SessionStore::Create(Session* session, std::string* cookie) {
+  *cookie = RandomHex(32);
+  session->token = RandomHex(16);
+  Statement insert(db_,
+                   "INSERT INTO sessions (key_hash, token, user, lang, admin, last_used)"
+                   " VALUES (?, ?, ?, ?, ?, ?)");
+  if (!insert.ok()) return Fail("sessions database");
+  insert.Bind(1, KeyHash(*cookie)).Bind(2, session->token).Bind(3, session->user);
+  insert.Bind(4, session->lang).Bind(5, int64_t{session->admin ? 1 : 0}).Bind(6, NowMs());
+  return insert.Step() == SQLITE_DONE || Fail("cannot store the session");
+}
+
+bool SessionStore::Touch(const std::string& cookie, Session* session, bool* found) {
+  *found = false;
+  if (cookie.empty()) return true;
+  std::string key = KeyHash(cookie);
+  int64_t now = NowMs();
+  Statement select(db_,
+                   "SELECT token, user, lang, admin, last_used FROM sessions WHERE key_hash = ?");
+  if (!select.ok()) return Fail("sessions database");
+  select.Bind(1, key);
+  int rc = select.Step();
+  if (rc == SQLITE_DONE) return true;
+  if (rc != SQLITE_ROW) return Fail("cannot read the session");
+  if (now - select.Int(4) > limits_.idleMs) return End(cookie);
+  session->token = select.Text(0);
+  session->user = select.Text(1);
+  session->lang = select.Text(2);
+  session->admin = select.Int(3) != 0;
+  Statement update(db_, "UPDATE sessions SET last_used = ? WHERE key_hash = ?");
+  if (!update.ok()) return Fail("sessions database");
+  update.Bind(1, now).Bind(2, key);
+  if (update.Step() != SQLITE_DONE) return Fail("cannot update the session");
+  *found = true;
+  return true;
+}
+
+bool SessionStore::End(const std::string& cookie) {
+  Statement remove(db_, "DELETE FROM sessions WHERE key_hash = ? OR last_used < ?");
+  if (!remove.ok()) return Fail("sessions database");
+  remove.Bind(1, KeyHash(cookie)).Bind(2, NowMs() - limits_.idleMs);
+  return remove.Step() == SQLITE_DONE || Fail("cannot end the session");
+}
+
+bool SessionStore::IsLockedOut(const std::string& account, const std::string& address,
+                               bool* locked) {
+  Statement select(db_, "SELECT 1 FROM lockouts WHERE subject IN (?, ?) AND until > ?");
+  if (!select.ok()) return Fail("sessions database");
+  select.Bind(1, AccountSubject(account)).Bind(2, AddressSubject(address)).Bind(3, NowMs());
+  int rc = select.Step();
+  *locked = rc == SQLITE_ROW;
+  return rc == SQLITE_ROW || rc == SQLITE_DONE || Fail("cannot read the lockouts");
+}
+
+bool SessionStore::RecordFailure(const std::string& account, const std::string& address) {
+  int64_t now = NowMs();
+  // One writer at a time across workers, so two failures cannot both miss the limit.
+  if (!Exec("BEGIN IMMEDIATE")) return false;
+  bool ok = true;
+  {
+    Statement prune(db_, "DELETE FROM login_failures WHERE at <= ?");
+    ok = prune.ok() && prune.Bind(1, now - limits_.failureWindowMs).Step() == SQLITE_DONE;
+  }
+  for (const std::string& subject : {AccountSubject(account), AddressSubject(address)}) {
+    if (!ok) break;
+    Statement insert(db_, "INSERT INTO login_failures (subject, at) VALUES (?, ?)");
+    ok = insert.ok() && insert.Bind(1, subject).Bind(2, now).Step() == SQLITE_DONE;
+    Statement count(db_, "SELECT count(*) FROM login_failures WHERE subject = ?");
+    ok = ok && count.ok() && count.Bind(1, subject).Step() == SQLITE_ROW;
+    if (!ok || count.Int(0) < limits_.maxFailures) continue;
+    // Locked: the count starts afresh when the lockout ends.
+    Statement lock(db_, "INSERT OR REPLACE INTO lockouts (subject, until) VALUES (?, ?)");
+    ok = lock.ok() && lock.Bind(1, subject).Bind(2, now + limits_.lockoutMs).Step() == SQLITE_DONE;
+    Statement reset(db_, "DELETE FROM login_failures WHERE subject = ?");
+    ok = ok && reset.ok() && reset.Bind(1, subject).Step() == SQLITE_DONE;
+  }
+  if (!ok) {
+    Fail("cannot record the failed login");
+    Exec("ROLLBACK");
+    return false;
+  }
+  return Exec("COMMIT");
+}
+
+bool SessionStore::ClearFailures(const std::string& account) {
+  Statement remove(db_, "DELETE FROM login_failures WHERE subject = ?");
+  if (!remove.ok()) return Fail("sessions database");
+  return remove.Bind(1, AccountSubject(account)).Step() == SQLITE_DONE ||
+         Fail("cannot clear the failed logins");
+}

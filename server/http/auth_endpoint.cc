@@ -1,0 +1,99 @@
+// POST /webapi/auth: login, logout and the session state of the page.
+#include <stdio.h>
+
+#include "server/auth/users_file.h"
+#include "server/dispatch/dispatch.h"
+#include "server/http/appliance_time.h"
+#include "server/http/router.h"
+
+namespace http = boost::beast::http;
+
+namespace {
+
+void SetCookie(Exchange* exchange, const std::string& value, bool expire) {
+  std::string cookie =
+      std::string(kSessionCookie) + "=" + value + "; HttpOnly; SameSite=Strict; Path=/";
+  if (expire) cookie += "; Max-Age=0";
+  exchange->response.set(http::field::set_cookie, cookie);
+}
+
+Json::Value SessionData(const Session& session) {
+  Json::Value data(Json::objectValue);
+  data["account"] = session.user;
+  data["lang"] = session.lang;
+  data["is_admin"] = session.admin;
+  data["token"] = session.token;
+  return data;
+}
+
+}  // namespace
+
+void Router::HandleAuth(const HttpRequest& request, const RequestFields& fields,
+                        Exchange* exchange) {
+  std::string method = fields.Raw("method");
+  exchange->what = "auth." + (method.empty() ? std::string("-") : method);
+  QUOR::APIResponse answer;
+  Session session;
+  bool found = false;
+
+  if (method == "login") {
+    std::string account = fields.Raw("account");
+    exchange->user = account.empty() ? "-" : account;
+    bool locked = false;
+    if (!sessions_->IsLockedOut(account, exchange->client, &locked)) {
+      fprintf(stderr, "quor-webapi: %s\n", sessions_->LastError().c_str());
+      return AnswerText(exchange, 500, "Internal server error\n");
+    }
+    if (locked) {
+      answer.SetError(kErrorLockedOut);
+      return AnswerEnvelope(exchange, EnvelopeText(answer));
+    }
+    UserRecord user;
+    bool known = IsValidUserName(account) && FindUser(UsersFilePath(), account, &user);
+    if (!VerifyPassword(known ? &user : nullptr, fields.Raw("passwd"))) {
+      if (!sessions_->RecordFailure(account, exchange->client)) {
+        fprintf(stderr, "quor-webapi: %s\n", sessions_->LastError().c_str());
+      }
+      answer.SetError(kErrorBadLogin);
+      return AnswerEnvelope(exchange, EnvelopeText(answer));
+    }
+    // A login replaces whatever session the client had.
+    std::string old = CookieValue(std::string(request[http::field::cookie]), kSessionCookie);
+    if (!old.empty()) sessions_->End(old);
+    sessions_->ClearFailures(account);
+    std::string lang = fields.Raw("lang");
+    session.user = user.name;
+    session.lang = IsSupportedLanguage(lang) ? lang : user.lang;
+    session.admin = user.admin;
+    std::string cookie;
+    if (!sessions_->Create(&session, &cookie)) {
+      fprintf(stderr, "quor-webapi: %s\n", sessions_->LastError().c_str());
+      return AnswerText(exchange, 500, "Internal server error\n");
+    }
+    answer.SetSuccess(SessionData(session));
+    AnswerEnvelope(exchange, EnvelopeText(answer));
+    SetCookie(exchange, cookie, false);
+  } else if (method == "logout") {
+    if (!FindSession(request, &session, &found, exchange)) return;
+    if (found && !TokenMatches(RequestToken(request, fields), session.token)) {
+      answer.SetError(kErrorBadToken);
+      return AnswerEnvelope(exchange, EnvelopeText(answer));
+    }
+    if (found)
+      sessions_->End(CookieValue(std::string(request[http::field::cookie]), kSessionCookie));
+    answer.SetSuccess();
+    AnswerEnvelope(exchange, EnvelopeText(answer));
+    SetCookie(exchange, "", true);
+  } else if (method == "status") {
+    if (!FindSession(request, &session, &found, exchange)) return;
+    Json::Value data = found ? SessionData(session) : Json::Value(Json::objectValue);
+    data["logged_in"] = found;
+    data["timezone"] = TimeZoneName();
+    data["utc_offset"] = static_cast<Json::Int64>(UtcOffsetSeconds());
+    answer.SetSuccess(data);
+    AnswerEnvelope(exchange, EnvelopeText(answer));
+  } else {
+    answer.SetError(kErrorUnknownMethod);
+    AnswerEnvelope(exchange, EnvelopeText(answer));
+  }
+}

@@ -1,0 +1,149 @@
+// One client connection, read and written through Beast with deadlines.
+#include "server/http/connection.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/write.hpp>
+#include <chrono>
+
+#include "server/http/access_log.h"
+#include "server/http/listener.h"
+#include "server/http/process_pool.h"
+
+namespace beast = boost::beast;
+namespace http = beast::http;
+namespace net = boost::asio;
+using tcp = net::ip::tcp;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+// The status that answers a failed read, or 0 when the connection should just close (the
+// client went away).
+unsigned ReadFailureStatus(const beast::error_code& ec) {
+  if (ec == beast::error::timeout) return 408;
+  if (ec == http::error::header_limit || ec == http::error::body_limit ||
+      ec == http::error::buffer_overflow) {
+    return 413;
+  }
+  if (ec == http::error::end_of_stream || ec == http::error::partial_message ||
+      ec == net::error::eof || ec == net::error::connection_reset ||
+      ec == net::error::broken_pipe || ec == net::error::operation_aborted) {
+    return 0;
+  }
+  return 400;
+}
+
+double MillisecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+const char* ReasonText(unsigned status) {
+  switch (status) {
+    case 408:
+      return "Request timeout\n";
+    case 413:
+      return "Request too large\n";
+    default:
+      return "Bad request\n";
+  }
+}
+
+// Runs the one asynchronous operation that begin starts on socket, cancelling it when timeoutMs
+// passes (the socket stays open, so a 408 can still be written). *timedOut tells which.
+template <class Begin>
+beast::error_code RunWithDeadline(net::io_context* context, tcp::socket* socket, int64_t timeoutMs,
+                                  bool* timedOut, size_t* bytes, Begin begin) {
+  net::steady_timer timer(*context);
+  timer.expires_after(std::chrono::milliseconds(timeoutMs));
+  *timedOut = false;
+  beast::error_code result;
+  timer.async_wait([&](beast::error_code waited) {
+    if (waited) return;
+    *timedOut = true;
+    beast::error_code ignored;
+    socket->cancel(ignored);
+  });
+  begin([&](beast::error_code done, size_t transferred) {
+    result = done;
+    *bytes = transferred;
+    timer.cancel();
+  });
+  context->restart();
+  context->run();
+  return result;
+}
+
+}  // namespace
+
+void ServeConnection(int fd, const ServerConfig& config, Router* router) {
+  net::io_context context(1);
+  sockaddr_storage local;
+  socklen_t length = sizeof local;
+  getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length);
+  beast::error_code ec;
+  tcp::socket socket(context);
+  socket.assign(local.ss_family == AF_INET6 ? tcp::v6() : tcp::v4(), fd, ec);
+  if (ec) {
+    close(fd);
+    return;
+  }
+  beast::flat_buffer buffer;
+  std::string client = SocketAddress(fd, true, false);
+  bool first = true;
+
+  for (;;) {
+    bool timedOut = false;
+    if (buffer.size() == 0) {
+      int ready = WaitReadable(fd, first ? config.requestTimeoutMs : config.idleTimeoutMs);
+      if (ready < 0 || (ready == 0 && !first)) break;  // stopping, or an idle keep-alive
+      timedOut = ready == 0;                           // a new connection that sent nothing in time
+    }
+    Clock::time_point start = Clock::now();
+    http::request_parser<http::string_body> parser;
+    parser.header_limit(static_cast<std::uint32_t>(config.headerLimit));
+    parser.body_limit(config.bodyLimit);
+    size_t transferred = 0;
+    if (!timedOut) {
+      ec = RunWithDeadline(
+          &context, &socket, config.requestTimeoutMs, &timedOut, &transferred,
+          [&](auto handler) { http::async_read(socket, buffer, parser, std::move(handler)); });
+    }
+
+    Exchange exchange;
+    exchange.socketFd = fd;
+    exchange.client = client;
+    bool keepAlive = false;
+    if (timedOut || ec) {
+      unsigned status = timedOut ? 408 : ReadFailureStatus(ec);
+      if (status == 0) break;
+      AnswerText(&exchange, status, ReasonText(status));
+    } else {
+      router->Handle(parser.get(), &exchange);
+      keepAlive = parser.get().keep_alive() && !WorkerShouldStop();
+    }
+    if (exchange.streamed) {
+      WriteAccessLine(client, exchange.user, exchange.what, 200, exchange.streamedBytes,
+                      MillisecondsSince(start));
+      break;
+    }
+    exchange.response.version(11);
+    exchange.response.keep_alive(keepAlive);
+    bool writeTimedOut = false;
+    beast::error_code writeError = RunWithDeadline(
+        &context, &socket, config.sendTimeoutMs, &writeTimedOut, &transferred,
+        [&](auto handler) { http::async_write(socket, exchange.response, std::move(handler)); });
+    WriteAccessLine(client, exchange.user, exchange.what, exchange.response.result_int(),
+                    static_cast<int64_t>(transferred), MillisecondsSince(start));
+    first = false;
+    if (writeError || writeTimedOut || !keepAlive) break;
+  }
+  socket.shutdown(tcp::socket::shutdown_send, ec);
+  socket.close(ec);
+}

@@ -1,0 +1,29 @@
+// One HTTP request and its answer as the connection and the endpoints share them.
+#pragma once
+
+#include <stdint.h>
+
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <string>
+
+using HttpRequest = boost::beast::http::request<boost::beast::http::string_body>;
+using HttpResponse = boost::beast::http::response<boost::beast::http::string_body>;
+
+struct Exchange {
+  int socketFd = -1;   // the client connection
+  std::string client;  // the client's address
+
+  // Filled by the endpoint. When streamed, the endpoint has written the whole answer to
+  // socketFd itself (streamedBytes long) and the connection must close after it.
+  HttpResponse response;
+  bool streamed = false;
+  int64_t streamedBytes = -1;
+  std::string user = "-";  // the session's user, for the access log
+  std::string what = "-";  // "API.method" or the path, for the access log
+};
+
+// A plain-text answer with the given status, never cached.
+void AnswerText(Exchange* exchange, unsigned status, const std::string& text);
+// An answer envelope over HTTP 200 as application/json, never cached.
+void AnswerEnvelope(Exchange* exchange, const std::string& envelope);

@@ -1,0 +1,22 @@
+// The master and worker processes: the master forks the workers, replaces those that die and
+// stops them on SIGTERM or SIGINT; workers learn of the stop through WorkerShouldStop().
+#pragma once
+
+#include <stdint.h>
+
+#include <functional>
+
+// Runs workerMain in count forked processes until the master receives SIGTERM or SIGINT, then
+// asks the workers to stop (SIGTERM), waits up to graceMs for them and kills the rest.
+// A worker that dies is replaced (after a short pause when it died within a second of its
+// start, so a worker that cannot start does not spin). Returns the master's exit status.
+// Must be called from a single-threaded process.
+int RunProcessPool(int count, int64_t graceMs, const std::function<int()>& workerMain);
+
+// In a worker: true once the master asked it to stop (also while the request is pending).
+bool WorkerShouldStop();
+
+// In a worker: waits until fd is readable. 1: readable; 0: timeoutMs passed; -1: the worker
+// was asked to stop (or poll failed). Stop requests are delivered only here, so a request
+// being served is never interrupted by one.
+int WaitReadable(int fd, int64_t timeoutMs);

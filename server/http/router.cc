@@ -1,0 +1,116 @@
+// Routing by path and method, and the request fields of the API endpoints.
+#include "server/http/router.h"
+
+#include <sodium.h>
+#include <stdio.h>
+
+#include "server/http/static_files.h"
+
+namespace http = boost::beast::http;
+
+const char kSessionCookie[] = "quor_session";
+
+namespace {
+
+void AnswerMethodNotAllowed(Exchange* exchange, const char* allowed) {
+  AnswerText(exchange, 405, "Method not allowed\n");
+  exchange->response.set(http::field::allow, allowed);
+}
+
+// The query string's fields, then those of a form or JSON body (which replace them).
+bool ReadFields(const HttpRequest& request, RequestFields* fields, Exchange* exchange) {
+  std::string target(request.target());
+  size_t question = target.find('?');
+  std::string error;
+  bool ok =
+      question == std::string::npos || AddUrlEncoded(target.substr(question + 1), fields, &error);
+  std::string type(request[http::field::content_type]);
+  type = type.substr(0, type.find(';'));
+  for (char& c : type) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+  if (ok && !request.body().empty()) {
+    if (type == "application/json") {
+      ok = AddJsonObject(request.body(), fields, &error);
+    } else if (type == "application/x-www-form-urlencoded" || type.empty()) {
+      ok = AddUrlEncoded(request.body(), fields, &error);
+    } else {
+      ok = false;
+      error = "the request body must be application/x-www-form-urlencoded or application/json";
+    }
+  }
+  if (!ok) AnswerText(exchange, 400, "Bad request: " + error + "\n");
+  return ok;
+}
+
+}  // namespace
+
+void AnswerText(Exchange* exchange, unsigned status, const std::string& text) {
+  HttpResponse& response = exchange->response;
+  response.result(status);
+  response.set(http::field::content_type, "text/plain; charset=utf-8");
+  response.set(http::field::cache_control, "no-store");
+  response.set("X-Content-Type-Options", "nosniff");
+  response.body() = text;
+  response.prepare_payload();
+}
+
+void AnswerEnvelope(Exchange* exchange, const std::string& envelope) {
+  HttpResponse& response = exchange->response;
+  response.result(http::status::ok);
+  response.set(http::field::content_type, "application/json; charset=utf-8");
+  response.set(http::field::cache_control, "no-store");
+  response.set("X-Content-Type-Options", "nosniff");
+  response.body() = envelope;
+  response.prepare_payload();
+}
+
+void Router::Handle(const HttpRequest& request, Exchange* exchange) {
+  try {
+    std::string target(request.target());
+    std::string path = target.substr(0, target.find('?'));
+    exchange->what = path;
+    http::verb verb = request.method();
+    if (path == "/webapi/auth") {
+      if (verb != http::verb::post) return AnswerMethodNotAllowed(exchange, "POST");
+      RequestFields fields;
+      if (ReadFields(request, &fields, exchange)) HandleAuth(request, fields, exchange);
+    } else if (path == "/webapi") {
+      if (verb != http::verb::get && verb != http::verb::post) {
+        return AnswerMethodNotAllowed(exchange, "GET, POST");
+      }
+      RequestFields fields;
+      if (ReadFields(request, &fields, exchange)) HandleWebApi(request, fields, exchange);
+    } else if (path.compare(0, 8, "/webapi/") == 0) {
+      AnswerText(exchange, 404, "Not found\n");
+    } else {
+      if (verb != http::verb::get && verb != http::verb::head) {
+        return AnswerMethodNotAllowed(exchange, "GET, HEAD");
+      }
+      ServeStaticFile(config_.uiDir, request, exchange);
+    }
+  } catch (const std::exception& e) {
+    fprintf(stderr, "quor-webapi: request failed: %s\n", e.what());
+    AnswerText(exchange, 500, "Internal server error\n");
+  }
+}
+
+bool Router::FindSession(const HttpRequest& request, Session* session, bool* found,
+                         Exchange* exchange) {
+  std::string cookie = CookieValue(std::string(request[http::field::cookie]), kSessionCookie);
+  if (sessions_->Touch(cookie, session, found)) {
+    if (*found) exchange->user = session->user;
+    return true;
+  }
+  fprintf(stderr, "quor-webapi: %s\n", sessions_->LastError().c_str());
+  AnswerText(exchange, 500, "Internal server error\n");
+  return false;
+}
+
+std::string RequestToken(const HttpRequest& request, const RequestFields& fields) {
+  auto header = request.find("X-Quor-Token");
+  return header != request.end() ? std::string(header->value()) : fields.Raw("_token");
+}
+
+bool TokenMatches(const std::string& given, const std::string& expected) {
+  return !given.empty() && given.size() == expected.size() &&
+         sodium_memcmp(given.data(), expected.data(), given.size()) == 0;
+}

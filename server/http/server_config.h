@@ -1,0 +1,23 @@
+// The settings of quor-webapi serve.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string>
+
+#include "server/auth/session_limits.h"
+
+struct ServerConfig {
+  std::string listen = "127.0.0.1:8080";
+  int workers = 0;  // 0: the number of cores, at least 2
+  std::string modulesDir;
+  std::string uiDir;
+  int64_t requestTimeoutMs = 10000;  // to read one whole request
+  int64_t idleTimeoutMs = 5000;      // a kept-alive connection waiting for its next request
+  int64_t sendTimeoutMs = 30000;     // a client that stops reading an answer
+  int64_t graceMs = 10000;           // requests in flight at stop may finish within this
+  size_t headerLimit = 8 * 1024;
+  size_t bodyLimit = 64 * 1024;
+  SessionLimits sessions;
+};

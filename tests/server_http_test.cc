@@ -1,0 +1,300 @@
+// The real server on a loopback port: sessions, tokens, permissions, lockout, static files,
+// HTTP limits and the process model.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "platform/webapi.h"
+#include "tests/support/server_process.h"
+#include "tests/support/temp_root.h"
+
+namespace {
+
+void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+Json::Value Parsed(const std::string& text) { return QUOR::WebAPIUtil::ParseJson(text); }
+
+int ErrorCode(const Json::Value& envelope) { return envelope["error"]["code"].asInt(); }
+
+// A root with an administrator and an operator, made once for the suite (hashing is slow),
+// and a UI directory with a page and a file outside it.
+class ServerHttp : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    root_ = new TempRoot();
+    ASSERT_TRUE(AddUser(root_->path(), "admin", "admin-pw", true, "de"));
+    ASSERT_TRUE(AddUser(root_->path(), "op", "op-pw", false));
+    std::string ui = root_->path() + "/ui";
+    root_->Write("/ui/index.html", "<!doctype html><title>log</title>");
+    root_->Write("/ui/app.js", "console.log(1);");
+    root_->Write("/ui/style.css", "body{}");
+    root_->Write("/ui/sub/page.html", "sub");
+    root_->Write("/secret.txt", "outside");
+    ASSERT_EQ(0, symlink((root_->path() + "/secret.txt").c_str(), (ui + "/link.txt").c_str()));
+  }
+  static void TearDownTestSuite() {
+    delete root_;
+    root_ = nullptr;
+  }
+  // Every test starts without sessions or failed logins of the ones before.
+  void SetUp() override {
+    setenv("QUOR_ROOT", root_->path().c_str(), 1);
+    std::string database = root_->path() + "/var/lib/quor-webapi/sessions.db";
+    for (const char* suffix : {"", "-wal", "-shm"}) unlink((database + suffix).c_str());
+  }
+
+  std::unique_ptr<ServerProcess> Start(std::vector<std::string> args = {}) {
+    args.insert(args.end(), {"--ui", root_->path() + "/ui"});
+    auto server = std::make_unique<ServerProcess>(root_->path(), args);
+    EXPECT_TRUE(server->started());
+    return server;
+  }
+
+  static TempRoot* root_;
+};
+
+TempRoot* ServerHttp::root_ = nullptr;
+
+}  // namespace
+
+TEST_F(ServerHttp, LoginStatusAndLogout) {
+  auto server = Start();
+  WebApiClient client(server->port());
+  // Before login: the state says so, and calls need a session.
+  Json::Value status = client.Auth("method=status");
+  EXPECT_TRUE(status["success"].asBool());
+  EXPECT_FALSE(status["data"]["logged_in"].asBool());
+  EXPECT_TRUE(status["data"]["timezone"].isString());
+  EXPECT_TRUE(status["data"]["utc_offset"].isIntegral());
+  EXPECT_EQ(110, ErrorCode(client.CallJson("list")));
+
+  EXPECT_EQ(150, ErrorCode(client.Login("admin", "wrong")));
+  EXPECT_EQ(150, ErrorCode(client.Login("nobody", "admin-pw")));
+  HttpAnswer answer = HttpRequest(server->port(), "POST", "/webapi/auth",
+                                  "method=login&account=admin&passwd=admin-pw");
+  EXPECT_EQ(200, answer.status);
+  EXPECT_EQ("application/json; charset=utf-8", answer.Header("content-type"));
+  EXPECT_EQ("no-store", answer.Header("cache-control"));
+  std::string setCookie = answer.Header("set-cookie");
+  EXPECT_EQ(0u, setCookie.find("quor_session="));
+  EXPECT_EQ(64u, setCookie.find(';') - 13) << setCookie;  // 256 random bits in hex
+  for (const char* attribute : {"; HttpOnly", "; SameSite=Strict", "; Path=/"}) {
+    EXPECT_NE(std::string::npos, setCookie.find(attribute)) << setCookie;
+  }
+
+  Json::Value login = client.Login("admin", "admin-pw", "en");
+  ASSERT_TRUE(login["success"].asBool()) << login;
+  EXPECT_EQ("admin", login["data"]["account"].asString());
+  EXPECT_EQ("en", login["data"]["lang"].asString());  // asked for; the user's own is "de"
+  EXPECT_TRUE(login["data"]["is_admin"].asBool());
+  status = client.Auth("method=status");
+  EXPECT_TRUE(status["data"]["logged_in"].asBool());
+  EXPECT_EQ("admin", status["data"]["account"].asString());
+  EXPECT_EQ(client.token, status["data"]["token"].asString());
+
+  // Logout needs the token, then ends the session for good.
+  EXPECT_EQ(112, ErrorCode(client.Auth("method=logout", false)));
+  EXPECT_TRUE(client.Auth("method=logout")["success"].asBool());
+  EXPECT_EQ(110, ErrorCode(client.CallJson("list")));
+  EXPECT_FALSE(client.Auth("method=status")["data"]["logged_in"].asBool());
+
+  EXPECT_EQ(102, ErrorCode(client.Auth("method=nosuch")));
+  EXPECT_EQ(405, HttpRequest(server->port(), "GET", "/webapi/auth?method=status").status);
+}
+
+TEST_F(ServerHttp, TokensPermissionsAndExpiry) {
+  auto server = Start({"--session-idle-ms", "600"});
+  WebApiClient admin(server->port());
+  ASSERT_TRUE(admin.Login("admin", "admin-pw")["success"].asBool());
+  // The checker answers: the call got through session, token and permission checks.
+  EXPECT_EQ(120, ErrorCode(admin.CallJson("list", "offset=abc")));
+  // The token as a field works as well as the header; a wrong or missing one does not.
+  std::string token = admin.token;
+  admin.token.clear();
+  EXPECT_EQ(112, ErrorCode(admin.CallJson("list", "offset=abc")));
+  EXPECT_EQ(120, ErrorCode(admin.CallJson("list", "offset=abc&_token=" + token)));
+  EXPECT_EQ(112, ErrorCode(admin.CallJson("list", "_token=" + token.substr(1))));
+  admin.token = token;
+  // A GET with the fields in the query string is the same call.
+  HttpAnswer get = HttpRequest(server->port(), "GET",
+                               "/webapi?api=QUOR.Core.SyslogClient.Log&version=1&method=list"
+                               "&offset=abc",
+                               "", {"Cookie: " + admin.cookie, "X-Quor-Token: " + token});
+  EXPECT_EQ(120, ErrorCode(Parsed(get.body))) << get.body;
+  // A JSON body carries values as they are.
+  HttpConnection json(server->port());
+  std::string body =
+      "{\"api\":\"QUOR.Core.SyslogClient.Log\",\"version\":1,\"method\":\"list\","
+      "\"limit\":\"5\"}";
+  ASSERT_TRUE(
+      json.Send("POST /webapi HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
+                "Cookie: " +
+                admin.cookie + "\r\nX-Quor-Token: " + token +
+                "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body));
+  EXPECT_EQ("limit", Parsed(json.Read().body)["error"]["errors"]["name"].asString());
+
+  // Unknown API, version or method.
+  EXPECT_EQ(102, ErrorCode(Parsed(admin.Call("list", "", "No.Such.Api").body)));
+  EXPECT_EQ(102, ErrorCode(admin.CallJson("nosuch")));
+  EXPECT_EQ(102, ErrorCode(admin.CallJson("list", "version=x")));
+
+  // Only administrators may call the log center.
+  WebApiClient op(server->port());
+  ASSERT_TRUE(op.Login("op", "op-pw")["success"].asBool());
+  EXPECT_FALSE(op.Auth("method=status")["data"]["is_admin"].asBool());
+  EXPECT_EQ(111, ErrorCode(op.CallJson("list")));
+
+  // Sessions end after the idle time; use keeps them alive.
+  for (int i = 0; i < 3; ++i) {
+    SleepMs(300);
+    EXPECT_EQ(120, ErrorCode(admin.CallJson("list", "offset=abc"))) << i;
+  }
+  SleepMs(800);
+  EXPECT_EQ(110, ErrorCode(admin.CallJson("list", "offset=abc")));
+  EXPECT_FALSE(admin.Auth("method=status")["data"]["logged_in"].asBool());
+}
+
+TEST_F(ServerHttp, FailedLoginsLockOutAcrossWorkers) {
+  auto server = Start({"--workers", "3", "--lockout-ms", "1500"});
+  WebApiClient client(server->port());
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(150, ErrorCode(client.Login("admin", "bad"))) << i;
+  // Locked: even the right password is refused, whichever worker answers.
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(151, ErrorCode(client.Login("admin", "admin-pw"))) << i;
+  // The address failed five times too, so other accounts from it are refused as well.
+  EXPECT_EQ(151, ErrorCode(client.Login("op", "op-pw")));
+  SleepMs(1600);
+  EXPECT_TRUE(client.Login("admin", "admin-pw")["success"].asBool());
+}
+
+TEST_F(ServerHttp, StaticFilesStayInsideTheUiDirectory) {
+  auto server = Start();
+  int port = server->port();
+  HttpAnswer index = HttpRequest(port, "GET", "/");
+  EXPECT_EQ(200, index.status);
+  EXPECT_EQ("<!doctype html><title>log</title>", index.body);
+  EXPECT_EQ("text/html; charset=utf-8", index.Header("content-type"));
+  std::string policy = index.Header("content-security-policy");
+  EXPECT_NE(std::string::npos, policy.find("default-src 'none'")) << policy;
+  EXPECT_NE(std::string::npos, policy.find("script-src 'self'")) << policy;
+  EXPECT_NE(std::string::npos, policy.find("style-src 'self'")) << policy;
+  EXPECT_EQ(std::string::npos, policy.find("unsafe")) << policy;
+  EXPECT_EQ("nosniff", index.Header("x-content-type-options"));
+  EXPECT_EQ("text/javascript; charset=utf-8",
+            HttpRequest(port, "GET", "/app.js").Header("content-type"));
+  EXPECT_EQ("text/css; charset=utf-8",
+            HttpRequest(port, "GET", "/style.css?v=2").Header("content-type"));
+  EXPECT_EQ("sub", HttpRequest(port, "GET", "/sub/page.html").body);
+  HttpAnswer head = HttpRequest(port, "HEAD", "/app.js");
+  EXPECT_EQ(200, head.status);
+  EXPECT_EQ("15", head.Header("content-length"));
+
+  for (const char* path :
+       {"/../secret.txt", "/sub/../../secret.txt", "/%2e%2e/secret.txt", "/%2E%2E%2fsecret.txt",
+        "/sub/%2e%2e/%2e%2e/secret.txt", "/..%5csecret.txt", "/link.txt", "/nothere.html", "/sub",
+        "/%00index.html", "/%zz", "//etc/passwd", "/ui/../../../../etc/passwd"}) {
+    HttpAnswer answer = HttpRequest(port, "GET", path);
+    EXPECT_EQ(404, answer.status) << path;
+    EXPECT_EQ(std::string::npos, answer.body.find("outside")) << path;
+    EXPECT_EQ(std::string::npos, answer.body.find("root:")) << path;
+  }
+  EXPECT_EQ(405, HttpRequest(port, "POST", "/index.html", "x=1").status);
+  EXPECT_EQ("GET, HEAD", HttpRequest(port, "DELETE", "/").Header("allow"));
+  EXPECT_EQ(405, HttpRequest(port, "PUT", "/webapi").status);
+  EXPECT_EQ(404, HttpRequest(port, "GET", "/webapi/other").status);
+}
+
+TEST_F(ServerHttp, MalformedOversizedAndSlowRequests) {
+  auto server = Start({"--request-timeout-ms", "400", "--idle-timeout-ms", "300"});
+  int port = server->port();
+  for (const char* raw :
+       {"GARBAGE\r\n\r\n", "GET / HTTP/1.1\r\nHost x\r\n\r\n", "GET / HTTP/9.9\r\n\r\n",
+        "POST /webapi HTTP/1.1\r\nContent-Length: -1\r\n\r\n",
+        "POST /webapi HTTP/1.1\r\nContent-Length: 3\r\nContent-Length: 4\r\n\r\nabc"}) {
+    HttpConnection connection(port);
+    ASSERT_TRUE(connection.Send(raw));
+    HttpAnswer answer = connection.Read();
+    EXPECT_EQ(400, answer.status) << raw;
+    EXPECT_TRUE(connection.ClosedWithin(1000)) << raw;
+  }
+  // Fields that are not a form or a JSON object.
+  EXPECT_EQ(400, HttpRequest(port, "POST", "/webapi/auth", "method=%zz").status);
+  HttpConnection json(port);
+  ASSERT_TRUE(
+      json.Send("POST /webapi/auth HTTP/1.1\r\nContent-Type: application/json\r\n"
+                "Content-Length: 3\r\n\r\n[1]"));
+  EXPECT_EQ(400, json.Read().status);
+
+  // Too large: a header block over 8 KiB, a body over 64 KiB (refused from its length alone).
+  EXPECT_EQ(413, HttpRequest(port, "GET", "/", "", {"X-Big: " + std::string(10000, 'a')}).status);
+  HttpConnection big(port);
+  ASSERT_TRUE(big.Send("POST /webapi HTTP/1.1\r\nContent-Length: 10000000\r\n\r\n"));
+  EXPECT_EQ(413, big.Read().status);
+
+  // Slow: a request not whole within the time limit gets 408, and so does silence.
+  HttpConnection slow(port);
+  ASSERT_TRUE(slow.Send("GET / HTTP/1.1\r\nHost: x\r\n"));
+  SleepMs(200);
+  ASSERT_TRUE(slow.Send("X-More: 1\r\n"));
+  HttpAnswer late = slow.Read();
+  EXPECT_EQ(408, late.status);
+  EXPECT_EQ("close", late.Header("connection"));
+  HttpConnection silent(port);
+  EXPECT_EQ(408, silent.Read().status);
+
+  // Keep-alive: two requests on one connection, then the idle timeout closes it.
+  HttpConnection kept(port);
+  ASSERT_TRUE(kept.Send(
+      "GET /app.js HTTP/1.1\r\nHost: x\r\n\r\nGET /style.css HTTP/1.1\r\nHost: x\r\n\r\n"));
+  EXPECT_EQ("console.log(1);", kept.Read().body);
+  EXPECT_EQ("body{}", kept.Read().body);
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(kept.ClosedWithin(3000));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
+
+  // Each request left one access-log line with client, user, what, status and bytes.
+  std::string log = server->Log();
+  EXPECT_NE(std::string::npos, log.find(" 127.0.0.1 - /app.js 200 ")) << log;
+  EXPECT_NE(std::string::npos, log.find(" 127.0.0.1 - - 408 ")) << log;
+  EXPECT_NE(std::string::npos, log.find(" 413 ")) << log;
+}
+
+TEST_F(ServerHttp, AKilledWorkerIsReplaced) {
+  auto server = Start({"--workers", "1"});
+  std::vector<pid_t> before = server->Workers();
+  ASSERT_EQ(1u, before.size());
+  // The only worker is inside a request when it dies: that request is lost, nothing else.
+  HttpConnection inFlight(server->port());
+  ASSERT_TRUE(inFlight.Send("GET / HTTP/1.1\r\nHost: x\r\n"));
+  SleepMs(100);
+  ASSERT_EQ(0, kill(before[0], SIGKILL));
+  EXPECT_TRUE(inFlight.ClosedWithin(2000));
+  HttpAnswer next = HttpRequest(server->port(), "GET", "/app.js");
+  EXPECT_EQ(200, next.status);
+  std::vector<pid_t> after = server->Workers();
+  ASSERT_EQ(1u, after.size());
+  EXPECT_NE(before[0], after[0]);
+  EXPECT_NE(std::string::npos, server->Log().find("died of signal 9")) << server->Log();
+}
+
+TEST_F(ServerHttp, StopLetsRequestsInFlightFinish) {
+  auto server = Start({"--workers", "2"});
+  int port = server->port();
+  HttpConnection inFlight(port);
+  ASSERT_TRUE(inFlight.Send("GET /app.js HTTP/1.1\r\nHost: x\r\n"));
+  SleepMs(100);
+  ASSERT_EQ(0, kill(server->pid(), SIGTERM));
+  SleepMs(200);
+  ASSERT_TRUE(inFlight.Send("\r\n"));
+  HttpAnswer answer = inFlight.Read();
+  EXPECT_EQ(200, answer.status);
+  EXPECT_EQ("console.log(1);", answer.body);
+  EXPECT_EQ("close", answer.Header("connection"));
+  EXPECT_EQ(0, server->Stop(5000));
+  // No new connections once stopped.
+  HttpConnection refused(port);
+  EXPECT_FALSE(refused.connected());
+}

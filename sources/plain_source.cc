@@ -33,44 +33,47 @@ struct LineFilter {
 // message) or the search filters it out. line is cut up in place.
 void AddLine(char* line, const LogSearch& search, const LineFilter& filter,
              std::vector<Json::Value>* records) {
-  std::string original = line;
+  // Kept for the messages about malformed lines; reused to spare an allocation per line.
+  thread_local std::string original;
+  original.assign(line);
   char* save = nullptr;
   const char* level = strtok_r(line, "\t", &save);
   if (level == nullptr) {
-    LOG_DEBUG_AT(40, "Bad Log format szLevel: %s", original.c_str());
+    LOG_DEBUG_AT(42, "Bad Log format szLevel: %s", original.c_str());
     return;
   }
   int levelNumber = LevelNumber(level);
   const char* time = strtok_r(nullptr, "\t", &save);
   if (time == nullptr) {
-    LOG_DEBUG_AT(46, "Bad Log formate szTime: %s", original.c_str());
+    LOG_DEBUG_AT(48, "Bad Log formate szTime: %s", original.c_str());
     return;
   }
   char* user = strtok_r(nullptr, "\t", &save);
   if (user == nullptr) {
-    LOG_DEBUG_AT(51, "Bad Log formate szUser: %s", original.c_str());
+    LOG_DEBUG_AT(53, "Bad Log formate szUser: %s", original.c_str());
     return;
   }
   // The services end the user field with a separator character; it is not part of the name.
   user[strlen(user) - 1] = '\0';
   if (save == nullptr) {
-    LOG_DEBUG_AT(57, "Bad Log formate saveptr: %s", original.c_str());
+    LOG_DEBUG_AT(59, "Bad Log formate saveptr: %s", original.c_str());
     return;
   }
-  Json::Value record(Json::objectValue);
-  record["logtype"] = filter.display;
-  record["orginalLogType"] = filter.name;
-  record["descr"] = save;
-  record["who"] = user;
-  if (!search.keyword.empty() && !ContainsKeyword(save, search.keyword) &&
-      !ContainsKeyword(user, search.keyword)) {
+  const char* message = save;
+  if (!search.keyword.empty() && !KeywordFound(message, search.keyword) &&
+      !KeywordFound(user, search.keyword)) {
     return;
   }
-  record["time"] = time;
   // The date texts sort chronologically, so a byte-wise comparison is a date comparison.
   if (!filter.from.empty() && strcmp(filter.from.c_str(), time) > 0) return;
   if (!filter.to.empty() && strcmp(filter.to.c_str(), time) < 0) return;
   if (!LevelKept(search, levelNumber)) return;
+  Json::Value record(Json::objectValue);
+  record["logtype"] = filter.display;
+  record["orginalLogType"] = filter.name;
+  record["descr"] = message;
+  record["who"] = user;
+  record["time"] = time;
   record["level"] = levelNumber == 3 ? "err" : levelNumber == 2 ? "warn" : "info";
   records->push_back(std::move(record));
 }
@@ -99,7 +102,7 @@ void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records) 
   char** lines = nullptr;
   int count = 0;
   if (readfileinreverse(file, &lines, &count, kMaxLines) < 0) {
-    LOG_ERROR_AT(102, "Read %s inversely failed.", path);
+    LOG_ERROR_AT(105, "Read %s inversely failed.", path);
   } else {
     for (int i = 0; i < count; ++i) {
       if (lines[i] != nullptr) AddLine(lines[i], search, filter, records);

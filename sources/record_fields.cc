@@ -8,8 +8,35 @@ std::string FieldText(PQUORDBRESULT result, QUORDBROW row, const char* column) {
   return text != nullptr ? text : "";
 }
 
+namespace {
+
+bool IsAscii(const char* text) {
+  for (; *text != '\0'; ++text) {
+    if (static_cast<unsigned char>(*text) >= 0x80) return false;
+  }
+  return true;
+}
+
+char UpperAscii(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+}  // namespace
+
+bool KeywordFound(const char* text, const std::string& keyword) {
+  if (text == nullptr || text[0] == '\0' || keyword.empty()) return false;
+  if (!IsAscii(text) || !IsAscii(keyword.c_str())) return ContainsKeyword(text, keyword);
+  const char* k = keyword.c_str();
+  for (const char* start = text; *start != '\0'; ++start) {
+    size_t i = 0;
+    while (k[i] != '\0' && start[i] != '\0' && UpperAscii(start[i]) == UpperAscii(k[i])) ++i;
+    if (k[i] == '\0') return true;
+    if (start[i] == '\0') return false;  // the rest of text is shorter than keyword
+  }
+  return false;
+}
+
 bool LevelKept(const LogSearch& search, int level) {
-  return search.level.empty() || ContainsKeyword(search.level, std::to_string(level));
+  const char digit[2] = {static_cast<char>('0' + level), '\0'};
+  return search.level.empty() || KeywordFound(search.level.c_str(), digit);
 }
 
 const char* CountLevel(int level, LevelCounts* counts) {

@@ -3,8 +3,10 @@
 
 #include <stdlib.h>
 
+#include "catalogue/text_helpers.h"
 #include "platform/logfiles.h"
 #include "sources/log_sources.h"
+#include "sources/record_fields.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/root_layout.h"
 
@@ -189,4 +191,17 @@ TEST(PlainSource, TailLimitAndQuietFailures) {
   EXPECT_TRUE(
       log.Has(LOG_ERR, "Read " + root.At("/var/log/quorbackup_server.log") + " inversely failed."))
       << log.Dump();
+}
+
+// The sources' keyword test must answer as ContainsKeyword does, ASCII or not.
+TEST(PlainSource, KeywordTestAgreesWithContainsKeyword) {
+  const char* texts[] = {"Backup FAILED", "failed", "fail", "",  "Zoë failed", "STRASSE",
+                         "Straße",        "1,2,3",  "a",    "ǰ", "abcabd"};
+  const char* keywords[] = {"failed", "FAIL", "ë", "Ë", "straße", "ss", "2", "", "ǰ", "abd", "x"};
+  for (const char* text : texts) {
+    for (const char* keyword : keywords) {
+      EXPECT_EQ(ContainsKeyword(text, keyword), KeywordFound(text, keyword))
+          << text << " / " << keyword;
+    }
+  }
 }

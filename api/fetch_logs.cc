@@ -1,0 +1,101 @@
+// The dispatcher: normalises a search and routes it to exactly one log source.
+#include "api/fetch_logs.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "api/module_log.h"
+#include "catalogue/log_types.h"
+#include "catalogue/type_lists.h"
+#include "sources/log_sources.h"
+
+namespace {
+
+// Level names to digits: "info" 1, "warning" 2, "err" 3. An unknown name adds nothing but keeps
+// its separator ("info,warn" gives "1,"): clients have always sent such lists and get the same
+// filter as before. A list with nothing recognised means every level.
+std::string LevelDigits(const std::string& levels) {
+  std::string digits;
+  PSLIBSZLIST items = SLIBCSzListAlloc(256);
+  if (items == nullptr) {
+    LOG_ERROR_AT(1578, "memory allocation failed");
+  } else if (SLIBCStrSep(levels.c_str(), ",", &items) > 0) {
+    for (int i = 0; i < items->nItem; ++i) {
+      const char* item = items->pszItem[i];
+      if (strcmp(item, "info") == 0) {
+        digits += "1";
+      } else if (strcmp(item, "warning") == 0) {
+        digits += "2";
+      } else if (strcmp(item, "err") == 0) {
+        digits += "3";
+      }
+      if (i + 1 < items->nItem) digits += ",";
+    }
+  }
+  SLIBCSzListFree(items);
+  return digits.empty() ? "1,2,3" : digits;
+}
+
+// Sorts every matching line of a plain-text log, then appends the requested page and counts
+// its levels. Offset and limit are taken as unsigned, so a negative offset selects nothing.
+int FetchPlainPage(LogSearch* search, std::vector<Json::Value>* results, LevelCounts* counts) {
+  const std::string logtype = search->logtype;
+  std::vector<Json::Value> all;
+  FetchPlainLogs(*search, &all);
+  if (!all.empty()) std::sort(all.begin(), all.end(), LogCompare(search->sort, search->ascending));
+
+  const uint64_t n = all.size();
+  const uint64_t offset = static_cast<uint64_t>(search->offset);
+  const uint64_t limit = static_cast<uint64_t>(search->limit);
+  const uint64_t end = offset + limit;
+  if (!((limit != 0 && end <= offset) || n <= offset)) {
+    for (uint64_t i = offset; i < n && (limit == 0 || i < end); ++i) {
+      const Json::Value* level = all[i].find("level", "level" + 5);
+      std::string text = level != nullptr && level->isString() ? level->asString() : "";
+      if (text == "err") {
+        ++counts->error;
+      } else if (text == "warn") {
+        ++counts->warn;
+      } else {
+        ++counts->info;
+      }
+      results->push_back(all[i]);
+    }
+  }
+  search->logtype = logtype;
+  return static_cast<int>(n);
+}
+
+}  // namespace
+
+int FetchLogs(LogSearch* search, std::vector<Json::Value>* results, LevelCounts* counts) {
+  search->logtype = MapCategoriesToLogTypes(search->logtype);
+  search->level = LevelDigits(search->level);
+
+  PSLIBSZLIST types = nullptr;
+  if (SplitLogTypes(search->logtype, &types) < 0) return 0;
+
+  int total = 0;
+  if (AllLogTypesAre(IsXferLogType, types)) {
+    total = FetchTransferLogs(*search, types, results);
+  } else if (AllLogTypesAre(IsDbLogType, types)) {
+    total = FetchSystemLogs(*search, types, results, counts);
+  } else if (AllLogTypesAre(IsPlainLogType, types)) {
+    if (types->nItem >= 2) {
+      LOG_ERROR_AT(1497, "only supports one logtype per request for plaintext logs");
+      total = -1;
+    } else {
+      total = FetchPlainPage(search, results, counts);
+    }
+  } else if (AllLogTypesAre(IsDiskLogType, types)) {
+    if (types->nItem >= 2) {
+      LOG_ERROR_AT(1505, "only supports one logtype per request for disk logs");
+      total = -1;
+    } else {
+      total = FetchDiskLogs(*search, results, counts);
+    }
+  }
+  if (total < 0) LOG_ERROR_AT(1511, "fetch %s log failed.", search->logtype.c_str());
+  SLIBCSzListFree(types);
+  return total;
+}

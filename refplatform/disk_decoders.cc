@@ -48,24 +48,33 @@ std::string ValueText(const Json::Value& value) {
   return "-";
 }
 
-// Replaces each "{name}" of pattern with values[name] ("-" when absent).
-std::string FillTemplate(const std::string& pattern, const Json::Value& values) {
-  std::string out;
+// Walks pattern: its literal text goes to text(), each "{name}" to placeholder(name).
+template <typename Text, typename Placeholder>
+void WalkTemplate(const std::string& pattern, Text text, Placeholder placeholder) {
   size_t pos = 0;
   while (pos < pattern.size()) {
     size_t open = pattern.find('{', pos);
     size_t close = open == std::string::npos ? open : pattern.find('}', open);
     if (close == std::string::npos) {
-      out.append(pattern, pos, std::string::npos);
-      break;
+      text(pattern.substr(pos));
+      return;
     }
-    out.append(pattern, pos, open - pos);
-    std::string name = pattern.substr(open + 1, close - open - 1);
-    const Json::Value* value =
-        values.isObject() ? values.find(name.data(), name.data() + name.size()) : nullptr;
-    out += value != nullptr ? ValueText(*value) : "-";
+    text(pattern.substr(pos, open - pos));
+    placeholder(pattern.substr(open + 1, close - open - 1));
     pos = close + 1;
   }
+}
+
+// Replaces each "{name}" of pattern with values[name] ("-" when absent).
+std::string FillTemplate(const std::string& pattern, const Json::Value& values) {
+  std::string out;
+  WalkTemplate(
+      pattern, [&](const std::string& text) { out += text; },
+      [&](const std::string& name) {
+        const Json::Value* value =
+            values.isObject() ? values.find(name.data(), name.data() + name.size()) : nullptr;
+        out += value != nullptr ? ValueText(*value) : "-";
+      });
   return out;
 }
 
@@ -130,18 +139,9 @@ std::string Trim(const char* text) {
 // keyword never matches across a placeholder.
 std::string TemplateWords(const std::string& pattern) {
   std::string words;
-  size_t pos = 0;
-  while (pos < pattern.size()) {
-    size_t open = pattern.find('{', pos);
-    size_t close = open == std::string::npos ? open : pattern.find('}', open);
-    if (close == std::string::npos) {
-      words.append(pattern, pos, std::string::npos);
-      break;
-    }
-    words.append(pattern, pos, open - pos);
-    words += '\n';
-    pos = close + 1;
-  }
+  WalkTemplate(
+      pattern, [&](const std::string& text) { words += text; },
+      [&](const std::string&) { words += '\n'; });
   return words;
 }
 

@@ -7,7 +7,9 @@
 #include <cstdint>
 
 #include "api/module_log.h"
+#include "catalogue/log_types.h"
 #include "platform/slibc.h"
+#include "platform/stringbundle.h"
 
 std::string EscapeSqlString(const std::string& text) {
   char* escaped = QUORDBEscapeStrAllocEX2(0, text.c_str());
@@ -43,7 +45,7 @@ bool CheckSortField(const std::string& sort, const char* const* allowed) {
   for (; *allowed != nullptr; ++allowed) {
     if (sort == *allowed) return true;
   }
-  LOG_ERROR_AT(46, "Bad sort field.");
+  LOG_ERROR_AT(48, "Bad sort field.");
   return false;
 }
 
@@ -51,7 +53,7 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
                                              const std::string& displayName,
                                              const std::string& path) {
   if (!SLIBCFileExist(path.c_str())) {
-    LOG_DEBUG_AT(54, "%s is not exist. (%s is not enable?)", path.c_str(), typeName.c_str());
+    LOG_DEBUG_AT(56, "%s is not exist. (%s is not enable?)", path.c_str(), typeName.c_str());
     return kSkipped;
   }
   // The display name is localized text: escaped so that a quote in a translation cannot break
@@ -60,7 +62,7 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
   if (conn_ == nullptr) {
     conn_ = QUORDBConnect(0, 0, 0, path.c_str());
     if (conn_ == nullptr) {
-      LOG_ERROR_AT(63, "Failed to connect to %s database", typeName.c_str());
+      LOG_ERROR_AT(65, "Failed to connect to %s database", typeName.c_str());
       return kConnectFailed;
     }
     sql_ += " SELECT *, '" + typeName + "' as orginalLogType, '" + display +
@@ -69,12 +71,29 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
   }
   std::string attach = "ATTACH \"" + path + "\" as " + typeName;
   if (QUORDBExecute(conn_, attach.c_str(), nullptr) < 0) {
-    LOG_ERROR_AT(72, "Failed to attach %s database", typeName.c_str());
+    LOG_ERROR_AT(74, "Failed to attach %s database", typeName.c_str());
     return kSkipped;
   }
   sql_ += " UNION ALL SELECT *, '" + typeName + "' as orginalLogType, '" + display +
           "' as logtype FROM " + typeName + ".logs " + filter_;
   return kAdded;
+}
+
+bool MergedSelect::AddTypes(
+    PSLIBSZLIST typeList,
+    const std::function<bool(const char* type, std::string* path)>& databaseOf) {
+  StringBundle texts("log");
+  int types = typeList != nullptr ? typeList->nItem : 0;
+  for (int i = 0; i < types; ++i) {
+    const char* name = SLIBCSzListGet(typeList, i);
+    if (name == nullptr) continue;
+    const LogTypeEntry* entry = FindLogTypeEntry(name);
+    std::string display = entry != nullptr ? texts.Text(entry->textKey, nullptr) : "";
+    std::string path;
+    if (!databaseOf(name, &path)) continue;
+    if (AddArm(name, display, path) == kConnectFailed) return false;
+  }
+  return true;
 }
 
 std::string OrderBy(const std::string& sort, bool ascending) {
@@ -86,7 +105,7 @@ int SelectPage(PQUORDB conn, const std::string& sql, const LogSearch& search,
   // The layer pages with 32-bit values; larger requests mean "as far as there are rows".
   auto clamp = [](int64_t v) { return static_cast<int>(v > INT_MAX ? INT_MAX : v < 0 ? 0 : v); };
   if (QUORDBSelectLimit(conn, sql.c_str(), clamp(search.limit), clamp(search.offset), result) < 0) {
-    LOG_ERROR_AT(89, "Failed to select %s from database. [%s]", search.logtype.c_str(),
+    LOG_ERROR_AT(108, "Failed to select %s from database. [%s]", search.logtype.c_str(),
                  sql.c_str());
     return -1;
   }
@@ -97,19 +116,19 @@ int CountRows(PQUORDB conn, const std::string& select) {
   std::string count = "SELECT count(*) AS count_result FROM (" + select + ") as tempQuery";
   PQUORDBRESULT result = nullptr;
   if (QUORDBExecute(conn, count.c_str(), &result) < 0) {
-    LOG_ERROR_AT(100, "SELECT error: %s\n", QUORDBErrorGet(conn));
+    LOG_ERROR_AT(119, "SELECT error: %s\n", QUORDBErrorGet(conn));
     return -1;
   }
   QUORDBROW row;
   if (QUORDBFetchRow(result, &row) < 0) {
     QUORDBFreeResult(result);
-    LOG_ERROR_AT(106, "Failed to fetch row");
+    LOG_ERROR_AT(125, "Failed to fetch row");
     return -1;
   }
   const char* total = QUORDBFetchField(result, row, "count_result");
   if (total == nullptr) {
     QUORDBFreeResult(result);
-    LOG_ERROR_AT(112, "Failed to fetch field");
+    LOG_ERROR_AT(131, "Failed to fetch field");
     return -1;
   }
   int value = static_cast<int>(strtoll(total, nullptr, 10));

@@ -2,10 +2,12 @@
 // several log databases into one result, the paged select and the count query.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "api/log_search.h"
 #include "platform/logdb.h"
+#include "platform/slibc.h"
 
 // text escaped for use inside single quotes; the empty text when escaping fails.
 std::string EscapeSqlString(const std::string& text);
@@ -40,6 +42,13 @@ class MergedSelect {
   // All three are logged.
   ArmResult AddArm(const std::string& typeName, const std::string& displayName,
                    const std::string& path);
+
+  // Adds the arm of every type of typeList in list order, with the display name that the "log"
+  // texts give the type's catalogue row ("" for a name outside the catalogue) and the database
+  // that databaseOf gives (false: the type is skipped, databaseOf has said why). Returns false
+  // when the first connect failed.
+  bool AddTypes(PSLIBSZLIST typeList,
+                const std::function<bool(const char* type, std::string* path)>& databaseOf);
 
   PQUORDB connection() const { return conn_; }
   std::string& sql() { return sql_; }

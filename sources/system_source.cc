@@ -3,11 +3,9 @@
 #include <string.h>
 
 #include "api/module_log.h"
-#include "catalogue/log_types.h"
 #include "catalogue/text_helpers.h"
 #include "platform/logfiles.h"
 #include "platform/root.h"
-#include "platform/stringbundle.h"
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
 #include "sources/sql_query.h"
@@ -37,24 +35,16 @@ std::string DatabasePath(const char* name) {
 
 int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList,
                     std::vector<Json::Value>* records, LevelCounts* counts) {
-  StringBundle texts("log");
   MergedSelect merged(BuildFilterClause(search, "msg"));
   if (!CheckSortField(search.sort, kSortColumns)) return -1;
-  int types = typeList != nullptr ? typeList->nItem : 0;
-  for (int i = 0; i < types; ++i) {
-    const char* name = SLIBCSzListGet(typeList, i);
-    if (name == nullptr) continue;
-    const LogTypeEntry* entry = FindLogTypeEntry(name);
-    std::string display = entry != nullptr ? texts.Text(entry->textKey, nullptr) : "";
-    std::string path = DatabasePath(name);
-    if (path.empty()) {
-      LOG_ERROR_AT(51, "unsupported log type %s", name);
-      continue;
-    }
-    if (merged.AddArm(name, display, path) == MergedSelect::kConnectFailed) return -1;
-  }
+  bool connected = merged.AddTypes(typeList, [](const char* name, std::string* path) {
+    *path = DatabasePath(name);
+    if (path->empty()) LOG_ERROR_AT(42, "unsupported log type %s", name);
+    return !path->empty();
+  });
+  if (!connected) return -1;
   if (merged.connection() == nullptr) {
-    LOG_ERROR_AT(57, "Failed to connect to %s database", search.logtype.c_str());
+    LOG_ERROR_AT(47, "Failed to connect to %s database", search.logtype.c_str());
     return -1;
   }
   std::string& sql = merged.sql();

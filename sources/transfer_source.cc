@@ -2,9 +2,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "catalogue/log_types.h"
 #include "platform/logfiles.h"
-#include "platform/stringbundle.h"
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
 #include "sources/sql_query.h"
@@ -35,21 +33,15 @@ std::string FileSizeText(const std::string& column) {
 
 int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList,
                       std::vector<Json::Value>* records) {
-  StringBundle texts("log");
   MergedSelect merged(BuildFilterClause(search, "filename"));
   // Records show the column filename under "descr", so clients sort by "descr".
   std::string sort = search.sort == "descr" ? "filename" : search.sort;
   if (!CheckSortField(sort, kSortColumns)) return -1;
-  int types = typeList != nullptr ? typeList->nItem : 0;
-  for (int i = 0; i < types; ++i) {
-    const char* name = SLIBCSzListGet(typeList, i);
-    if (name == nullptr) continue;
-    const LogTypeEntry* entry = FindLogTypeEntry(name);
-    std::string display = entry != nullptr ? texts.Text(entry->textKey, nullptr) : "";
-    if (merged.AddArm(name, display, XferlogDBPathGet(name)) == MergedSelect::kConnectFailed) {
-      return -1;
-    }
-  }
+  bool connected = merged.AddTypes(typeList, [](const char* name, std::string* path) {
+    *path = XferlogDBPathGet(name);
+    return true;
+  });
+  if (!connected) return -1;
   // No transfer database yet: an empty result, not a failure.
   if (merged.connection() == nullptr) return 0;
   std::string& sql = merged.sql();

@@ -9,6 +9,7 @@
 #include "refplatform/disk_codes.h"
 #include "refplatform/log_database_faults.h"
 #include "sources/log_sources.h"
+#include "tests/support/source_search.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/log_schemas.h"
 
@@ -26,14 +27,6 @@ void MakeDiskDb(const TempRoot& root, const std::string& values) {
                    values + ";");
 }
 
-LogSearch Search() {
-  LogSearch search;
-  search.logtype = "disk";
-  search.sort = "time";
-  search.date_from = search.date_to = "0";
-  return search;
-}
-
 struct Result {
   int total;
   std::vector<Json::Value> records;
@@ -44,12 +37,6 @@ Result Fetch(const LogSearch& search) {
   Result r;
   r.total = FetchDiskLogs(search, &r.records, &r.counts);
   return r;
-}
-
-std::vector<std::string> Values(const Result& r, const char* key) {
-  std::vector<std::string> values;
-  for (const Json::Value& record : r.records) values.push_back(record[key].asString());
-  return values;
 }
 
 std::string Message(const char* code, const char* info) {
@@ -141,7 +128,7 @@ TEST(DiskDecoders, SlotsBothWaysAndInGerman) {
 TEST(DiskSource, QueryTextVisibilityAndMissingDatabase) {
   TempRoot root;
   SysLogCapture log;
-  Result r = Fetch(Search());
+  Result r = Fetch(SourceSearch("disk"));
   EXPECT_EQ(0, r.total);
   EXPECT_TRUE(r.records.empty());
   EXPECT_TRUE(log.Has(LOG_DEBUG, root.At(kDiskDb) + " is not exist. (disk is not enable?)"))
@@ -150,12 +137,12 @@ TEST(DiskSource, QueryTextVisibilityAndMissingDatabase) {
   MakeDiskDb(root,
              "('info',100,100,'WD','S1','QS-920','1','/dev/sata1','drive_inserted','{}',1),"
              "('err',200,200,'WD','S1','QS-920','1','/dev/sata1','drive_crashed','{}',0)");
-  r = Fetch(Search());
+  r = Fetch(SourceSearch("disk"));
   EXPECT_EQ(1, r.total);
-  EXPECT_EQ((V{QUORLogConvertTime1(100)}), Values(r, "time"));
+  EXPECT_EQ((V{QUORLogConvertTime1(100)}), RecordValues(r.records, "time"));
 
   log.Clear();
-  LogSearch search = Search();
+  LogSearch search = SourceSearch("disk");
   search.date_from = "50";
   ArmDbFault(" SELECT", DbFault::kFail);
   EXPECT_EQ(-1, Fetch(search).total);
@@ -196,22 +183,23 @@ TEST(DiskSource, DecodesRowsWithTimeAndContainerRules) {
              "('info',600,650,'HGST','S4',NULL,'5','/dev/sata5',NULL,'{}',1),"
              "('err',NULL,500,'HGST','S5','QS-920','6','/dev/sata6','drive_crashed','{}',1)");
   SysLogCapture log;
-  Result r = Fetch(Search());
+  Result r = Fetch(SourceSearch("disk"));
   EXPECT_EQ(5, r.total);
   ASSERT_EQ(4u, r.records.size());
   // Ordered by logtime first (NULL last), shown with the earlier of time and logtime.
   EXPECT_EQ((V{QUORLogConvertTime1(900), QUORLogConvertTime1(800), QUORLogConvertTime1(600),
                QUORLogConvertTime1(700)}),
-            Values(r, "time"));
-  EXPECT_EQ((V{"WD40", "-", "HGST", "-"}), Values(r, "model"));
-  EXPECT_EQ((V{"QS-920+", "-", "-", "QX517-1"}), Values(r, "container"));
+            RecordValues(r.records, "time"));
+  EXPECT_EQ((V{"WD40", "-", "HGST", "-"}), RecordValues(r.records, "model"));
+  EXPECT_EQ((V{"QS-920+", "-", "-", "QX517-1"}), RecordValues(r.records, "container"));
   // The second and third rows have no container and decode with the first row's flag (in this
   // unit); the fourth is in an expansion unit.
-  EXPECT_EQ((V{"Drive 3", "Drive 4", "Drive 5", "Expansion Unit 1, Drive 2"}), Values(r, "slot"));
+  EXPECT_EQ((V{"Drive 3", "Drive 4", "Drive 5", "Expansion Unit 1, Drive 2"}),
+            RecordValues(r.records, "slot"));
   EXPECT_EQ((V{"The drive temperature (58 °C) reached the threshold of 55 °C.",
                "The drive was inserted.", "-", "weird_code"}),
-            Values(r, "msg"));
-  EXPECT_EQ((V{"warn", "info", "info", "err"}), Values(r, "level"));
+            RecordValues(r.records, "msg"));
+  EXPECT_EQ((V{"warn", "info", "info", "err"}), RecordValues(r.records, "level"));
   EXPECT_EQ(7u, r.records[0].size());
   EXPECT_FALSE(r.records[0].isMember("logtype"));
   // The row without time is counted but not shown.
@@ -222,11 +210,11 @@ TEST(DiskSource, DecodesRowsWithTimeAndContainerRules) {
   EXPECT_TRUE(log.Has(LOG_ERR, "Failed to convert disk log message (null)")) << log.Dump();
 
   // Level filter on the page; the total ignores it.
-  LogSearch search = Search();
+  LogSearch search = SourceSearch("disk");
   search.level = "3";
   r = Fetch(search);
   EXPECT_EQ(5, r.total);
-  EXPECT_EQ((V{"weird_code"}), Values(r, "msg"));
+  EXPECT_EQ((V{"weird_code"}), RecordValues(r.records, "msg"));
   EXPECT_EQ(2, r.counts.error);
   EXPECT_EQ(0, r.counts.info);
 
@@ -234,8 +222,8 @@ TEST(DiskSource, DecodesRowsWithTimeAndContainerRules) {
   // internal paths cannot be placed.
   root.Write("/etc.defaults/quorinfo.conf", "other=1\n");
   log.Clear();
-  r = Fetch(Search());
-  EXPECT_EQ((V{"3", "4", "5", "Expansion Unit 1, Drive 2"}), Values(r, "slot"));
+  r = Fetch(SourceSearch("disk"));
+  EXPECT_EQ((V{"3", "4", "5", "Expansion Unit 1, Drive 2"}), RecordValues(r.records, "slot"));
   EXPECT_TRUE(
       log.Has(LOG_DEBUG, "Failed to get value of upnpmodelname in /etc.defaults/quorinfo.conf"))
       << log.Dump();
@@ -253,13 +241,13 @@ TEST(DiskSource, KeywordSearchesColumnsSlotsMessagesAndInfo) {
              "('err',300,300,'ST4000','ZC-333','QS-920','7','/dev/sata7','bad_sector_increased',"
              "'{\"from\":1,\"to\":40}',1),"
              "('err',400,400,'ST4000','ZC-444','QS-920','8','/dev/sata8','drive_crashed','{}',0)");
-  LogSearch search = Search();
+  LogSearch search = SourceSearch("disk");
   auto serials = [&](const char* keyword) {
     search.keyword = keyword;
     SysLogCapture log;
     Result r = Fetch(search);
     EXPECT_LE(0, r.total) << log.Dump();
-    return Values(r, "serial");
+    return RecordValues(r.records, "serial");
   };
   EXPECT_EQ((V{"WD-111"}), serials("wdc"));
   EXPECT_EQ((V{"ZC-333", "ZC-222"}), serials("zc-"));

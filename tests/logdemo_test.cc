@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "sources/log_sources.h"
+#include "tests/support/source_search.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/log_demo.h"
 
@@ -30,20 +31,6 @@ bool Build(const std::string& root, uint64_t seed, std::string* error) {
   return BuildDemoRoot(options, error);
 }
 
-PSLIBSZLIST List(std::initializer_list<const char*> types) {
-  PSLIBSZLIST list = SLIBCSzListAlloc(8);
-  for (const char* t : types) SLIBCSzListPush(&list, t);
-  return list;
-}
-
-LogSearch Search(const char* type) {
-  LogSearch search;
-  search.logtype = type;
-  search.sort = "time";
-  search.date_from = search.date_to = "0";
-  return search;
-}
-
 }  // namespace
 
 TEST(LogDemo, LaysOutEveryStoreReadableBySources) {
@@ -56,8 +43,8 @@ TEST(LogDemo, LaysOutEveryStoreReadableBySources) {
 
   std::vector<Json::Value> records;
   LevelCounts counts;
-  PSLIBSZLIST list = List({"system", "connection", "netbkplog"});
-  int total = FetchSystemLogs(Search("system,connection,netbkplog"), list, &records, &counts);
+  PSLIBSZLIST list = TypeListOf("system,connection,netbkplog");
+  int total = FetchSystemLogs(SourceSearch("system,connection,netbkplog"), list, &records, &counts);
   SLIBCSzListFree(list);
   EXPECT_EQ(2000 + 500 + 100, total);
   EXPECT_EQ(total - 9, static_cast<int>(records.size()));  // three rows per store lack time
@@ -66,8 +53,8 @@ TEST(LogDemo, LaysOutEveryStoreReadableBySources) {
   EXPECT_GT(counts.error, 0);
 
   records.clear();
-  list = List({"ftpxfer", "kyrfmxfer", "webdavxfer", "smbxfer", "afpxfer", "tftpxfer"});
-  LogSearch transfer = Search("filexfer");
+  list = TypeListOf("ftpxfer,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer");
+  LogSearch transfer = SourceSearch("filexfer");
   transfer.keyword = ", ";
   EXPECT_GT(FetchTransferLogs(transfer, list, &records), 0);
   SLIBCSzListFree(list);
@@ -78,15 +65,15 @@ TEST(LogDemo, LaysOutEveryStoreReadableBySources) {
     nonAscii |= name.find("ü") != std::string::npos;
   }
   records.clear();
-  list = List({"smbxfer"});
-  FetchTransferLogs(Search("smbxfer"), list, &records);
+  list = TypeListOf("smbxfer");
+  FetchTransferLogs(SourceSearch("smbxfer"), list, &records);
   SLIBCSzListFree(list);
   for (const Json::Value& r : records) folder |= r["isdir"].asString() == "true";
   EXPECT_TRUE(quoted && nonAscii && folder);
 
   records.clear();
   counts = LevelCounts();
-  int disks = FetchDiskLogs(Search("disk"), &records, &counts);
+  int disks = FetchDiskLogs(SourceSearch("disk"), &records, &counts);
   EXPECT_GT(disks, 30);
   EXPECT_LT(disks, 40);  // some of the 40 rows are hidden (SHOW 0)
   bool expansion = false;
@@ -98,7 +85,7 @@ TEST(LogDemo, LaysOutEveryStoreReadableBySources) {
 
   for (const char* type : {"bkplog", "copylog", "bkpserverlog"}) {
     records.clear();
-    FetchPlainLogs(Search(type), &records);
+    FetchPlainLogs(SourceSearch(type), &records);
     EXPECT_GE(records.size(), 100u) << type;
   }
 }

@@ -7,6 +7,7 @@
 #include "platform/logfiles.h"
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
+#include "tests/support/source_search.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/root_layout.h"
 
@@ -28,23 +29,10 @@ std::vector<std::string> ReadBack(const std::string& path, int maxLines, int* rc
   return out;
 }
 
-LogSearch Search(const char* type) {
-  LogSearch search;
-  search.logtype = type;
-  search.date_from = search.date_to = "0";
-  return search;
-}
-
 std::vector<Json::Value> Fetch(const LogSearch& search) {
   std::vector<Json::Value> records;
   FetchPlainLogs(search, &records);
   return records;
-}
-
-std::vector<std::string> Values(const std::vector<Json::Value>& records, const char* key) {
-  std::vector<std::string> values;
-  for (const Json::Value& record : records) values.push_back(record[key].asString());
-  return values;
 }
 
 using V = std::vector<std::string>;
@@ -119,16 +107,16 @@ TEST(PlainSource, ParsesLinesAndFilters) {
              "\n"
              "info\t2024/03/06 10:00:00\tbackupd:\tVersion 2024/03/06 rotated\n");
   SysLogCapture log;
-  std::vector<Json::Value> records = Fetch(Search("bkplog"));
+  std::vector<Json::Value> records = Fetch(SourceSearch("bkplog"));
   // Newest line first, as the file is read from its end.
   EXPECT_EQ((V{"2024/03/06 10:00:00", "2024/03/04 10:00:00", "2024/03/03 10:00:00",
                "2024/03/02 10:00:00", "2024/03/01 10:00:00"}),
-            Values(records, "time"));
-  EXPECT_EQ((V{"backupd", "SYSTEM", "", "admin", "admin"}), Values(records, "who"));
+            RecordValues(records, "time"));
+  EXPECT_EQ((V{"backupd", "SYSTEM", "", "admin", "admin"}), RecordValues(records, "who"));
   EXPECT_EQ((V{"Version 2024/03/06 rotated", "", "Destination almost full",
                "Backup task [Daily] failed\twith tabs", "Backup task [Daily] started"}),
-            Values(records, "descr"));
-  EXPECT_EQ((V{"info", "info", "warn", "err", "info"}), Values(records, "level"));
+            RecordValues(records, "descr"));
+  EXPECT_EQ((V{"info", "info", "warn", "err", "info"}), RecordValues(records, "level"));
   EXPECT_EQ("Local Backup", records[0]["logtype"].asString());
   EXPECT_EQ("bkplog", records[0]["orginalLogType"].asString());
   EXPECT_EQ(6u, records[0].size());
@@ -137,18 +125,18 @@ TEST(PlainSource, ParsesLinesAndFilters) {
   EXPECT_TRUE(log.Has(LOG_DEBUG, "Bad Log format szLevel: ")) << log.Dump();
   EXPECT_EQ(3u, log.lines().size()) << log.Dump();
 
-  LogSearch search = Search("bkplog");
+  LogSearch search = SourceSearch("bkplog");
   search.keyword = "DAILY";
-  EXPECT_EQ((V{"2024/03/02 10:00:00", "2024/03/01 10:00:00"}), Values(Fetch(search), "time"));
+  EXPECT_EQ((V{"2024/03/02 10:00:00", "2024/03/01 10:00:00"}), RecordValues(Fetch(search), "time"));
   search.keyword = "syst";  // the user field
-  EXPECT_EQ((V{"2024/03/04 10:00:00"}), Values(Fetch(search), "time"));
+  EXPECT_EQ((V{"2024/03/04 10:00:00"}), RecordValues(Fetch(search), "time"));
   search.keyword = "10:00";  // only in the time field
-  EXPECT_EQ(V{}, Values(Fetch(search), "time"));
+  EXPECT_EQ(V{}, RecordValues(Fetch(search), "time"));
   search.keyword = "";
   search.level = "1,2";
-  EXPECT_EQ((V{"info", "info", "warn", "info"}), Values(Fetch(search), "level"));
+  EXPECT_EQ((V{"info", "info", "warn", "info"}), RecordValues(Fetch(search), "level"));
   search.level = "3";
-  EXPECT_EQ((V{"err"}), Values(Fetch(search), "level"));
+  EXPECT_EQ((V{"err"}), RecordValues(Fetch(search), "level"));
 
   // Date bounds are inclusive at both ends.
   setenv("TZ", "UTC", 1);
@@ -157,7 +145,7 @@ TEST(PlainSource, ParsesLinesAndFilters) {
   search.date_from = "1709287200";  // 2024/03/01 10:00:00 UTC
   search.date_to = "1709460000";    // 2024/03/03 10:00:00 UTC
   EXPECT_EQ((V{"2024/03/03 10:00:00", "2024/03/02 10:00:00", "2024/03/01 10:00:00"}),
-            Values(Fetch(search), "time"));
+            RecordValues(Fetch(search), "time"));
   search.date_from = "1709287201";
   search.date_to = "0";
   EXPECT_EQ(4u, Fetch(search).size());
@@ -174,20 +162,20 @@ TEST(PlainSource, TailLimitAndQuietFailures) {
     content += line;
   }
   root.Write("/var/log/quorcopy.log", content);
-  std::vector<Json::Value> records = Fetch(Search("copylog"));
+  std::vector<Json::Value> records = Fetch(SourceSearch("copylog"));
   ASSERT_EQ(15000u, records.size());
   EXPECT_EQ("message 15099", records.front()["descr"].asString());
   EXPECT_EQ("message 100", records.back()["descr"].asString());
   EXPECT_EQ("USB Copy", records.front()["logtype"].asString());
 
   SysLogCapture log;
-  EXPECT_TRUE(Fetch(Search("bkpserverlog")).empty());  // no file yet
-  EXPECT_TRUE(Fetch(Search("system")).empty());        // a type without a file
-  EXPECT_TRUE(Fetch(Search("nonsense")).empty());
+  EXPECT_TRUE(Fetch(SourceSearch("bkpserverlog")).empty());  // no file yet
+  EXPECT_TRUE(Fetch(SourceSearch("system")).empty());        // a type without a file
+  EXPECT_TRUE(Fetch(SourceSearch("nonsense")).empty());
   EXPECT_TRUE(log.lines().empty()) << log.Dump();
 
   ASSERT_TRUE(MakeDirs(root.At("/var/log/quorbackup_server.log")));
-  EXPECT_TRUE(Fetch(Search("bkpserverlog")).empty());
+  EXPECT_TRUE(Fetch(SourceSearch("bkpserverlog")).empty());
   EXPECT_TRUE(
       log.Has(LOG_ERR, "Read " + root.At("/var/log/quorbackup_server.log") + " inversely failed."))
       << log.Dump();

@@ -4,6 +4,7 @@
 #include "platform/logfiles.h"
 #include "refplatform/log_database_faults.h"
 #include "sources/log_sources.h"
+#include "tests/support/source_search.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/log_schemas.h"
 
@@ -21,14 +22,6 @@ void MakeSystemDb(const TempRoot& root, const char* file, const std::string& val
                         : "INSERT INTO logs (time, level, username, msg) VALUES " + values + ";"));
 }
 
-LogSearch Search(const std::string& types) {
-  LogSearch search;
-  search.logtype = types;
-  search.sort = "time";
-  search.date_from = search.date_to = "0";
-  return search;
-}
-
 struct Result {
   int total;
   std::vector<Json::Value> records;
@@ -36,18 +29,11 @@ struct Result {
 };
 
 Result Fetch(const LogSearch& search) {
-  PSLIBSZLIST list = SLIBCSzListAlloc(8);
-  SLIBCStrSep(search.logtype.c_str(), ",", &list);
+  PSLIBSZLIST list = TypeListOf(search.logtype);
   Result r;
   r.total = FetchSystemLogs(search, list, &r.records, &r.counts);
   SLIBCSzListFree(list);
   return r;
-}
-
-std::vector<std::string> Values(const Result& r, const char* key) {
-  std::vector<std::string> values;
-  for (const Json::Value& record : r.records) values.push_back(record[key].asString());
-  return values;
 }
 
 using V = std::vector<std::string>;
@@ -59,14 +45,15 @@ TEST(SystemSource, MergesDatabasesIntoOneOrderedPage) {
   MakeSystemDb(root, kSysDb, "(10,'info','admin','boot'),(30,'err','admin','disk failed')");
   MakeSystemDb(root, kConnDb, "(20,'warning','guest','login failed'),(40,'info','bob','login')");
   MakeSystemDb(root, kNetDb, "(50,'info','svc','backup done')");
-  Result r = Fetch(Search("system,connection,netbkplog"));
+  Result r = Fetch(SourceSearch("system,connection,netbkplog"));
   EXPECT_EQ(5, r.total);
-  EXPECT_EQ((V{"backup done", "login", "disk failed", "login failed", "boot"}), Values(r, "descr"));
+  EXPECT_EQ((V{"backup done", "login", "disk failed", "login failed", "boot"}),
+            RecordValues(r.records, "descr"));
   EXPECT_EQ((V{"netbkplog", "connection", "system", "connection", "system"}),
-            Values(r, "orginalLogType"));
+            RecordValues(r.records, "orginalLogType"));
   EXPECT_EQ((V{"Network Backup", "Connection", "System", "Connection", "System"}),
-            Values(r, "logtype"));
-  EXPECT_EQ((V{"info", "info", "err", "warn", "info"}), Values(r, "level"));
+            RecordValues(r.records, "logtype"));
+  EXPECT_EQ((V{"info", "info", "err", "warn", "info"}), RecordValues(r.records, "level"));
   EXPECT_EQ(QUORLogConvertTime1(50), r.records[0]["time"].asString());
   EXPECT_EQ("svc", r.records[0]["who"].asString());
   EXPECT_EQ(6u, r.records[0].size());
@@ -74,18 +61,18 @@ TEST(SystemSource, MergesDatabasesIntoOneOrderedPage) {
   EXPECT_EQ(1, r.counts.warn);
   EXPECT_EQ(1, r.counts.error);
 
-  LogSearch page = Search("system,connection");
+  LogSearch page = SourceSearch("system,connection");
   page.ascending = true;
   page.offset = 1;
   page.limit = 2;
   r = Fetch(page);
   EXPECT_EQ(4, r.total);
-  EXPECT_EQ((V{"login failed", "disk failed"}), Values(r, "descr"));
+  EXPECT_EQ((V{"login failed", "disk failed"}), RecordValues(r.records, "descr"));
 
   page.sort = "username";
   page.offset = 0;
   page.limit = 0;
-  EXPECT_EQ((V{"admin", "admin", "bob", "guest"}), Values(Fetch(page), "who"));
+  EXPECT_EQ((V{"admin", "admin", "bob", "guest"}), RecordValues(Fetch(page).records, "who"));
 }
 
 TEST(SystemSource, SelectTextAndMissingDatabases) {
@@ -93,16 +80,16 @@ TEST(SystemSource, SelectTextAndMissingDatabases) {
   MakeSystemDb(root, kConnDb, "(20,'info','guest','hello')");
   SysLogCapture log;
   // A missing first database makes the next one the main database.
-  Result r = Fetch(Search("system,connection"));
+  Result r = Fetch(SourceSearch("system,connection"));
   EXPECT_EQ(1, r.total);
-  EXPECT_EQ((V{"connection"}), Values(r, "orginalLogType"));
+  EXPECT_EQ((V{"connection"}), RecordValues(r.records, "orginalLogType"));
   EXPECT_TRUE(log.Has(LOG_DEBUG, root.At(kSysDb) + " is not exist. (system is not enable?)"))
       << log.Dump();
 
   MakeSystemDb(root, kSysDb, "");
   log.Clear();
   ArmDbFault(" SELECT", DbFault::kFail);
-  EXPECT_EQ(-1, Fetch(Search("system,connection")).total);
+  EXPECT_EQ(-1, Fetch(SourceSearch("system,connection")).total);
   EXPECT_TRUE(log.Has(
       LOG_ERR,
       "Failed to select system,connection from database. [ SELECT *, 'system' as "
@@ -113,20 +100,20 @@ TEST(SystemSource, SelectTextAndMissingDatabases) {
 
   // Every database missing: the whole type text is named.
   log.Clear();
-  EXPECT_EQ(-1, Fetch(Search("netbkplog")).total);
+  EXPECT_EQ(-1, Fetch(SourceSearch("netbkplog")).total);
   EXPECT_TRUE(log.Has(LOG_ERR, "Failed to connect to netbkplog database")) << log.Dump();
   log.Clear();
-  LogSearch none = Search("");
+  LogSearch none = SourceSearch("");
   EXPECT_EQ(-1, Fetch(none).total);
   EXPECT_TRUE(log.Has(LOG_ERR, "Failed to connect to  database")) << log.Dump();
 
   // A name that passes the class test but has no database.
   log.Clear();
-  EXPECT_EQ(-1, Fetch(Search("System")).total);
+  EXPECT_EQ(-1, Fetch(SourceSearch("System")).total);
   EXPECT_TRUE(log.Has(LOG_ERR, "unsupported log type System")) << log.Dump();
   EXPECT_TRUE(log.Has(LOG_ERR, "Failed to connect to System database")) << log.Dump();
   log.Clear();
-  r = Fetch(Search("System,connection"));
+  r = Fetch(SourceSearch("System,connection"));
   EXPECT_EQ(1, r.total);
   EXPECT_TRUE(log.Has(LOG_ERR, "unsupported log type System")) << log.Dump();
 }
@@ -135,7 +122,7 @@ TEST(SystemSource, SortIsCheckedBeforeAnyFile) {
   TempRoot root;
   SysLogCapture log;
   for (const char* sort : {"time; DROP TABLE logs", "descr", "", "id"}) {
-    LogSearch search = Search("system");
+    LogSearch search = SourceSearch("system");
     search.sort = sort;
     std::vector<Json::Value> records;
     EXPECT_EQ(-1, Fetch(search).total) << sort;
@@ -151,20 +138,20 @@ TEST(SystemSource, LevelFilterAppliesToThePageOnly) {
                "(1,'err','a','e1'),(2,'info','a','i1'),(3,'warning','a','w1'),"
                "(4,'err','a','e2'),(5,'notice','a','n1'),(6,'','a','x1'),(7,NULL,'a','x2'),"
                "(NULL,'err','a','no time')");
-  LogSearch search = Search("system");
+  LogSearch search = SourceSearch("system");
   search.limit = 4;  // the page: times 7, 6, 5, 4 (the row without time sorts last)
   search.level = "3";
   Result r = Fetch(search);
   EXPECT_EQ(8, r.total);
-  EXPECT_EQ((V{"e2"}), Values(r, "descr"));
+  EXPECT_EQ((V{"e2"}), RecordValues(r.records, "descr"));
   EXPECT_EQ(1, r.counts.error);
   EXPECT_EQ(0, r.counts.info);
 
   search.limit = 0;
   search.level = "1,2";
   r = Fetch(search);
-  EXPECT_EQ((V{"x2", "x1", "n1", "w1", "i1"}), Values(r, "descr"));
-  EXPECT_EQ((V{"info", "info", "info", "warn", "info"}), Values(r, "level"));
+  EXPECT_EQ((V{"x2", "x1", "n1", "w1", "i1"}), RecordValues(r.records, "descr"));
+  EXPECT_EQ((V{"info", "info", "info", "warn", "info"}), RecordValues(r.records, "level"));
   EXPECT_EQ(4, r.counts.info);
   EXPECT_EQ(1, r.counts.warn);
 
@@ -183,17 +170,17 @@ TEST(SystemSource, KeywordAndDates) {
   MakeSystemDb(root, kSysDb,
                "(100,'info','Admin','Volume CREATED'),(200,'info','guest','it''s 50% done'),"
                "(300,'info','ADMINISTRATOR','quota'),(400,'info','x','Straße gesperrt')");
-  LogSearch search = Search("system");
+  LogSearch search = SourceSearch("system");
   search.ascending = true;
   search.keyword = "created";
-  EXPECT_EQ((V{"Volume CREATED"}), Values(Fetch(search), "descr"));
+  EXPECT_EQ((V{"Volume CREATED"}), RecordValues(Fetch(search).records, "descr"));
   // User names match case-sensitively (GLOB), messages ignoring case.
   search.keyword = "ADMIN";
-  EXPECT_EQ((V{"quota"}), Values(Fetch(search), "descr"));
+  EXPECT_EQ((V{"quota"}), RecordValues(Fetch(search).records, "descr"));
   search.keyword = "it's 50%";
-  EXPECT_EQ((V{"it's 50% done"}), Values(Fetch(search), "descr"));
+  EXPECT_EQ((V{"it's 50% done"}), RecordValues(Fetch(search).records, "descr"));
   search.keyword = "STRASSE";
-  EXPECT_EQ((V{"Straße gesperrt"}), Values(Fetch(search), "descr"));
+  EXPECT_EQ((V{"Straße gesperrt"}), RecordValues(Fetch(search).records, "descr"));
   search.keyword = "_";
   EXPECT_EQ(0, Fetch(search).total);
   search.keyword = "";
@@ -201,7 +188,7 @@ TEST(SystemSource, KeywordAndDates) {
   search.date_to = "300";
   Result r = Fetch(search);
   EXPECT_EQ(2, r.total);
-  EXPECT_EQ((V{"it's 50% done", "quota"}), Values(r, "descr"));
+  EXPECT_EQ((V{"it's 50% done", "quota"}), RecordValues(r.records, "descr"));
 }
 
 TEST(SystemSource, FailuresReportAndKeepWhatWasAppended) {
@@ -209,11 +196,11 @@ TEST(SystemSource, FailuresReportAndKeepWhatWasAppended) {
   MakeSystemDb(root, kSysDb, "(1,'err','a','one')");
   root.Write(kConnDb, std::string(2048, 'x'));  // not a database
   SysLogCapture log;
-  Result r = Fetch(Search("system,connection"));
+  Result r = Fetch(SourceSearch("system,connection"));
   EXPECT_EQ(1, r.total);
   EXPECT_TRUE(log.Has(LOG_ERR, "Failed to attach connection database")) << log.Dump();
   log.Clear();
-  EXPECT_EQ(-1, Fetch(Search("connection,system")).total);
+  EXPECT_EQ(-1, Fetch(SourceSearch("connection,system")).total);
   EXPECT_TRUE(log.Has(LOG_ERR, "Failed to connect to connection database")) << log.Dump();
 
   struct Case {
@@ -225,7 +212,7 @@ TEST(SystemSource, FailuresReportAndKeepWhatWasAppended) {
   for (const Case& c : cases) {
     log.Clear();
     ArmDbFault("SELECT count(*)", c.fault);
-    r = Fetch(Search("system"));
+    r = Fetch(SourceSearch("system"));
     EXPECT_EQ(-1, r.total);
     EXPECT_EQ(1u, r.records.size());
     EXPECT_EQ(1, r.counts.error);

@@ -4,6 +4,7 @@
 #include "platform/logfiles.h"
 #include "refplatform/log_database_faults.h"
 #include "sources/log_sources.h"
+#include "tests/support/source_search.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/log_schemas.h"
 
@@ -18,38 +19,19 @@ void MakeTransferDb(const char* type, const std::string& values) {
                                          values + ";"));
 }
 
-LogSearch Search(const std::string& types) {
-  LogSearch search;
-  search.logtype = types;
-  search.sort = "time";
-  search.date_from = search.date_to = "0";
-  return search;
-}
-
 struct Result {
   int total;
   std::vector<Json::Value> records;
 };
 
 Result Fetch(const LogSearch& search) {
-  PSLIBSZLIST list = SLIBCSzListAlloc(8);
-  if (search.logtype == "filexfer") {
-    for (const char* t : {"ftpxfer", "kyrfmxfer", "webdavxfer", "smbxfer", "afpxfer", "tftpxfer"}) {
-      SLIBCSzListPush(&list, t);
-    }
-  } else {
-    SLIBCStrSep(search.logtype.c_str(), ",", &list);
-  }
+  PSLIBSZLIST list = TypeListOf(search.logtype == "filexfer"
+                                    ? "ftpxfer,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer"
+                                    : search.logtype);
   Result r;
   r.total = FetchTransferLogs(search, list, &r.records);
   SLIBCSzListFree(list);
   return r;
-}
-
-std::vector<std::string> Values(const Result& r, const char* key) {
-  std::vector<std::string> values;
-  for (const Json::Value& record : r.records) values.push_back(record[key].asString());
-  return values;
 }
 
 using V = std::vector<std::string>;
@@ -70,17 +52,17 @@ TEST(TransferSource, MergesPresentDatabasesAndFormatsRecords) {
                  "(60,'fe80::2','dan','write',1073741825,'/b/big.iso',0),"
                  "(80,'fe80::2','dan','delete',-5,'/b/neg',0)");
   SysLogCapture log;
-  Result r = Fetch(Search("filexfer"));
+  Result r = Fetch(SourceSearch("filexfer"));
   EXPECT_EQ(9, r.total);
   EXPECT_EQ(8u, r.records.size());
   EXPECT_EQ((V{"-5 Bytes", "1024.00 KB", "1.00 GB", "1.00 KB", "1024.00 MB", "1024 Bytes",
                "1.00 MB", "0 Bytes"}),
-            Values(r, "filesize"));
+            RecordValues(r.records, "filesize"));
   EXPECT_EQ(
       (V{"smbxfer", "ftpxfer", "smbxfer", "ftpxfer", "smbxfer", "ftpxfer", "smbxfer", "ftpxfer"}),
-      Values(r, "orginalLogType"));
+      RecordValues(r.records, "orginalLogType"));
   EXPECT_EQ((V{"false", "true", "false", "false", "false", "false", "false", "false"}),
-            Values(r, "isdir"));
+            RecordValues(r.records, "isdir"));
   const Json::Value& first = r.records[0];
   EXPECT_EQ(QUORLogConvertTime1(80), first["time"].asString());
   EXPECT_EQ("fe80::2", first["ip"].asString());
@@ -101,7 +83,7 @@ TEST(TransferSource, MergesPresentDatabasesAndFormatsRecords) {
   // The select text: one plain arm, the attached ones by alias, a stable second key.
   log.Clear();
   ArmDbFault(" SELECT", DbFault::kFail);
-  EXPECT_EQ(-1, Fetch(Search("filexfer")).total);
+  EXPECT_EQ(-1, Fetch(SourceSearch("filexfer")).total);
   EXPECT_TRUE(log.Has(LOG_ERR,
                       "Failed to select filexfer from database. [ SELECT *, 'ftpxfer' as "
                       "orginalLogType, 'FTP' as logtype FROM logs  WHERE 1=1 UNION ALL SELECT "
@@ -114,21 +96,23 @@ TEST(TransferSource, SortKeywordAndEmptyResults) {
   TempRoot root;
   SysLogCapture log;
   // No database, or no type at all: an empty, successful result.
-  EXPECT_EQ(0, Fetch(Search("filexfer")).total);
-  EXPECT_EQ(0, Fetch(Search("")).total);
+  EXPECT_EQ(0, Fetch(SourceSearch("filexfer")).total);
+  EXPECT_EQ(0, Fetch(SourceSearch("")).total);
   EXPECT_FALSE(log.Has(LOG_ERR, "")) << log.Dump();
 
   MakeTransferDb("webdavxfer",
                  "(1,'ip','Anna','put',5,'/x/Report.PDF',0),(2,'ip','anna','put',5,'b.txt',0),"
                  "(3,'ip','zed','put',5,'a.txt',0),(3,'ip','zed','put',5,'c [1].txt',0)");
-  LogSearch search = Search("webdavxfer");
+  LogSearch search = SourceSearch("webdavxfer");
   search.sort = "descr";
   search.ascending = true;
-  EXPECT_EQ((V{"/x/Report.PDF", "a.txt", "b.txt", "c [1].txt"}), Values(Fetch(search), "descr"));
+  EXPECT_EQ((V{"/x/Report.PDF", "a.txt", "b.txt", "c [1].txt"}),
+            RecordValues(Fetch(search).records, "descr"));
   // Equal sort values keep row-id order in the sort direction.
   search.sort = "time";
   search.ascending = false;
-  EXPECT_EQ((V{"c [1].txt", "a.txt", "b.txt", "/x/Report.PDF"}), Values(Fetch(search), "descr"));
+  EXPECT_EQ((V{"c [1].txt", "a.txt", "b.txt", "/x/Report.PDF"}),
+            RecordValues(Fetch(search).records, "descr"));
   search.sort = "level";
   log.Clear();
   EXPECT_EQ(-1, Fetch(search).total);
@@ -136,15 +120,15 @@ TEST(TransferSource, SortKeywordAndEmptyResults) {
 
   search.sort = "time";
   search.keyword = "report.pdf";  // file name, ignoring case
-  EXPECT_EQ((V{"/x/Report.PDF"}), Values(Fetch(search), "descr"));
+  EXPECT_EQ((V{"/x/Report.PDF"}), RecordValues(Fetch(search).records, "descr"));
   search.keyword = "Ann";  // user name, case-sensitive
-  EXPECT_EQ((V{"/x/Report.PDF"}), Values(Fetch(search), "descr"));
+  EXPECT_EQ((V{"/x/Report.PDF"}), RecordValues(Fetch(search).records, "descr"));
   search.keyword = "[1]";
-  EXPECT_EQ((V{"c [1].txt"}), Values(Fetch(search), "descr"));
+  EXPECT_EQ((V{"c [1].txt"}), RecordValues(Fetch(search).records, "descr"));
   search.keyword = "";
   search.limit = 1;
   search.offset = 1;
   Result r = Fetch(search);
   EXPECT_EQ(4, r.total);
-  EXPECT_EQ((V{"a.txt"}), Values(r, "descr"));
+  EXPECT_EQ((V{"a.txt"}), RecordValues(r.records, "descr"));
 }

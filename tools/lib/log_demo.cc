@@ -112,6 +112,33 @@ const Message kBackupServerMessages[] = {
 const char* const kTaskNames[] = {"Daily Photos", "Büro, wöchentlich", "Camera \"SD\"",
                                   "laptop-anna", "Server 2"};
 
+// The messages of each log kind; the first kind of each family is also its fallback.
+struct MessageSet {
+  const char* kind;
+  const Message* messages;
+  size_t count;
+};
+#define QUOR_MESSAGES(kind, array) \
+  { kind, array, sizeof array / sizeof array[0] }
+const MessageSet kMessageSets[] = {
+    QUOR_MESSAGES("system", kSystemMessages),
+    QUOR_MESSAGES("connection", kConnectionMessages),
+    QUOR_MESSAGES("netbkplog", kNetworkBackupMessages),
+    QUOR_MESSAGES("bkplog", kBackupMessages),
+    QUOR_MESSAGES("copylog", kCopyMessages),
+    QUOR_MESSAGES("bkpserverlog", kBackupServerMessages),
+};
+#undef QUOR_MESSAGES
+
+const MessageSet& MessagesOf(const std::string& kind, const char* fallback) {
+  const MessageSet* found = nullptr;
+  for (const MessageSet& set : kMessageSets) {
+    if (kind == set.kind) return set;
+    if (std::string(fallback) == set.kind) found = &set;
+  }
+  return *found;
+}
+
 // Log times: rows spread evenly over the span, in writing order, with a little jitter.
 time_t RowTime(int64_t i, int64_t rows, time_t end, Random* random) {
   time_t start = end - kSpan;
@@ -297,15 +324,7 @@ class DateTexts {
 bool WriteSystemLog(const std::string& path, const char* kind, int64_t rows, uint64_t seed,
                     time_t end, std::string* error) {
   std::string k = kind;
-  const Message* messages = kSystemMessages;
-  size_t count = sizeof kSystemMessages / sizeof kSystemMessages[0];
-  if (k == "connection") {
-    messages = kConnectionMessages;
-    count = sizeof kConnectionMessages / sizeof kConnectionMessages[0];
-  } else if (k == "netbkplog") {
-    messages = kNetworkBackupMessages;
-    count = sizeof kNetworkBackupMessages / sizeof kNetworkBackupMessages[0];
-  }
+  const MessageSet& set = MessagesOf(k, "system");
   BulkWriter writer;
   if (!writer.Open(path, QUOR_SYSTEM_LOG_SCHEMA,
                    "INSERT INTO logs (time, level, username, msg) VALUES (?, ?, ?, ?)", error)) {
@@ -313,7 +332,7 @@ bool WriteSystemLog(const std::string& path, const char* kind, int64_t rows, uin
   }
   Random random(seed);
   for (int64_t i = 0; i < rows; ++i) {
-    const Message& m = PickMessage(messages, count, &random);
+    const Message& m = PickMessage(set.messages, set.count, &random);
     std::string user = random.Pick(kUsers);
     std::string first = k == "netbkplog"    ? std::to_string(1 + random.Below(3))
                         : k == "connection" ? user
@@ -411,16 +430,7 @@ bool WriteDiskLog(const std::string& path, const std::string& model, int64_t row
 
 bool WritePlainLog(const std::string& path, const char* kind, int64_t minLines, int64_t minBytes,
                    uint64_t seed, time_t end, std::string* error) {
-  std::string k = kind;
-  const Message* messages = kBackupMessages;
-  size_t count = sizeof kBackupMessages / sizeof kBackupMessages[0];
-  if (k == "copylog") {
-    messages = kCopyMessages;
-    count = sizeof kCopyMessages / sizeof kCopyMessages[0];
-  } else if (k == "bkpserverlog") {
-    messages = kBackupServerMessages;
-    count = sizeof kBackupServerMessages / sizeof kBackupServerMessages[0];
-  }
+  const MessageSet& set = MessagesOf(kind, "bkplog");
   size_t slash = path.rfind('/');
   if (slash != std::string::npos && !MakeDirs(path.substr(0, slash))) {
     *error = "cannot create the folder of " + path;
@@ -433,7 +443,7 @@ bool WritePlainLog(const std::string& path, const char* kind, int64_t minLines, 
   return WriteLines(
       path, minLines, minBytes,
       [&](int64_t i) {
-        const Message& m = PickMessage(messages, count, &random);
+        const Message& m = PickMessage(set.messages, set.count, &random);
         std::string user = random.Chance(70) ? "backupd" : random.Pick(kUsers);
         time_t t = RowTime(i < lines ? i : lines - 1, lines, end, &random);
         return std::string(m.level) + "\t" + dates.At(t) + "\t" + user + ":\t" +

@@ -10,7 +10,7 @@ const char kUsage[] =
     "usage: quor-webapi call [--root DIR] [--modules DIR] [--user NAME] [--lang LANG]\n"
     "                        API VERSION METHOD [NAME=VALUE ...]\n"
     "       quor-webapi serve --root DIR [--listen 127.0.0.1:8080] [--workers N]\n"
-    "                         [--modules DIR] [--ui DIR]\n"
+    "                         [--modules DIR] [--ui DIR] [--trust-proxy]\n"
     "       quor-webapi adduser --root DIR NAME [--admin] [--lang en|de]   (password on stdin)\n";
 
 }  // namespace

@@ -19,7 +19,7 @@ int Usage(const std::string& message) {
   fprintf(stderr,
           "quor-webapi serve: %s\n"
           "usage: quor-webapi serve --root DIR [--listen 127.0.0.1:8080] [--workers N]\n"
-          "                         [--modules DIR] [--ui DIR]\n",
+          "                         [--modules DIR] [--ui DIR] [--trust-proxy]\n",
           message.c_str());
   return kExitUsage;
 }
@@ -72,6 +72,10 @@ int ServeCommand(const Args& args) {
   };
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
+    if (arg == "--trust-proxy") {
+      config.trustProxy = true;
+      continue;
+    }
     if (i + 1 >= args.size()) return Usage("unexpected argument " + arg);
     const std::string& value = args[++i];
     long long number = 0;

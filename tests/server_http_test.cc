@@ -159,13 +159,23 @@ TEST_F(ServerHttp, TokensPermissionsAndExpiry) {
 }
 
 TEST_F(ServerHttp, FailedLoginsLockOutAcrossWorkers) {
-  auto server = Start({"--workers", "3", "--lockout-ms", "1500"});
+  auto server = Start({"--workers", "3", "--lockout-ms", "1500", "--trust-proxy"});
   WebApiClient client(server->port());
   for (int i = 0; i < 5; ++i) EXPECT_EQ(150, ErrorCode(client.Login("admin", "bad"))) << i;
   // Locked: even the right password is refused, whichever worker answers.
   for (int i = 0; i < 3; ++i) EXPECT_EQ(151, ErrorCode(client.Login("admin", "admin-pw"))) << i;
-  // The address failed five times too, so other accounts from it are refused as well.
+  // The address failed five times too, so other accounts from it are refused as well...
   EXPECT_EQ(151, ErrorCode(client.Login("op", "op-pw")));
+  // ...but not from another client behind the trusted proxy, unless for the locked account.
+  auto loginFrom = [&](const std::string& account, const std::string& password) {
+    return ErrorCode(Parsed(HttpRequest(server->port(), "POST", "/webapi/auth",
+                                        "method=login&account=" + account + "&passwd=" + password,
+                                        {"X-Real-IP: 10.0.0.9"})
+                                .body));
+  };
+  EXPECT_EQ(0, loginFrom("op", "op-pw"));
+  EXPECT_EQ(151, loginFrom("admin", "admin-pw"));
+  EXPECT_NE(std::string::npos, server->Log().find(" 10.0.0.9 op auth.login 200 "));
   SleepMs(1600);
   EXPECT_TRUE(client.Login("admin", "admin-pw")["success"].asBool());
 }

@@ -129,7 +129,7 @@ void ServeConnection(int fd, const ServerConfig& config, Router* router) {
       keepAlive = parser.get().keep_alive() && !WorkerShouldStop();
     }
     if (exchange.streamed) {
-      WriteAccessLine(client, exchange.user, exchange.what, 200, exchange.streamedBytes,
+      WriteAccessLine(exchange.client, exchange.user, exchange.what, 200, exchange.streamedBytes,
                       MillisecondsSince(start));
       break;
     }
@@ -139,7 +139,7 @@ void ServeConnection(int fd, const ServerConfig& config, Router* router) {
     beast::error_code writeError = RunWithDeadline(
         &context, &socket, config.sendTimeoutMs, &writeTimedOut, &transferred,
         [&](auto handler) { http::async_write(socket, exchange.response, std::move(handler)); });
-    WriteAccessLine(client, exchange.user, exchange.what, exchange.response.result_int(),
+    WriteAccessLine(exchange.client, exchange.user, exchange.what, exchange.response.result_int(),
                     static_cast<int64_t>(transferred), MillisecondsSince(start));
     first = false;
     if (writeError || writeTimedOut || !keepAlive) break;

@@ -68,6 +68,10 @@ void Router::Handle(const HttpRequest& request, Exchange* exchange) {
     std::string target(request.target());
     std::string path = target.substr(0, target.find('?'));
     exchange->what = path;
+    auto realIp = request.find("X-Real-IP");
+    if (config_.trustProxy && realIp != request.end() && !realIp->value().empty()) {
+      exchange->client = std::string(realIp->value());
+    }
     http::verb verb = request.method();
     if (path == "/webapi/auth") {
       if (verb != http::verb::post) return AnswerMethodNotAllowed(exchange, "POST");

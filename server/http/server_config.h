@@ -17,6 +17,7 @@ struct ServerConfig {
   int64_t idleTimeoutMs = 5000;      // a kept-alive connection waiting for its next request
   int64_t sendTimeoutMs = 30000;     // a client that stops reading an answer
   int64_t graceMs = 10000;           // requests in flight at stop may finish within this
+  bool trustProxy = false;  // take the client address from X-Real-IP (set by a local proxy)
   size_t headerLimit = 8 * 1024;
   size_t bodyLimit = 64 * 1024;
   SessionLimits sessions;

@@ -104,6 +104,14 @@ std::vector<pid_t> ServerProcess::Workers() const {
 
 std::string ServerProcess::Log() const { return ReadFile(logPath_); }
 
+bool ServerProcess::LogHas(const std::string& text, int waitMs) const {
+  for (int waited = 0; waited <= waitMs; waited += 20) {
+    if (Log().find(text) != std::string::npos) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return false;
+}
+
 bool AddUser(const std::string& root, const std::string& name, const std::string& password,
              bool admin, const std::string& lang) {
   std::vector<std::string> argv = {kWebApi, "adduser", "--root", root, name, "--lang", lang};

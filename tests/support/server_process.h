@@ -26,6 +26,8 @@ class ServerProcess {
   std::vector<pid_t> Workers() const;
   // What the server wrote on standard error so far (access log, messages).
   std::string Log() const;
+  // True once the log holds text; waits up to waitMs, as lines follow the answers they log.
+  bool LogHas(const std::string& text, int waitMs = 3000) const;
   // Sends SIGTERM and waits up to waitMs; the exit status, or -1 if it had to be killed.
   int Stop(int waitMs = 10000);
 

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "api/methods.h"
 #include "platform/logdb.h"
 #include "sources/log_sources.h"
 #include "sources/sql_query.h"
@@ -174,6 +175,37 @@ void SourcesSqlite3Merged(benchmark::State& s) {
   RunShell(s, Search("system,connection,netbkplog"), {"system", "connection", "netbkplog"});
 }
 
+// A whole list call as the server makes it: parameters read, dispatcher, source, answer object.
+void RunList(benchmark::State& state, const char* paramsJson) {
+  Root();
+  QUOR::APIRequest request(QUOR::WebAPIUtil::ParseJson(paramsJson), "admin", "en");
+  for (auto _ : state) {
+    QUOR::APIResponse response;
+    ListMethod(&request, &response);
+    if (!response.IsSuccess() || response.GetData()["total"].asInt() <= 0) {
+      state.SkipWithError("the list call failed");
+    }
+    benchmark::DoNotOptimize(response.GetData());
+  }
+}
+
+// The list method's default page: 100 records of every level.
+LogSearch ListPage(LogSearch search) {
+  search.limit = 100;
+  return search;
+}
+
+void SourcesListFirstPage(benchmark::State& s) { RunList(s, "{}"); }
+void SourcesSqlite3ListPage(benchmark::State& s) {
+  RunShell(s, ListPage(Search("system")), {"system"});
+}
+void SourcesListKeyword(benchmark::State& s) {
+  RunList(s, (std::string(R"({"keyword":")") + kSystemKeyword + "\"}").c_str());
+}
+void SourcesSqlite3ListKeyword(benchmark::State& s) {
+  RunShell(s, ListPage(Keyword()), {"system"});
+}
+
 // The plain-text source and the dispatcher's sort of what it returns, as a list call does.
 void RunPlain(benchmark::State& state, const char* type) {
   Root();
@@ -216,6 +248,10 @@ BENCHMARK(SourcesSystemKeyword)->Unit(benchmark::kMillisecond)->UseRealTime()->M
 BENCHMARK(SourcesSqlite3Keyword)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
 BENCHMARK(SourcesSystemMerged)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
 BENCHMARK(SourcesSqlite3Merged)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
+BENCHMARK(SourcesListFirstPage)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
+BENCHMARK(SourcesSqlite3ListPage)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
+BENCHMARK(SourcesListKeyword)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
+BENCHMARK(SourcesSqlite3ListKeyword)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
 BENCHMARK(SourcesPlainTail500MB)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
 BENCHMARK(SourcesTailGrepSort500MB)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
 BENCHMARK(SourcesPlainTailSmall)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);

@@ -74,6 +74,8 @@ SystemFirstPage Sqlite3FirstPage system: first page + count
 SystemDeepPage Sqlite3DeepPage system: page at 500,000 + count
 SystemKeyword Sqlite3Keyword system: keyword page + count
 SystemMerged Sqlite3Merged three databases merged
+ListFirstPage Sqlite3ListPage list call: defaults (100 rows)
+ListKeyword Sqlite3ListKeyword list call: keyword
 PlainTail500MB TailGrepSort500MB plain text, 500 MB, keyword
 PlainTailSmall TailGrepSortSmall plain text, 5 MB, keyword
 CASES

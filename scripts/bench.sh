@@ -81,7 +81,51 @@ PlainTailSmall TailGrepSortSmall plain text, 5 MB, keyword
 CASES
 }
 
-sections=(section_export section_sources)
+# Requests per second of list (one page of 50 records of a 5,000-row system log) through the
+# web-API server under wrk, beside the same call made in-process (checker and handler, no
+# HTTP), so the server's own cost per request shows. wrk runs on the same 2 cores.
+section_server() {
+  echo "== server: list, 50 of 5,000 system rows, in-process vs quor-webapi under wrk"
+  local root="$data/server" web="$build/bin/quor-webapi" out="$data/server.out"
+  local inproc
+  inproc=$(run_bench "$root" BM_ListInProcess calls_per_s | awk '{ print $2 }')
+  printf 'bench-password\n' | "$web" adduser --root "$root" bench --admin 2>/dev/null
+  rm -f "$out"
+  "$web" serve --root "$root" --listen 127.0.0.1:0 --workers 2 >"$out" 2>/dev/null &
+  local pid=$!
+  local port=""
+  for _ in $(seq 100); do
+    port=$(grep -o 'http://127.0.0.1:[0-9]*' "$out" 2>/dev/null | cut -d: -f3) && [ -n "$port" ] && break
+    sleep 0.1
+  done
+  local base="http://127.0.0.1:$port"
+  local login cookie token
+  login=$(curl -s -i -d 'method=login&account=bench&passwd=bench-password' "$base/webapi/auth")
+  cookie=$(echo "$login" | tr -d '\r' | sed -n 's/^Set-Cookie: \([^;]*\).*/\1/ip')
+  token=$(echo "$login" | grep -o '"token":"[0-9a-f]*"' | cut -d'"' -f4)
+  local url="$base/webapi?api=QUOR.Core.SyslogClient.Log&version=1&method=list&logtype=system&limit=50&offset=0"
+  if ! curl -s -H "Cookie: $cookie" -H "X-Quor-Token: $token" "$url" | grep -q '"success":true'; then
+    echo "server section: the server did not answer list (see $out)"
+    kill "$pid" 2>/dev/null
+    return
+  fi
+  local rps1 rps8
+  rps1=$(wrk -t1 -c1 -d5s -H "Cookie: $cookie" -H "X-Quor-Token: $token" "$url" |
+    awk '/Requests\/sec/ { print $2 }')
+  rps8=$(wrk -t2 -c8 -d5s -H "Cookie: $cookie" -H "X-Quor-Token: $token" "$url" |
+    awk '/Requests\/sec/ { print $2 }')
+  kill "$pid" 2>/dev/null
+  wait "$pid" 2>/dev/null || true
+  printf '%-44s %12s %10s %12s\n' "run" "calls/s" "us/call" "vs in-proc"
+  awk -v i="$inproc" -v a="$rps1" -v b="$rps8" 'BEGIN {
+    printf "%-44s %12.0f %10.1f %11.2fx\n", "in-process, 1 thread", i, 1e6 / i, 1
+    printf "%-44s %12.0f %10.1f %11.2fx\n", "server, wrk 1 connection", a, 1e6 / a, a / i
+    printf "%-44s %12.0f %10.1f %11.2fx\n", "server, wrk 8 connections, 2 workers", b, 1e6 / b, b / i
+    printf "server cost per request (1 connection): %.1f us\n", 1e6 / a - 1e6 / i
+  }'
+}
+
+sections=(section_export section_sources section_server)
 for section in "${sections[@]}"; do
   "$section"
   echo

@@ -8,6 +8,7 @@
 #include "api/fetch_logs.h"
 #include "api/methods.h"
 #include "api/module_log.h"
+#include "api/search_params.h"
 #include "catalogue/log_types.h"
 #include "catalogue/text_helpers.h"
 #include "export/csv_export.h"
@@ -16,7 +17,6 @@
 
 namespace {
 
-using QUOR::WebAPIUtil::ToInt;
 using QUOR::WebAPIUtil::ToText;
 
 struct ExportRequest {
@@ -27,19 +27,8 @@ struct ExportRequest {
 
 // Reads the request into the search: the list method's filters, newest first, no page limit.
 void ReadExportRequest(const QUOR::APIRequest& request, LogSearch* search, ExportRequest* out) {
-  out->target = ToText(request.GetParam("target", "LOCAL"));
-  search->logtype = ToText(request.GetParam("logtype", "system"));
-  search->offset = ToInt(request.GetParam("offset", "0"));
+  out->target = ReadSearchParams(request, search);
   search->limit = 0;
-  search->sort = ToText(request.GetParam("sort", "time"));
-  search->ascending = false;
-  search->level = ToText(request.GetParam("level", "info,warning,err"));
-  search->date_from = ToText(request.GetParam("date_from", "0"));
-  search->date_to = ToText(request.GetParam("date_to", "0"));
-  search->keyword = ToText(request.GetParam("keyword", ""));
-  search->hostname = ToText(request.GetParam("hostname", ""));
-  search->program = ToText(request.GetParam("program", ""));
-  search->category = ToText(request.GetParam("category", ""));
   out->format = ToText(request.GetParam("format", "html"));
   out->language = request.GetUILanguage();
 }

@@ -108,6 +108,8 @@ export class LogView {
     });
     this.filters.ShowCounts(ClassOf(log).levels ? this.answer : null);
     this.pager.Show(this.state, this.answer ? this.answer.total : null);
+    // An export without a level would hold every level.
+    byId('export-html').disabled = byId('export-csv').disabled = Boolean(this.noLevel);
     this.ShowStatus();
   }
 
@@ -157,6 +159,9 @@ export class LogView {
   FollowAddress() {
     if (!this.running) return;
     const next = ParseState(location.hash);
+    // An address edited by hand may hold values the view does not know;
+    // it is rewritten to the view actually shown.
+    if (FormatState(next) !== location.hash) history.replaceState(null, '', FormatState(next));
     if (FormatState(next) === FormatState(this.state)) return;
     const logChanged = next.log !== this.state.log;
     this.state = next;
@@ -202,12 +207,14 @@ export class LogView {
     this.failure = null;
     this.ShowError(null);
     this.noLevel = ClassOf(log).levels && this.state.levels.length === 0;
-    if (this.noLevel) {
-      // No level wanted: the server would read an empty level list as all
-      // levels, so the page answers itself.
+    const reversed = this.state.from && this.state.to && this.state.from > this.state.to;
+    if (this.noLevel || reversed) {
+      // Nothing can match. The server would read an empty level list as
+      // every level, so the page answers itself.
       this.answer = null;
       this.records = [];
       this.ShowAnswer();
+      if (reversed) this.Fail({code: -1, text: T('filters.datesReversed')});
       return;
     }
     if (!quiet) byId('status').textContent = [this.notice, T('status.loading')].join(' ').trim();

@@ -6,7 +6,9 @@ import {
 } from './api.js';
 import {T} from './i18n.js';
 
+// `error` is an ApiError, or {text} for a problem the page found itself.
 export function ErrorText(error) {
+  if (error && error.text) return error.text;
   switch (error && error.code) {
     case ERR_PASSWORD:
       return T('login.wrong');

@@ -5,6 +5,7 @@
 
 import {spawn, spawnSync} from 'node:child_process';
 import fs from 'node:fs';
+import http from 'node:http';
 import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
@@ -56,8 +57,13 @@ async function WaitUntilServing(url, child, output) {
   while (Date.now() < deadline) {
     if (child.exitCode !== null) throw new Error(`quor-webapi serve exited: ${output()}`);
     try {
-      const response = await fetch(url);
-      if (response.ok) return;
+      const status = await new Promise((resolve, reject) => {
+        http.get(url, {agent: false, headers: {Connection: 'close'}}, (response) => {
+          response.resume();
+          resolve(response.statusCode);
+        }).on('error', reject);
+      });
+      if (status === 200) return;
     } catch {
       // Not listening yet.
     }
@@ -78,7 +84,10 @@ export async function StartServer({rows = 300, extraArgs = []} = {}) {
   const port = await FreePort();
   const url = `http://127.0.0.1:${port}/`;
   const child = spawn(WEBAPI, [
-    'serve', '--root', root, '--listen', `127.0.0.1:${port}`, '--workers', '2',
+    // Chromium opens up to six connections to a host and keeps them alive;
+    // a worker serves one connection at a time, so fewer workers than that
+    // would leave the page's files waiting for idle connections to time out.
+    'serve', '--root', root, '--listen', `127.0.0.1:${port}`, '--workers', '8',
     '--modules', path.join(BUILD_DIR, 'modules'), '--ui', path.join(SOURCE_DIR, 'ui'),
     ...extraArgs,
   ], {stdio: ['ignore', 'pipe', 'pipe']});
@@ -169,6 +178,34 @@ export async function Ready(page) {
   });
 }
 
+// One POST on a connection of its own ("Connection: close"): a kept-alive
+// idle connection would hold one of the server's workers.
+function Post(url, body, headers = {}) {
+  return new Promise((resolve, reject) => {
+    const data = Buffer.from(body.toString());
+    const request = http.request(url, {
+      method: 'POST',
+      agent: false,
+      headers: {
+        'Content-Type': 'application/x-www-form-urlencoded',
+        'Content-Length': data.length,
+        Connection: 'close',
+        ...headers,
+      },
+    }, (response) => {
+      const chunks = [];
+      response.on('data', (chunk) => chunks.push(chunk));
+      response.on('end', () => resolve({
+        headers: response.headers,
+        json: () => JSON.parse(Buffer.concat(chunks).toString('utf8')),
+      }));
+      response.on('error', reject);
+    });
+    request.on('error', reject);
+    request.end(data);
+  });
+}
+
 // A session of its own on the web API, to ask what the page should show.
 export class ApiClient {
   constructor(url) {
@@ -178,14 +215,12 @@ export class ApiClient {
   }
 
   async Login(user = ADMIN) {
-    const response = await fetch(this.url + 'webapi/auth', {
-      method: 'POST',
-      body: new URLSearchParams({method: 'login', account: user.account, passwd: user.passwd}),
-    });
-    this.cookie = (response.headers.get('set-cookie') || '').split(';')[0];
-    const answer = await response.json();
+    const response = await Post(this.url + 'webapi/auth',
+                                new URLSearchParams({method: 'login', ...user}));
+    this.cookie = String(response.headers['set-cookie'] || '').split(';')[0];
+    const answer = response.json();
     if (!answer.success) throw new Error(`login failed: ${JSON.stringify(answer)}`);
-    this.token = answer.data.token || answer.data._token;
+    this.token = answer.data.token;
     return answer.data;
   }
 
@@ -196,11 +231,8 @@ export class ApiClient {
     for (const [name, value] of Object.entries(params)) {
       body.set(name, typeof value === 'number' ? String(value) : JSON.stringify(value));
     }
-    const response = await fetch(this.url + 'webapi', {
-      method: 'POST',
-      body,
-      headers: {'X-Quor-Token': this.token, Cookie: this.cookie},
-    });
+    const response =
+        await Post(this.url + 'webapi', body, {'X-Quor-Token': this.token, Cookie: this.cookie});
     return response.json();
   }
 

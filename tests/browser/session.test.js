@@ -1,7 +1,7 @@
-// Sessions in the page: sign-in errors in words, the user's language, a user
-// who is not an administrator, sign-out, an expired session that returns to
-// the sign-in and then to the same view, and the lockout after failed
-// sign-ins.
+// Sessions in the page: sign-in errors in words, the time zone, an expired
+// session that returns to the sign-in and then to the same view, reload and
+// sign-out, a user who is not an administrator (in the account's language),
+// and the lockout after failed sign-ins.
 
 import assert from 'node:assert/strict';
 import {after, before, test} from 'node:test';
@@ -37,7 +37,8 @@ test('sign-in errors are said in words; the administrator gets the log center', 
 
   await SignIn(page, {account: ADMIN.account, passwd: 'not the password'});
   await message().filter({hasText: 'Wrong account or password.'}).waitFor();
-  assert.equal(await page.locator('#login-password').inputValue(), '');
+  // The password is selected for typing again.
+  assert.equal(await page.evaluate(() => document.activeElement.id), 'login-password');
   await Screenshot(page, 'sign-in-wrong-password');
 
   await SignIn(page);
@@ -52,28 +53,38 @@ test('sign-in errors are said in words; the administrator gets the log center', 
 
 test('an expired session returns to the sign-in, and signing in again restores the view',
      async () => {
-       await page.goto(server.url + '#log=connection&page=2&size=25');
-       await Ready(page);
-       const rows = await TableRows(page);
-       // The session ends behind the page's back, as when it runs idle.
-       await page.evaluate(() => fetch('webapi/auth', {
-                             method: 'POST',
-                             body: new URLSearchParams({method: 'logout'}),
-                           }));
-       await page.getByRole('button', {name: 'Refresh'}).click();
-       await message().filter({hasText: 'Your session has expired. Please sign in again.'}).waitFor();
-       assert.ok(await page.locator('#app-view').isHidden());
-       await Screenshot(page, 'sign-in-expired');
+       // A server whose sessions end after two idle seconds.
+       const short = await StartServer({rows: 100, extraArgs: ['--session-idle-ms', '2000']});
+       const tab = await browser.context.newPage();
+       try {
+         await tab.goto(short.url + '#log=connection&page=2&size=25');
+         await SignIn(tab);
+         await Ready(tab);
+         const rows = await TableRows(tab);
+         assert.ok(rows.length > 0);
+         await tab.waitForTimeout(2500);
+         await tab.getByRole('button', {name: 'Refresh'}).click();
+         await tab.locator('#login-message')
+             .filter({hasText: 'Your session has expired. Please sign in again.'})
+             .waitFor();
+         assert.ok(await tab.locator('#app-view').isHidden());
+         await Screenshot(tab, 'sign-in-expired');
 
-       await SignIn(page);
-       await Ready(page);
-       assert.match(page.url(), /#log=connection&page=2&size=25$/);
-       assert.deepEqual(await TableRows(page), rows);
+         await SignIn(tab);
+         await Ready(tab);
+         assert.match(tab.url(), /#log=connection&page=2&size=25$/);
+         assert.deepEqual(await TableRows(tab), rows);
+       } finally {
+         await tab.close();
+         await short.stop();
+       }
      });
 
 test('a reload keeps the session; signing out ends it', async () => {
+  await page.goto(server.url + '#log=connection');
   await page.reload();
   await Ready(page);
+  assert.equal(await page.locator('#log-title').innerText(), 'Connection');
   await page.getByRole('button', {name: 'Sign out'}).click();
   await message().filter({hasText: 'You have signed out.'}).waitFor();
   await page.reload();

@@ -91,7 +91,7 @@ export async function Login(account, passwd, lang) {
   const fields = {method: 'login', account, passwd};
   if (lang) fields.lang = lang;
   const data = await Auth(fields);
-  StoreToken((data && (data.token || data._token)) || '');
+  StoreToken((data && data.token) || '');
   return data || {};
 }
 
@@ -103,11 +103,12 @@ export async function Logout() {
   }
 }
 
-// The session's user, language and the appliance's time zone; an ApiError
-// with needsLogin when there is no session.
+// Whether a session is open ("logged_in"), the appliance's time zone
+// ("timezone", "utc_offset") and, for an open session, its "account", "lang"
+// and request token, which is kept for the calls that follow.
 export async function SessionStatus() {
   const data = (await Auth({method: 'status'})) || {};
-  if (data.token) StoreToken(data.token);
+  if (data.logged_in && data.token) StoreToken(data.token);
   return data;
 }
 

@@ -1,7 +1,8 @@
 // Calendar dates of the date filter turned into the epoch seconds the list
 // method compares with. A day is taken in the appliance's time zone, the one
 // its log times are shown in, so that a day picked matches the day printed
-// in the table. An unknown zone falls back to the browser's own.
+// in the table. A zone name the browser does not know falls back to the
+// appliance's present offset from UTC, and without that to the browser's zone.
 
 // True when the browser knows `zone` as an IANA time-zone name.
 export function IsKnownZone(zone) {
@@ -32,37 +33,44 @@ function ZoneOffset(zone, seconds) {
   return wall - seconds;
 }
 
-// Epoch seconds of the wall time `date` ("YYYY-MM-DD") at h:m:s in `zone`.
-function WallTimeToEpoch(date, hour, minute, second, zone) {
+// Epoch seconds of the wall time `date` ("YYYY-MM-DD") at h:m:s in `zone`,
+// or at the fixed `offset` (seconds east of UTC) when the zone is unknown.
+function WallTimeToEpoch(date, [hour, minute, second], zone, offset) {
   const [year, month, day] = date.split('-').map(Number);
-  if (!IsKnownZone(zone)) {
-    return Math.floor(new Date(year, month - 1, day, hour, minute, second).getTime() / 1000);
-  }
   const wall = Date.UTC(year, month - 1, day, hour, minute, second) / 1000;
-  // The offset at the wall time read as UTC is right except near a change of
-  // offset; asking again at the first guess settles it.
-  let guess = wall - ZoneOffset(zone, wall);
-  guess = wall - ZoneOffset(zone, guess);
-  return guess;
+  if (IsKnownZone(zone)) {
+    // The offset at the wall time read as UTC is right except near a change
+    // of offset; asking again at the first guess settles it.
+    const guess = wall - ZoneOffset(zone, wall);
+    return wall - ZoneOffset(zone, guess);
+  }
+  if (Number.isInteger(offset)) return wall - offset;
+  return Math.floor(new Date(year, month - 1, day, hour, minute, second).getTime() / 1000);
 }
 
 // The first second of `date`, or 0 (no bound) when no date is given.
-export function StartOfDay(date, zone) {
-  return date ? WallTimeToEpoch(date, 0, 0, 0, zone) : 0;
+export function StartOfDay(date, zone, offset) {
+  return date ? WallTimeToEpoch(date, [0, 0, 0], zone, offset) : 0;
 }
 
 // The last second of `date`, or 0 (no bound) when no date is given.
-export function EndOfDay(date, zone) {
-  return date ? WallTimeToEpoch(date, 23, 59, 59, zone) : 0;
+export function EndOfDay(date, zone, offset) {
+  return date ? WallTimeToEpoch(date, [23, 59, 59], zone, offset) : 0;
+}
+
+function FormatOffset(seconds) {
+  const minutes = Math.round(seconds / 60);
+  const sign = minutes < 0 ? '−' : '+';
+  const hours = String(Math.floor(Math.abs(minutes) / 60)).padStart(2, '0');
+  return `UTC${sign}${hours}:${String(Math.abs(minutes) % 60).padStart(2, '0')}`;
 }
 
 // A short description of the zone for the page, such as
 // "Europe/Berlin (UTC+01:00)".
-export function DescribeZone(zone) {
-  if (!IsKnownZone(zone)) return zone || '';
-  const offset = ZoneOffset(zone, Math.floor(Date.now() / 1000)) / 60;
-  const sign = offset < 0 ? '−' : '+';
-  const hours = String(Math.floor(Math.abs(offset) / 60)).padStart(2, '0');
-  const minutes = String(Math.abs(offset) % 60).padStart(2, '0');
-  return `${zone} (UTC${sign}${hours}:${minutes})`;
+export function DescribeZone(zone, offset) {
+  if (IsKnownZone(zone)) {
+    return `${zone} (${FormatOffset(ZoneOffset(zone, Math.floor(Date.now() / 1000)))})`;
+  }
+  if (Number.isInteger(offset)) return zone ? `${zone} (${FormatOffset(offset)})` : FormatOffset(offset);
+  return zone || '';
 }

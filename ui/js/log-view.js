@@ -60,6 +60,7 @@ export class LogView {
   Start(session) {
     this.running = true;
     this.zone = session.timeZone || '';
+    this.utcOffset = session.utcOffset;
     this.state = ParseState(location.hash);
     history.replaceState(null, '', FormatState(this.state));
     this.Redraw();
@@ -91,7 +92,8 @@ export class LogView {
     UpdateNav(byId('log-nav'), this.state);
     this.filters.Show(this.state, log);
     byId('log-title').textContent = T('log.' + log.name);
-    byId('tz-note').textContent = this.zone ? T('tz.note', {tz: DescribeZone(this.zone)}) : '';
+    const zone = DescribeZone(this.zone, this.utcOffset);
+    byId('tz-note').textContent = zone ? T('tz.note', {tz: zone}) : '';
     const clearable = ClassOf(log).clearable;
     byId('clear').disabled = !clearable;
     byId('clear').title = clearable ? '' : T('actions.clearUnavailable');
@@ -103,7 +105,7 @@ export class LogView {
       log,
       records: this.records,
       sort: this.state.sort,
-      timeZone: this.zone,
+      timeZone: this.zone || DescribeZone('', this.utcOffset),
       onSort: (sort) => this.Apply({sort, page: 1}),
     });
     this.filters.ShowCounts(ClassOf(log).levels ? this.answer : null);
@@ -181,8 +183,8 @@ export class LogView {
     const params = {logtype: MembersOf(this.log).join(','), sort: state.sort};
     if (ClassOf(this.log).levels) params.level = state.levels.join(',');
     if (state.keyword) params.keyword = state.keyword;
-    const from = StartOfDay(state.from, this.zone);
-    const to = EndOfDay(state.to, this.zone);
+    const from = StartOfDay(state.from, this.zone, this.utcOffset);
+    const to = EndOfDay(state.to, this.zone, this.utcOffset);
     if (from) params.date_from = from;
     if (to) params.date_to = to;
     return params;

@@ -10,12 +10,13 @@ import {LogView} from './log-view.js';
 
 const byId = (id) => document.getElementById(id);
 
-// The status answer's fields, under the names the server may give them.
+// What the page keeps of a login or status answer.
 function SessionInfo(data) {
   return {
-    user: data.user || data.account || data.username || '',
-    lang: data.lang || data.language || '',
-    timeZone: data.timezone || data.timeZone || data.time_zone || data.tz || '',
+    user: data.account || '',
+    lang: data.lang || '',
+    timeZone: data.timezone || '',
+    utcOffset: Number.isInteger(data.utc_offset) ? data.utc_offset : null,
   };
 }
 
@@ -92,24 +93,21 @@ class Page {
     this.ToLogin('login.signedOut');
   }
 
-  // A reload keeps the session when the tab still holds its token (or the
-  // status answer hands one out). Should the status call itself fail, the
-  // first list call decides.
+  // A reload, or a new tab, finds the session through the status call,
+  // which hands back the request token.
   async Start() {
-    let data = null;
+    let data;
     try {
       data = await api.SessionStatus();
     } catch (error) {
-      if (!(error instanceof api.ApiError) || error.needsLogin || !api.StoredToken()) {
-        this.ToLogin('');
-        return;
-      }
+      this.ToLogin(error instanceof api.ApiError && error.needsLogin ? '' : error);
+      return;
     }
-    if (!api.StoredToken()) {
+    if (!data.logged_in || !api.StoredToken()) {
       this.ToLogin('');
       return;
     }
-    await this.Enter(SessionInfo(data || {}));
+    await this.Enter(SessionInfo(data));
   }
 }
 

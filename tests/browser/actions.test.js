@@ -59,7 +59,8 @@ test('Export CSV downloads every entry the filters select, in the log layout', a
                   `${words[record.level]},${record.logtype},${record.time},${record.who},`),
               `line ${index + 2}: ${data[index]}`);
   }
-  assert.match(await page.locator('#status').innerText(), new RegExp(`Downloaded ${name}`));
+  // The browser replaces the colons of the time in the file name.
+  assert.match(await page.locator('#status').innerText(), /Downloaded syslog_[-0-9:]+\.csv\./);
 });
 
 test('Export HTML downloads a document of the same entries', async () => {
@@ -112,7 +113,7 @@ test('Clear asks first, names the logs it empties, and then shows the emptied lo
 test('the language switch turns the page German and the choice stays', async () => {
   await page.goto(server.url + '#log=system');
   await Ready(page);
-  await page.getByLabel('Language').selectOption('de');
+  await page.getByRole('combobox', {name: 'Language'}).selectOption('de');
   assert.equal(await page.locator('html').getAttribute('lang'), 'de');
   assert.deepEqual(await TableHeadings(page),
                    ['Stufe', 'Protokoll', 'Zeit', 'Benutzer', 'Ereignis']);
@@ -127,7 +128,7 @@ test('the language switch turns the page German and the choice stays', async () 
   assert.equal(await page.locator('#log-title').innerText(), 'System');
   assert.equal(await page.getByRole('button', {name: 'Abmelden'}).count(), 1);
   await Screenshot(page, 'system-log-german');
-  await page.getByLabel('Sprache').selectOption('en');
+  await page.getByRole('combobox', {name: 'Sprache'}).selectOption('en');
   assert.equal(await page.getByRole('button', {name: 'Sign out'}).count(), 1);
 });
 
@@ -143,7 +144,8 @@ test('keyboard: labelled controls, visible focus, sorting and paging by keys', a
   assert.deepEqual(unnamed, []);
 
   // The first Tab reaches the skip link, which leads to the table.
-  await page.locator('body').focus();
+  await page.reload();
+  await Ready(page);
   await page.keyboard.press('Tab');
   assert.equal(await page.evaluate(() => document.activeElement.className), 'skip-link');
   const outline = await page.evaluate(() => getComputedStyle(document.activeElement).outlineStyle);

@@ -53,11 +53,13 @@ test('sign-in errors are said in words; the administrator gets the log center', 
 
 test('an expired session returns to the sign-in, and signing in again restores the view',
      async () => {
-       // A server whose sessions end after two idle seconds.
-       const short = await StartServer({rows: 100, extraArgs: ['--session-idle-ms', '2000']});
-       const tab = await browser.context.newPage();
+       // A server whose sessions end after two idle seconds, and a browser of
+       // its own (cookies do not tell ports apart).
+       const short = await StartServer({rows: 200, extraArgs: ['--session-idle-ms', '2000']});
+       const second = await LaunchBrowser();
+       const tab = second.page;
        try {
-         await tab.goto(short.url + '#log=connection&page=2&size=25');
+         await tab.goto(short.url + '#log=system&page=2&size=25');
          await SignIn(tab);
          await Ready(tab);
          const rows = await TableRows(tab);
@@ -72,10 +74,11 @@ test('an expired session returns to the sign-in, and signing in again restores t
 
          await SignIn(tab);
          await Ready(tab);
-         assert.match(tab.url(), /#log=connection&page=2&size=25$/);
+         assert.match(tab.url(), /#log=system&page=2&size=25$/);
          assert.deepEqual(await TableRows(tab), rows);
+         assert.deepEqual(second.problems, []);
        } finally {
-         await tab.close();
+         await second.close();
          await short.stop();
        }
      });
@@ -109,7 +112,8 @@ test('a user who is not an administrator is told so, in the language of the acco
 test('repeated wrong passwords lock the sign-in for a while', async () => {
   // A server of its own: the lockout also holds for this client's address.
   const locked = await StartServer({rows: 20});
-  const tab = await browser.context.newPage();
+  const second = await LaunchBrowser();
+  const tab = second.page;
   try {
     await tab.goto(locked.url);
     const said = tab.locator('#login-message');
@@ -124,7 +128,7 @@ test('repeated wrong passwords lock the sign-in for a while', async () => {
     assert.ok(await tab.locator('#app-view').isHidden());
     await Screenshot(tab, 'sign-in-locked');
   } finally {
-    await tab.close();
+    await second.close();
     await locked.stop();
   }
   assert.deepEqual(browser.problems, []);

@@ -128,12 +128,9 @@ export class LogView {
     } else if (this.records.length === 0) {
       parts.push(T('status.empty'));
     } else {
-      const first = (this.state.page - 1) * this.state.size + 1;
-      parts.push(T('status.shown', {
-        first: FormatNumber(first),
-        last: FormatNumber(first + this.records.length - 1),
-        total: FormatNumber(this.answer.total),
-      }));
+      // Only the count of this page: database logs filter levels within the
+      // page, so positions in the whole log cannot be told.
+      parts.push(T('status.shown', {count: FormatNumber(this.records.length)}));
     }
     byId('status').textContent = parts.filter(Boolean).join(' ');
   }

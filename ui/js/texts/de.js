@@ -77,7 +77,7 @@ export default {
   'status.empty': 'Keine Protokolleinträge entsprechen den Filtern.',
   'status.noLevel': 'Wählen Sie mindestens eine Stufe, um Einträge zu sehen.',
   'status.failed': 'Das Protokoll konnte nicht gelesen werden.',
-  'status.shown': 'Einträge {first}–{last} von {total}',
+  'status.shown': '{count} Einträge werden angezeigt.',
   'status.updated': 'Aktualisiert {time}',
   'pager.label': 'Seiten',
   'pager.first': 'Erste Seite',

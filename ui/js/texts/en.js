@@ -77,7 +77,7 @@ export default {
   'status.empty': 'No log entries match the filters.',
   'status.noLevel': 'Choose at least one level to see entries.',
   'status.failed': 'The log could not be read.',
-  'status.shown': 'Entries {first}–{last} of {total}',
+  'status.shown': 'Showing {count} entries.',
   'status.updated': 'Updated {time}',
   'pager.label': 'Pages',
   'pager.first': 'First page',

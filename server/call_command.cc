@@ -2,9 +2,6 @@
 // answer envelope (or the method's own output) on standard output.
 #include <stdio.h>
 
-#include <climits>
-#include <cstdlib>
-
 #include "server/commands.h"
 #include "server/dispatch/dispatch.h"
 
@@ -17,16 +14,6 @@ int Usage(const std::string& message) {
           "                        API VERSION METHOD [NAME=VALUE ...]\n",
           message.c_str());
   return kExitUsage;
-}
-
-// A whole decimal integer within int, or false.
-bool ParseVersion(const std::string& text, int* version) {
-  if (text.empty()) return false;
-  char* end = nullptr;
-  long value = strtol(text.c_str(), &end, 10);
-  if (*end != '\0' || value < INT_MIN || value > INT_MAX) return false;
-  *version = static_cast<int>(value);
-  return true;
 }
 
 }  // namespace
@@ -54,7 +41,7 @@ int CallCommand(const Args& args) {
   }
   if (positional.size() < 3) return Usage("API, VERSION and METHOD are required");
   int version = 0;
-  if (!ParseVersion(positional[1], &version)) {
+  if (!ParseApiVersion(positional[1], &version)) {
     return Usage("VERSION must be an integer, not '" + positional[1] + "'");
   }
   Json::Value params(Json::objectValue);

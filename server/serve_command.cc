@@ -1,17 +1,16 @@
 // quor-webapi serve: binds, loads the modules once, and serves HTTP from forked workers.
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "server/auth/session_store.h"
 #include "server/commands.h"
 #include "server/dispatch/module_registry.h"
-#include "server/http/connection.h"
 #include "server/http/listener.h"
 #include "server/http/process_pool.h"
 #include "server/http/router.h"
+#include "server/http/worker.h"
 
 namespace {
 
@@ -40,14 +39,7 @@ int WorkerMain(int listenFd, const ServerConfig& config, const ModuleRegistry& r
     return 1;
   }
   Router router(config, registry, &sessions);
-  for (;;) {
-    int ready = WaitReadable(listenFd, 60 * 1000);
-    if (ready < 0) break;
-    if (ready == 0) continue;
-    int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0) ServeConnection(fd, config, &router);  // another worker may have taken it
-  }
-  return 0;
+  return ServeAsWorker(listenFd, config, &router);
 }
 
 }  // namespace

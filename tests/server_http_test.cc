@@ -271,6 +271,23 @@ TEST_F(ServerHttp, MalformedOversizedAndSlowRequests) {
   EXPECT_TRUE(server->LogHas(" 413 ")) << server->Log();
 }
 
+TEST_F(ServerHttp, IdleConnectionsDoNotHoldTheWorker) {
+  // Browsers open spare connections that send nothing for a while, and keep used ones open.
+  auto server = Start({"--workers", "1", "--request-timeout-ms", "5000"});
+  std::vector<std::unique_ptr<HttpConnection>> spare;
+  for (int i = 0; i < 4; ++i) spare.push_back(std::make_unique<HttpConnection>(server->port()));
+  HttpConnection kept(server->port());
+  ASSERT_TRUE(kept.Send("GET /app.js HTTP/1.1\r\nHost: x\r\n\r\n"));
+  EXPECT_EQ(200, kept.Read().status);
+  auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(200, HttpRequest(server->port(), "GET", "/").status);
+  ASSERT_TRUE(spare[2]->Send("GET /style.css HTTP/1.1\r\nHost: x\r\n\r\n"));
+  EXPECT_EQ("body{}", spare[2]->Read().body);
+  ASSERT_TRUE(kept.Send("GET /style.css HTTP/1.1\r\nHost: x\r\n\r\n"));
+  EXPECT_EQ("body{}", kept.Read().body);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2000));
+}
+
 TEST_F(ServerHttp, AKilledWorkerIsReplaced) {
   auto server = Start({"--workers", "1"});
   std::vector<pid_t> before = server->Workers();

@@ -4,6 +4,9 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <stdlib.h>
+
+#include <climits>
 #include <memory>
 
 void DispatchCall(const ModuleRegistry& registry, const std::string& api, int version,
@@ -51,4 +54,13 @@ std::string EnvelopeText(const QUOR::APIResponse& response) {
     text += std::string(",\"") + key + "\":" + Json::writeString(builder, envelope[key]);
   }
   return text + "}";
+}
+
+bool ParseApiVersion(const std::string& text, int* version) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  long value = strtol(text.c_str(), &end, 10);
+  if (*end != '\0' || value < INT_MIN || value > INT_MAX) return false;
+  *version = static_cast<int>(value);
+  return true;
 }

@@ -30,5 +30,8 @@ void DispatchCall(const ModuleRegistry& registry, const std::string& api, int ve
 // taken as the plain text itself ("system", "abc", "").
 Json::Value DecodeParamValue(const std::string& text);
 
+// Reads an API version: a whole decimal integer within int. False for anything else.
+bool ParseApiVersion(const std::string& text, int* version);
+
 // The envelope as compact JSON text, without a line end.
 std::string EnvelopeText(const QUOR::APIResponse& response);

@@ -4,10 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
 #include <chrono>
@@ -82,68 +79,80 @@ beast::error_code RunWithDeadline(net::io_context* context, tcp::socket* socket,
 
 }  // namespace
 
-void ServeConnection(int fd, const ServerConfig& config, Router* router) {
-  net::io_context context(1);
+std::unique_ptr<Connection> Connection::Adopt(net::io_context* context, int fd,
+                                              const ServerConfig& config) {
+  std::unique_ptr<Connection> connection(new Connection(context, fd, config));
+  if (!connection->socket_.is_open()) return nullptr;
+  return connection;
+}
+
+Connection::Connection(net::io_context* context, int fd, const ServerConfig& config)
+    : context_(context), socket_(*context), fd_(fd), config_(config) {
   sockaddr_storage local;
   socklen_t length = sizeof local;
-  getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length);
   beast::error_code ec;
-  tcp::socket socket(context);
-  socket.assign(local.ss_family == AF_INET6 ? tcp::v6() : tcp::v4(), fd, ec);
-  if (ec) {
-    close(fd);
-    return;
+  if (getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length) == 0) {
+    socket_.assign(local.ss_family == AF_INET6 ? tcp::v6() : tcp::v4(), fd, ec);
   }
-  beast::flat_buffer buffer;
-  std::string client = SocketAddress(fd, true, false);
-  bool first = true;
+  if (!socket_.is_open()) close(fd);
+  client_ = SocketAddress(fd, true, false);
+}
 
-  for (;;) {
-    bool timedOut = false;
-    if (buffer.size() == 0) {
-      int ready = WaitReadable(fd, first ? config.requestTimeoutMs : config.idleTimeoutMs);
-      if (ready < 0 || (ready == 0 && !first)) break;  // stopping, or an idle keep-alive
-      timedOut = ready == 0;                           // a new connection that sent nothing in time
-    }
-    Clock::time_point start = Clock::now();
-    http::request_parser<http::string_body> parser;
-    parser.header_limit(static_cast<std::uint32_t>(config.headerLimit));
-    parser.body_limit(config.bodyLimit);
-    size_t transferred = 0;
-    if (!timedOut) {
-      ec = RunWithDeadline(
-          &context, &socket, config.requestTimeoutMs, &timedOut, &transferred,
-          [&](auto handler) { http::async_read(socket, buffer, parser, std::move(handler)); });
-    }
+Connection::~Connection() {
+  beast::error_code ec;
+  socket_.shutdown(tcp::socket::shutdown_send, ec);
+  socket_.close(ec);
+}
 
-    Exchange exchange;
-    exchange.socketFd = fd;
-    exchange.client = client;
-    bool keepAlive = false;
-    if (timedOut || ec) {
-      unsigned status = timedOut ? 408 : ReadFailureStatus(ec);
-      if (status == 0) break;
-      AnswerText(&exchange, status, ReasonText(status));
-    } else {
-      router->Handle(parser.get(), &exchange);
-      keepAlive = parser.get().keep_alive() && !WorkerShouldStop();
-    }
-    if (exchange.streamed) {
-      WriteAccessLine(exchange.client, exchange.user, exchange.what, 200, exchange.streamedBytes,
-                      MillisecondsSince(start));
-      break;
-    }
-    exchange.response.version(11);
-    exchange.response.keep_alive(keepAlive);
-    bool writeTimedOut = false;
-    beast::error_code writeError = RunWithDeadline(
-        &context, &socket, config.sendTimeoutMs, &writeTimedOut, &transferred,
-        [&](auto handler) { http::async_write(socket, exchange.response, std::move(handler)); });
-    WriteAccessLine(exchange.client, exchange.user, exchange.what, exchange.response.result_int(),
-                    static_cast<int64_t>(transferred), MillisecondsSince(start));
-    first = false;
-    if (writeError || writeTimedOut || !keepAlive) break;
+void Connection::AnswerSilence() {
+  Exchange exchange;
+  exchange.client = client_;
+  AnswerText(&exchange, 408, ReasonText(408));
+  exchange.response.keep_alive(false);
+  bool timedOut = false;
+  size_t transferred = 0;
+  RunWithDeadline(
+      context_, &socket_, config_.sendTimeoutMs, &timedOut, &transferred,
+      [&](auto handler) { http::async_write(socket_, exchange.response, std::move(handler)); });
+  WriteAccessLine(client_, "-", "-", 408, static_cast<int64_t>(transferred), 0);
+}
+
+bool Connection::ServeOne(Router* router) {
+  Clock::time_point start = Clock::now();
+  http::request_parser<http::string_body> parser;
+  parser.header_limit(static_cast<std::uint32_t>(config_.headerLimit));
+  parser.body_limit(config_.bodyLimit);
+  bool timedOut = false;
+  size_t transferred = 0;
+  beast::error_code ec = RunWithDeadline(
+      context_, &socket_, config_.requestTimeoutMs, &timedOut, &transferred,
+      [&](auto handler) { http::async_read(socket_, buffer_, parser, std::move(handler)); });
+
+  Exchange exchange;
+  exchange.socketFd = fd_;
+  exchange.client = client_;
+  bool keepAlive = false;
+  if (timedOut || ec) {
+    unsigned status = timedOut ? 408 : ReadFailureStatus(ec);
+    if (status == 0) return false;
+    AnswerText(&exchange, status, ReasonText(status));
+  } else {
+    router->Handle(parser.get(), &exchange);
+    keepAlive = parser.get().keep_alive() && !WorkerShouldStop();
   }
-  socket.shutdown(tcp::socket::shutdown_send, ec);
-  socket.close(ec);
+  if (exchange.streamed) {
+    WriteAccessLine(exchange.client, exchange.user, exchange.what, 200, exchange.streamedBytes,
+                    MillisecondsSince(start));
+    return false;
+  }
+  exchange.response.version(11);
+  exchange.response.keep_alive(keepAlive);
+  bool writeTimedOut = false;
+  beast::error_code writeError = RunWithDeadline(
+      context_, &socket_, config_.sendTimeoutMs, &writeTimedOut, &transferred,
+      [&](auto handler) { http::async_write(socket_, exchange.response, std::move(handler)); });
+  WriteAccessLine(exchange.client, exchange.user, exchange.what, exchange.response.result_int(),
+                  static_cast<int64_t>(transferred), MillisecondsSince(start));
+  fresh_ = false;
+  return keepAlive && !writeError && !writeTimedOut;
 }

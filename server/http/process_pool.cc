@@ -64,16 +64,15 @@ bool WorkerShouldStop() {
          (sigismember(&pending, SIGTERM) == 1 || sigismember(&pending, SIGINT) == 1);
 }
 
-int WaitReadable(int fd, int64_t timeoutMs) {
+int WaitForAny(pollfd* fds, size_t count, int64_t timeoutMs) {
   int64_t deadline = MonotonicMs() + timeoutMs;
   for (;;) {
     if (gStopRequested) return -1;
     int64_t left = deadline - MonotonicMs();
     if (left <= 0) return 0;
-    pollfd item = {fd, POLLIN, 0};
     timespec wait = {static_cast<time_t>(left / 1000), static_cast<long>(left % 1000) * 1000000};
-    int rc = ppoll(&item, 1, &wait, &gWaitMask);
-    if (rc > 0) return 1;
+    int rc = ppoll(fds, count, &wait, &gWaitMask);
+    if (rc > 0) return rc;
     if (rc < 0 && errno != EINTR) return -1;
   }
 }

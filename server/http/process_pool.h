@@ -4,6 +4,8 @@
 
 #include <stdint.h>
 
+#include <poll.h>
+
 #include <functional>
 
 // Runs workerMain in count forked processes until the master receives SIGTERM or SIGINT, then
@@ -16,7 +18,8 @@ int RunProcessPool(int count, int64_t graceMs, const std::function<int()>& worke
 // In a worker: true once the master asked it to stop (also while the request is pending).
 bool WorkerShouldStop();
 
-// In a worker: waits until fd is readable. 1: readable; 0: timeoutMs passed; -1: the worker
-// was asked to stop (or poll failed). Stop requests are delivered only here, so a request
-// being served is never interrupted by one.
-int WaitReadable(int fd, int64_t timeoutMs);
+// In a worker: waits until one of the count descriptors is ready (their revents filled).
+// >0: that many are ready; 0: timeoutMs passed; -1: the worker was asked to stop (or poll
+// failed). Stop requests are delivered only here, so a request being served is never
+// interrupted by one.
+int WaitForAny(pollfd* fds, size_t count, int64_t timeoutMs);

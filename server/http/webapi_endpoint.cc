@@ -1,8 +1,4 @@
 // GET or POST /webapi: one module call on behalf of a logged-in session.
-#include <stdlib.h>
-
-#include <climits>
-
 #include "server/dispatch/dispatch.h"
 #include "server/http/output_handover.h"
 #include "server/http/router.h"
@@ -11,15 +7,6 @@ namespace {
 
 // The fields that address the call rather than being its parameters.
 const char* const kCallFields[] = {"api", "version", "method", "_token"};
-
-bool ParseVersion(const std::string& text, int* version) {
-  if (text.empty()) return false;
-  char* end = nullptr;
-  long value = strtol(text.c_str(), &end, 10);
-  if (*end != '\0' || value < INT_MIN || value > INT_MAX) return false;
-  *version = static_cast<int>(value);
-  return true;
-}
 
 }  // namespace
 
@@ -37,7 +24,7 @@ void Router::HandleWebApi(const HttpRequest& request, const RequestFields& field
     response.SetError(kErrorNotLoggedIn);
   } else if (!TokenMatches(RequestToken(request, fields), session.token)) {
     response.SetError(kErrorBadToken);
-  } else if (!ParseVersion(fields.Raw("version"), &version) ||
+  } else if (!ParseApiVersion(fields.Raw("version"), &version) ||
              registry_.Find(api, version, method) == nullptr) {
     response.SetError(kErrorUnknownMethod);
   } else if (!session.admin) {

@@ -237,6 +237,16 @@ TEST_F(ServerHttp, MalformedOversizedAndSlowRequests) {
                 "Content-Length: 3\r\n\r\n[1]"));
   EXPECT_EQ(400, json.Read().status);
 
+  // A client that waits for leave to send its body is told to go on.
+  HttpConnection waiting(port);
+  ASSERT_TRUE(
+      waiting.Send("POST /webapi/auth HTTP/1.1\r\nExpect: 100-continue\r\n"
+                   "Content-Type: application/x-www-form-urlencoded\r\n"
+                   "Content-Length: 13\r\n\r\n"));
+  EXPECT_EQ(100, waiting.Read().status);
+  ASSERT_TRUE(waiting.Send("method=status"));
+  EXPECT_EQ(200, waiting.Read().status);
+
   // Too large: a header block over 8 KiB, a body over 64 KiB (refused from its length alone).
   EXPECT_EQ(413, HttpRequest(port, "GET", "/", "", {"X-Big: " + std::string(10000, 'a')}).status);
   HttpConnection big(port);

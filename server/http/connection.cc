@@ -4,7 +4,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/string.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
 #include <chrono>
@@ -126,7 +129,20 @@ bool Connection::ServeOne(Router* router) {
   size_t transferred = 0;
   beast::error_code ec = RunWithDeadline(
       context_, &socket_, config_.requestTimeoutMs, &timedOut, &transferred,
-      [&](auto handler) { http::async_read(socket_, buffer_, parser, std::move(handler)); });
+      [&](auto handler) { http::async_read_header(socket_, buffer_, parser, std::move(handler)); });
+  if (!ec && !timedOut && !parser.is_done()) {
+    // A client that waits for leave to send its body (curl does, for larger forms) gets it.
+    if (beast::iequals(parser.get()[http::field::expect], "100-continue")) {
+      static const char kContinue[] = "HTTP/1.1 100 Continue\r\n\r\n";
+      net::write(socket_, net::buffer(kContinue, sizeof kContinue - 1), ec);
+    }
+    int64_t left = config_.requestTimeoutMs - static_cast<int64_t>(MillisecondsSince(start));
+    if (!ec) {
+      ec = RunWithDeadline(
+          context_, &socket_, std::max<int64_t>(left, 1), &timedOut, &transferred,
+          [&](auto handler) { http::async_read(socket_, buffer_, parser, std::move(handler)); });
+    }
+  }
 
   Exchange exchange;
   exchange.socketFd = fd_;

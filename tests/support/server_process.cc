@@ -181,7 +181,9 @@ HttpAnswer HttpConnection::Read() {
     size_t value = line.find_first_not_of(' ', colon + 1);
     answer.headers[name] = value == std::string::npos ? "" : line.substr(value);
   }
-  if (answer.headers.count("content-length") != 0) {
+  if (answer.status / 100 == 1 || answer.status == 204 || answer.status == 304) {
+    // No body.
+  } else if (answer.headers.count("content-length") != 0) {
     size_t length = std::stoul(answer.headers["content-length"]);
     while (pending_.size() < length) {
       if (!Fill()) break;

@@ -27,7 +27,7 @@ struct Fetched {
   bool set;
 };
 
-const ParamRule kListRules[] = {
+const std::vector<ParamRule> kListRules = {
     {"logtype", Kind::kText, QUOR::PARAM_OPTIONAL},
     {"offset", Kind::kInteger, QUOR::PARAM_OPTIONAL},
     {"limit", Kind::kInteger, QUOR::PARAM_OPTIONAL},
@@ -37,18 +37,14 @@ const ParamRule kListRules[] = {
     {"level", Kind::kText, QUOR::PARAM_OPTIONAL},
 };
 
-const ParamRule kExportRules[] = {
-    {"logtype", Kind::kText, QUOR::PARAM_OPTIONAL},
-    {"offset", Kind::kInteger, QUOR::PARAM_OPTIONAL},
-    {"limit", Kind::kInteger, QUOR::PARAM_OPTIONAL},
-    {"date_from", Kind::kInteger, QUOR::PARAM_OPTIONAL},
-    {"date_to", Kind::kInteger, QUOR::PARAM_OPTIONAL},
-    {"keyword", Kind::kText, QUOR::PARAM_OPTIONAL},
-    {"level", Kind::kText, QUOR::PARAM_OPTIONAL},
-    {"format", Kind::kText, QUOR::PARAM_OPTIONAL},
-};
+// The list's parameters, then the format.
+const std::vector<ParamRule> kExportRules = [] {
+  std::vector<ParamRule> rules = kListRules;
+  rules.push_back({"format", Kind::kText, QUOR::PARAM_OPTIONAL});
+  return rules;
+}();
 
-const ParamRule kClearRules[] = {
+const std::vector<ParamRule> kClearRules = {
     {"category", Kind::kText, QUOR::PARAM_REQUIRED},
     {"logtype", Kind::kText, QUOR::PARAM_OPTIONAL},
     {"path", Kind::kText, QUOR::PARAM_OPTIONAL},
@@ -63,8 +59,8 @@ bool Refuse(APIResponse* response, const char* name, const char* reason) {
 }
 
 // Fetches every rule's parameter first, then reports the first invalid one.
-template <size_t N>
-bool CheckTypes(const APIRequest& request, APIResponse* response, const ParamRule (&rules)[N]) {
+bool CheckTypes(const APIRequest& request, APIResponse* response,
+                const std::vector<ParamRule>& rules) {
   std::vector<Fetched> fetched;
   for (const ParamRule& rule : rules) {
     if (rule.kind == Kind::kText) {

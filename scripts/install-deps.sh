@@ -11,7 +11,12 @@ packages=(build-essential cmake pkg-config ccache libjsoncpp-dev libsqlite3-dev 
           libgtest-dev libgmock-dev libicu-dev libboost-dev libsodium-dev curl)
 for arg in "$@"; do
   case "$arg" in
-    --browser) packages+=(chromium nodejs npm) ;;
+    --browser)
+      packages+=(chromium)
+      # Node.js may come from elsewhere, bundling its own npm (which Debian's npm
+      # package conflicts with): ask Debian only for what is missing.
+      command -v node >/dev/null || packages+=(nodejs)
+      command -v npm >/dev/null || packages+=(npm) ;;
     --bench) packages+=(libbenchmark-dev wrk) ;;
     *) echo "install-deps.sh: unknown option $arg" >&2; exit 2 ;;
   esac

@@ -150,6 +150,10 @@ test('keyboard: labelled controls, visible focus, sorting and paging by keys', a
   assert.equal(await page.evaluate(() => document.activeElement.className), 'skip-link');
   const outline = await page.evaluate(() => getComputedStyle(document.activeElement).outlineStyle);
   assert.notEqual(outline, 'none');
+  const address = page.url();
+  await page.keyboard.press('Enter');
+  assert.equal(await page.evaluate(() => document.activeElement.id), 'log-table-region');
+  assert.equal(page.url(), address, 'the skip link leaves the view in the address alone');
 
   const sortButton = page.locator('th button[data-sort="msg"]');
   await sortButton.focus();

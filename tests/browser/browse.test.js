@@ -220,8 +220,10 @@ test('a plain-text backup log, sorted and filtered in the same layout', async ()
                                    offset: 0, limit: 50});
   assert.deepEqual(await TableRows(page), filtered.items.map(GeneralRow));
   assert.ok((await TableRows(page)).every((row) => row[0] !== 'Information'));
-  // Text-file logs cannot be cleared, so the page does not offer it.
+  // Text-file logs cannot be cleared, so the page does not offer it, and
+  // says why.
   assert.ok(await page.locator('#clear').isDisabled());
+  assert.ok(await page.getByText('cannot be cleared here').isVisible());
   await Screenshot(page, 'backup-log');
 });
 

@@ -3,7 +3,7 @@
 // runs the export and clear actions on the current filters.
 
 import * as api from './api.js';
-import {ClassOf, FindLog, MembersOf} from './catalogue.js';
+import {ClassOf, FindLog, LEVELS, MembersOf} from './catalogue.js';
 import {ConfirmClear} from './clear-dialog.js';
 import {DescribeZone, EndOfDay, StartOfDay} from './dates.js';
 import {Filters} from './filters.js';
@@ -45,6 +45,12 @@ export class LogView {
     byId('export-csv').addEventListener('click', () => this.Export('csv'));
     byId('clear').prepend(Icon('trash'));
     byId('clear').addEventListener('click', () => this.Clear());
+    // The skip link moves the focus without touching the address, which
+    // holds the view's state.
+    document.querySelector('.skip-link').addEventListener('click', (event) => {
+      event.preventDefault();
+      byId('log-table-region').focus();
+    });
     const auto = byId('auto-refresh');
     auto.checked = sessionStorage.getItem(AUTO_KEY) === '1';
     auto.addEventListener('change', () => {
@@ -74,6 +80,11 @@ export class LogView {
     if (this.loading) this.loading.abort();
   }
 
+  // True when the view leaves out some level.
+  get levelFiltered() {
+    return ClassOf(this.log).levels && this.state.levels.length < LEVELS.length;
+  }
+
   get log() {
     return FindLog(this.state.log);
   }
@@ -96,7 +107,7 @@ export class LogView {
     byId('tz-note').textContent = zone ? T('tz.note', {tz: zone}) : '';
     const clearable = ClassOf(log).clearable;
     byId('clear').disabled = !clearable;
-    byId('clear').title = clearable ? '' : T('actions.clearUnavailable');
+    byId('clear-note').hidden = clearable;
   }
 
   ShowAnswer() {
@@ -125,6 +136,10 @@ export class LogView {
       parts.push(this.noLevel ? T('status.noLevel') : T('status.loading'));
     } else if (this.answer.total < 0) {
       parts.push(T('status.failed'));
+    } else if (this.records.length === 0 && this.answer.total > 0 && this.levelFiltered) {
+      // Database logs filter levels within a page: other pages may still
+      // hold entries of the chosen levels.
+      parts.push(T('status.emptyPage'));
     } else if (this.records.length === 0) {
       parts.push(T('status.empty'));
     } else {

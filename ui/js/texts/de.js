@@ -75,6 +75,7 @@ export default {
   'tz.note': 'Zeiten in der Zeitzone des Geräts: {tz}',
   'status.loading': 'Wird geladen…',
   'status.empty': 'Keine Protokolleinträge entsprechen den Filtern.',
+  'status.emptyPage': 'Auf dieser Seite gibt es keine Einträge der gewählten Stufen; andere Seiten können welche enthalten.',
   'status.noLevel': 'Wählen Sie mindestens eine Stufe, um Einträge zu sehen.',
   'status.failed': 'Das Protokoll konnte nicht gelesen werden.',
   'status.shown': '{count} Einträge werden angezeigt.',

@@ -75,6 +75,7 @@ export default {
   'tz.note': 'Times in the appliance’s time zone: {tz}',
   'status.loading': 'Loading…',
   'status.empty': 'No log entries match the filters.',
+  'status.emptyPage': 'No entries of the chosen levels on this page; other pages may have some.',
   'status.noLevel': 'Choose at least one level to see entries.',
   'status.failed': 'The log could not be read.',
   'status.shown': 'Showing {count} entries.',

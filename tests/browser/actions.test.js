@@ -1,34 +1,28 @@
 // The page's actions and its reach: export of the current filters as CSV and
-// HTML files, clear with its confirmation, the language switch, a narrow
-// window, and the keyboard.
+// HTML files, clear with its confirmation, the language switch, the keyboard,
+// a narrow window, and refreshing by hand and by itself.
 
 import assert from 'node:assert/strict';
+import {execFileSync} from 'node:child_process';
 import fs from 'node:fs';
+import path from 'node:path';
 import {after, before, test} from 'node:test';
 
-import {
-  ApiClient, LaunchBrowser, Ready, Screenshot, SignIn, StartServer, TableHeadings, TableRows,
-} from './harness.js';
+import {OpenLogCenter, Ready, Screenshot, TableHeadings, TableRows} from './harness.js';
 
 let server;
 let browser;
 let page;
 let api;
+let center;
 
 before(async () => {
-  server = await StartServer({rows: 300});
-  api = new ApiClient(server.url);
-  await api.Login();
-  browser = await LaunchBrowser();
-  page = browser.page;
-  await page.goto(server.url + '#log=system');
-  await SignIn(page);
-  await Ready(page);
+  center = await OpenLogCenter({rows: 300});
+  ({server, browser, page, api} = center);
 });
 
 after(async () => {
-  await browser?.close();
-  await server?.stop();
+  await center?.close();
 });
 
 async function DownloadOf(buttonName) {
@@ -84,7 +78,7 @@ test('Clear asks first, names the logs it empties, and then shows the emptied lo
        const dialog = page.getByRole('dialog', {name: 'Clear logs'});
        await dialog.waitFor();
        assert.deepEqual(await dialog.locator('li').allInnerTexts(), ['Connection']);
-       await Screenshot(page, 'clear-confirmation');
+       await Screenshot(page, 'clear-confirmation', {fullPage: false});
        await page.keyboard.press('Escape');
        await dialog.waitFor({state: 'hidden'});
        assert.equal((await api.List({logtype: 'connection', offset: 0, limit: 1})).total,
@@ -180,4 +174,34 @@ test('a narrow window lays entries out as cards without sideways scrolling', asy
   await Screenshot(page, 'system-log-narrow');
   await page.setViewportSize({width: 1280, height: 860});
   assert.deepEqual(browser.problems, []);
+});
+
+test('Refresh and auto-refresh show entries written since', async () => {
+  const database = path.join(server.root, 'var/log/quorlog/.QUORSYSDB');
+  const newest = (await api.List({logtype: 'system', offset: 0, limit: 1})).items[0];
+  const Append = (message) => execFileSync('sqlite3', [database,
+    `INSERT INTO logs (time, level, username, msg) SELECT max(time) + 60, 'warning', 'probe', ` +
+    `'${message}' FROM logs`]);
+
+  await page.goto(server.url + '#log=system');
+  await Ready(page);
+  assert.equal((await TableRows(page))[0][2], newest.time);
+  Append('Written before Refresh');
+  await page.getByRole('button', {name: 'Refresh'}).click();
+  await Ready(page);
+  assert.equal((await TableRows(page))[0][4], 'Written before Refresh');
+
+  // The page's clock is driven by the test, so the refresh interval passes
+  // at once.
+  const tab = await browser.context.newPage();
+  await tab.clock.install();
+  await tab.goto(server.url + '#log=system');
+  await Ready(tab);
+  await tab.getByLabel('Auto-refresh').check();
+  Append('Written while watching');
+  await tab.clock.runFor(16000);
+  await tab.locator('#log-table tbody tr td.msg').first()
+      .filter({hasText: 'Written while watching'}).waitFor();
+  await Ready(tab);
+  await tab.close();
 });

@@ -6,31 +6,22 @@
 import assert from 'node:assert/strict';
 import {after, before, test} from 'node:test';
 
-import {
-  AddressState, ApiClient, LaunchBrowser, Ready, Screenshot, SignIn, StartServer, TableHeadings,
-  TableRows,
-} from './harness.js';
+import {AddressState, OpenLogCenter, Ready, Screenshot, TableHeadings, TableRows} from './harness.js';
 
 const LEVEL_WORDS = {info: 'Information', warn: 'Warning', err: 'Error'};
 let server;
 let browser;
 let page;
 let api;
+let center;
 
 before(async () => {
-  server = await StartServer({rows: 400});
-  api = new ApiClient(server.url);
-  await api.Login();
-  browser = await LaunchBrowser();
-  page = browser.page;
-  await page.goto(server.url);
-  await SignIn(page);
-  await Ready(page);
+  center = await OpenLogCenter({rows: 400});
+  ({server, browser, page, api} = center);
 });
 
 after(async () => {
-  await browser?.close();
-  await server?.stop();
+  await center?.close();
 });
 
 // The cells the general layout shows for a record of the list method.

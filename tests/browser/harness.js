@@ -157,9 +157,11 @@ export async function LaunchBrowser() {
   };
 }
 
-export async function Screenshot(page, name) {
+// The whole page, or only the window (`fullPage` false) where a modal
+// dialog's backdrop covers the window alone.
+export async function Screenshot(page, name, {fullPage = true} = {}) {
   fs.mkdirSync(SCREENSHOT_DIR, {recursive: true});
-  await page.screenshot({path: path.join(SCREENSHOT_DIR, `${name}.png`), fullPage: true});
+  await page.screenshot({path: path.join(SCREENSHOT_DIR, `${name}.png`), fullPage});
 }
 
 // Signs in through the form.
@@ -240,6 +242,34 @@ export class ApiClient {
     const answer = await this.Call('list', params);
     if (!answer.success) throw new Error(`list failed: ${JSON.stringify(answer)}`);
     return answer.data;
+  }
+}
+
+// A server on a demo root of `rows` system-log rows, an API client signed in
+// as the administrator, and Chromium signed in through the page showing
+// `hash`. close() ends them all.
+export async function OpenLogCenter({rows, hash = '#log=system'}) {
+  const server = await StartServer({rows});
+  let browser;
+  try {
+    const api = new ApiClient(server.url);
+    await api.Login();
+    browser = await LaunchBrowser();
+    const {page} = browser;
+    await page.goto(server.url + hash);
+    await SignIn(page);
+    await Ready(page);
+    return {
+      server, api, browser, page,
+      async close() {
+        await browser.close();
+        await server.stop();
+      },
+    };
+  } catch (error) {
+    await browser?.close();
+    await server.stop();
+    throw error;
   }
 }
 

@@ -156,6 +156,8 @@ test('keyboard: labelled controls, visible focus, sorting and paging by keys', a
   await page.keyboard.press('Enter');
   await Ready(page);
   assert.match(page.url(), /sort=msg/);
+  assert.equal(await page.evaluate(() => document.activeElement.dataset.sort), 'msg',
+               'the focus stays on the heading');
   await page.getByRole('button', {name: 'Next page'}).focus();
   await page.keyboard.press('Space');
   await Ready(page);

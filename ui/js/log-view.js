@@ -112,6 +112,10 @@ export class LogView {
 
   ShowAnswer() {
     const log = this.log;
+    // The headings are built anew; a keyboard user who sorted stays on the
+    // heading they pressed.
+    const focused = this.table.tHead.contains(document.activeElement) ?
+        document.activeElement.dataset.sort : '';
     RenderTable(this.table, {
       log,
       records: this.records,
@@ -119,6 +123,7 @@ export class LogView {
       timeZone: this.zone || DescribeZone('', this.utcOffset),
       onSort: (sort) => this.Apply({sort, page: 1}),
     });
+    if (focused) this.table.tHead.querySelector(`button[data-sort="${focused}"]`)?.focus();
     this.filters.ShowCounts(ClassOf(log).levels ? this.answer : null);
     this.pager.Show(this.state, this.answer ? this.answer.total : null);
     // An export without a level would hold every level.

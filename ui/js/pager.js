@@ -33,7 +33,13 @@ export class Pager {
     byId('page-info').textContent =
         T('pager.page', {page: FormatNumber(state.page), pages: FormatNumber(this.pages)});
     byId('total').textContent = known ? T('pager.total', {total: FormatNumber(total)}) : '';
+    const focused = document.activeElement;
     byId('page-first').disabled = byId('page-prev').disabled = state.page <= 1;
     byId('page-next').disabled = byId('page-last').disabled = !known || state.page >= this.pages;
+    // A button that pressing disabled (Next on the last page) would drop the
+    // keyboard focus; it moves to a pager button still usable.
+    if (focused && focused.disabled && focused.closest('.pager-buttons')) {
+      focused.closest('.pager-buttons').querySelector('button:not(:disabled)')?.focus();
+    }
   }
 }

@@ -94,7 +94,8 @@ test('level boxes and the keyword box filter as the list method does', async () 
   const keyword = sample.map((record) => record.who).find((who) => who.length >= 3);
   assert.ok(keyword, 'the demo log names users');
   await page.getByLabel('Search', {exact: true}).pressSequentially(keyword, {delay: 30});
-  await page.waitForURL((url) => url.hash.includes('q='));
+  await page.waitForFunction(
+      (typed) => new URLSearchParams(location.hash.slice(1)).get('q') === typed, keyword);
   await Ready(page);
   const matching = await api.List({logtype: 'system', keyword, offset: 0, limit: 50});
   assert.ok(matching.total > 0);

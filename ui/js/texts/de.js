@@ -79,7 +79,6 @@ export default {
   'status.noLevel': 'Wählen Sie mindestens eine Stufe, um Einträge zu sehen.',
   'status.failed': 'Das Protokoll konnte nicht gelesen werden.',
   'status.shown': '{count} Einträge werden angezeigt.',
-  'status.updated': 'Aktualisiert {time}',
   'pager.label': 'Seiten',
   'pager.first': 'Erste Seite',
   'pager.prev': 'Vorige Seite',

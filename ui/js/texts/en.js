@@ -79,7 +79,6 @@ export default {
   'status.noLevel': 'Choose at least one level to see entries.',
   'status.failed': 'The log could not be read.',
   'status.shown': 'Showing {count} entries.',
-  'status.updated': 'Updated {time}',
   'pager.label': 'Pages',
   'pager.first': 'First page',
   'pager.prev': 'Previous page',

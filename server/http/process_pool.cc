@@ -137,6 +137,10 @@ int RunProcessPool(int count, int64_t graceMs, const std::function<int()>& worke
       start();
     }
   }
+  // The stop is done: keep SIGTERM and SIGINT blocked, so that a repeated stop signal (an
+  // impatient supervisor) cannot turn the clean exit into a death by signal.
+  sigaddset(&previous, SIGTERM);
+  sigaddset(&previous, SIGINT);
   sigprocmask(SIG_SETMASK, &previous, nullptr);
   return 0;
 }

@@ -11,7 +11,8 @@
 // Runs workerMain in count forked processes until the master receives SIGTERM or SIGINT, then
 // asks the workers to stop (SIGTERM), waits up to graceMs for them and kills the rest.
 // A worker that dies is replaced (after a short pause when it died within a second of its
-// start, so a worker that cannot start does not spin). Returns the master's exit status.
+// start, so a worker that cannot start does not spin). Returns the master's exit status, with
+// SIGTERM and SIGINT left blocked so that a repeated stop signal cannot kill the exiting master.
 // Must be called from a single-threaded process.
 int RunProcessPool(int count, int64_t graceMs, const std::function<int()>& workerMain);
 

@@ -3,20 +3,9 @@
 
 #include "api/fetch_logs.h"
 #include "tests/support/temp_root.h"
+#include "tools/lib/log_schemas.h"
 
 namespace {
-
-const char kSystemSchema[] =
-    "CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER, level TEXT, "
-    "username TEXT, msg TEXT); CREATE INDEX logs_time ON logs(time);";
-const char kTransferSchema[] =
-    "CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER, ip TEXT, "
-    "username TEXT, cmd TEXT, filesize INTEGER, filename TEXT, isdir INTEGER); "
-    "CREATE INDEX logs_time ON logs(time);";
-const char kDiskSchema[] =
-    "CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, level TEXT, time INTEGER, "
-    "logtime INTEGER, model TEXT, serial TEXT, container TEXT, slot TEXT, path TEXT, msg TEXT, "
-    "info TEXT, SHOW INTEGER);";
 
 // A root with a little of every class: system (4 rows), connection (2), ftp (3), disk (2) and a
 // backup log file of 5 lines.
@@ -24,25 +13,25 @@ class Dispatcher : public ::testing::Test {
  protected:
   void SetUp() override {
     MakeDatabase(root_.At("/var/log/quorlog/.QUORSYSDB"),
-                 std::string(kSystemSchema) +
+                 std::string(QUOR_SYSTEM_LOG_SCHEMA) +
                      "INSERT INTO logs (time, level, username, msg) VALUES "
                      "(1700000100, 'info', 'admin', 'signed in'),"
                      "(1700000200, 'warning', 'admin', 'disk nearly full'),"
                      "(1700000300, 'err', 'SYSTEM', 'fan failed'),"
                      "(1700000400, 'info', 'guest', 'signed out');");
     MakeDatabase(root_.At("/var/log/quorlog/.QUORCONNDB"),
-                 std::string(kSystemSchema) +
+                 std::string(QUOR_SYSTEM_LOG_SCHEMA) +
                      "INSERT INTO logs (time, level, username, msg) VALUES "
                      "(1700000150, 'info', 'anna', 'connected via SMB'),"
                      "(1700000250, 'err', 'bob', 'login refused');");
     MakeDatabase(root_.At("/var/log/quorlog/.FTPXFERDB"),
-                 std::string(kTransferSchema) +
+                 std::string(QUOR_TRANSFER_LOG_SCHEMA) +
                      "INSERT INTO logs (time, ip, username, cmd, filesize, filename, isdir) VALUES "
                      "(1700000100, '10.0.0.5', 'anna', 'upload', 2048, '/share/a.txt', 0),"
                      "(1700000200, '10.0.0.6', 'bob', 'mkdir', 0, '/share/new', 1),"
                      "(1700000300, '10.0.0.5', 'anna', 'download', 10, '/share/b.txt', 0);");
     MakeDatabase(root_.At("/var/log/quorlog/.QUORDISKDB"),
-                 std::string(kDiskSchema) +
+                 std::string(QUOR_DISK_LOG_SCHEMA) +
                      "INSERT INTO logs (level, time, logtime, model, serial, container, slot, "
                      "path, msg, info, SHOW) VALUES "
                      "('warning', 1700000100, 1700000100, 'WD40', 'S1', 'QS-1800', '1', "
@@ -91,7 +80,7 @@ TEST_F(Dispatcher, RewritesLevelNamesToDigitsKeepingSeparators) {
   struct Case {
     const char* in;
     const char* out;
-  } cases[] = {{"warning,info", "2,1"}, {"", "1,2,3"},   {"warn", "1,2,3"}, {"warn,error", ","},
+  } cases[] = {{"warning,info", "2,1"}, {"", "1,2,3"},      {"warn", "1,2,3"},  {"warn,error", ","},
                {"info,warn", "1,"},     {"warn,err", ",3"}, {"err,err", "3,3"}, {"Info", "1,2,3"}};
   for (const Case& c : cases) {
     LogSearch search = Search("system");
@@ -167,10 +156,10 @@ TEST_F(Dispatcher, MixedUnknownAndDoubledTypes) {
 TEST_F(Dispatcher, PlainTextPagingAndCounting) {
   LogSearch everything = Search("bkplog", 0, 0);
   EXPECT_EQ(5, Fetch(&everything));
-  EXPECT_EQ((std::vector<std::string>{"2023/11/14 22:19:00", "2023/11/14 22:18:00",
-                                      "2023/11/14 22:17:00", "2023/11/14 22:16:00",
-                                      "2023/11/14 22:15:00"}),
-            Column("time"));
+  EXPECT_EQ(
+      (std::vector<std::string>{"2023/11/14 22:19:00", "2023/11/14 22:18:00", "2023/11/14 22:17:00",
+                                "2023/11/14 22:16:00", "2023/11/14 22:15:00"}),
+      Column("time"));
   EXPECT_EQ(3, counts_.info);  // "notice" counts as info
   EXPECT_EQ(1, counts_.warn);
   EXPECT_EQ(1, counts_.error);

@@ -3,12 +3,9 @@
 
 #include "api/methods.h"
 #include "tests/support/temp_root.h"
+#include "tools/lib/log_schemas.h"
 
 namespace {
-
-const char kSystemSchema[] =
-    "CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER, level TEXT, "
-    "username TEXT, msg TEXT); CREATE INDEX logs_time ON logs(time);";
 
 Json::Value List(const char* paramsJson) {
   QUOR::APIRequest request(QUOR::WebAPIUtil::ParseJson(paramsJson), "admin", "en");
@@ -22,7 +19,7 @@ class ListMethodTest : public ::testing::Test {
  protected:
   void SetUp() override {
     // 150 system rows, times 1700000000 + i; every third is an error, every fifth a warning.
-    std::string rows = kSystemSchema;
+    std::string rows = QUOR_SYSTEM_LOG_SCHEMA;
     rows += "INSERT INTO logs (time, level, username, msg) VALUES ";
     for (int i = 0; i < 150; ++i) {
       const char* level = i % 3 == 0 ? "err" : i % 5 == 0 ? "warning" : "info";
@@ -51,8 +48,8 @@ TEST_F(ListMethodTest, DefaultsListTheSystemLogNewestFirst) {
   EXPECT_EQ("event 50", answer["items"][99]["descr"].asString());
   EXPECT_EQ("system", answer["items"][0]["orginalLogType"].asString());
   EXPECT_EQ("System", answer["items"][0]["logtype"].asString());
-  int counted = answer["infoCount"].asInt() + answer["warnCount"].asInt() +
-                answer["errorCount"].asInt();
+  int counted =
+      answer["infoCount"].asInt() + answer["warnCount"].asInt() + answer["errorCount"].asInt();
   EXPECT_EQ(100, counted);
   EXPECT_EQ(33, answer["errorCount"].asInt());  // multiples of 3 in 50..149
 

@@ -7,7 +7,7 @@
 #   install-deps.sh --bench    also the tools the benchmarks compare against
 set -euo pipefail
 
-packages=(build-essential cmake pkg-config ccache libjsoncpp-dev libsqlite3-dev sqlite3
+packages=(build-essential cmake pkg-config ccache libjsoncpp-dev
           libgtest-dev libgmock-dev libicu-dev libboost-dev libsodium-dev curl)
 for arg in "$@"; do
   case "$arg" in

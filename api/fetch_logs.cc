@@ -16,10 +16,10 @@ namespace {
 // filter as before. A list with nothing recognised means every level.
 std::string LevelDigits(const std::string& levels) {
   std::string digits;
-  PSLIBSZLIST items = SLIBCSzListAlloc(256);
+  SzList items(SLIBCSzListAlloc(256));
   if (items == nullptr) {
     LOG_ERROR_AT(1578, "memory allocation failed");
-  } else if (SLIBCStrSep(levels.c_str(), ",", &items) > 0) {
+  } else if (int pieces = SLIBCStrSep(levels.c_str(), ",", SzListSlot(&items)); pieces > 0) {
     for (int i = 0; i < items->nItem; ++i) {
       const char* item = items->pszItem[i];
       if (strcmp(item, "info") == 0) {
@@ -32,13 +32,12 @@ std::string LevelDigits(const std::string& levels) {
       if (i + 1 < items->nItem) digits += ",";
     }
   }
-  SLIBCSzListFree(items);
   return digits.empty() ? "1,2,3" : digits;
 }
 
-// Sorts every matching line of a plain-text log, then appends the requested page and counts
-// its levels. Offset and limit are taken as unsigned, so a negative offset selects nothing.
-int FetchPlainPage(LogSearch* search, std::vector<Json::Value>* results, LevelCounts* counts) {
+// Sorts every matching line of a plain-text log, then sends the requested page and counts its
+// levels. Offset and limit are taken as unsigned, so a negative offset selects nothing.
+int FetchPlainPage(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
   const std::string logtype = search->logtype;
   std::vector<Json::Value> all;
   FetchPlainLogs(*search, &all);
@@ -48,6 +47,7 @@ int FetchPlainPage(LogSearch* search, std::vector<Json::Value>* results, LevelCo
   const uint64_t offset = static_cast<uint64_t>(search->offset);
   const uint64_t limit = static_cast<uint64_t>(search->limit);
   const uint64_t end = offset + limit;
+  LogRecord record;
   if (!((limit != 0 && end <= offset) || n <= offset)) {
     for (uint64_t i = offset; i < n && (limit == 0 || i < end); ++i) {
       const Json::Value* level = all[i].find("level", "level" + 5);
@@ -59,7 +59,8 @@ int FetchPlainPage(LogSearch* search, std::vector<Json::Value>* results, LevelCo
       } else {
         ++counts->info;
       }
-      results->push_back(all[i]);
+      record.FromJson(all[i]);
+      sink->Add(record);
     }
   }
   search->logtype = logtype;
@@ -69,33 +70,39 @@ int FetchPlainPage(LogSearch* search, std::vector<Json::Value>* results, LevelCo
 }  // namespace
 
 int FetchLogs(LogSearch* search, std::vector<Json::Value>* results, LevelCounts* counts) {
+  JsonRecordList sink(results);
+  return FetchLogs(search, &sink, counts);
+}
+
+int FetchLogs(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
   search->logtype = MapCategoriesToLogTypes(search->logtype);
   search->level = LevelDigits(search->level);
 
-  PSLIBSZLIST types = nullptr;
-  if (SplitLogTypes(search->logtype, &types) < 0) return 0;
+  PSLIBSZLIST split = nullptr;
+  if (SplitLogTypes(search->logtype, &split) < 0) return 0;
+  SzList owner(split);
+  PSLIBSZLIST types = owner.get();
 
   int total = 0;
   if (AllLogTypesAre(IsXferLogType, types)) {
-    total = FetchTransferLogs(*search, types, results);
+    total = FetchTransferLogs(*search, types, sink);
   } else if (AllLogTypesAre(IsDbLogType, types)) {
-    total = FetchSystemLogs(*search, types, results, counts);
+    total = FetchSystemLogs(*search, types, sink, counts);
   } else if (AllLogTypesAre(IsPlainLogType, types)) {
     if (types->nItem >= 2) {
       LOG_ERROR_AT(1497, "only supports one logtype per request for plaintext logs");
       total = -1;
     } else {
-      total = FetchPlainPage(search, results, counts);
+      total = FetchPlainPage(search, sink, counts);
     }
   } else if (AllLogTypesAre(IsDiskLogType, types)) {
     if (types->nItem >= 2) {
       LOG_ERROR_AT(1505, "only supports one logtype per request for disk logs");
       total = -1;
     } else {
-      total = FetchDiskLogs(*search, results, counts);
+      total = FetchDiskLogs(*search, sink, counts);
     }
   }
   if (total < 0) LOG_ERROR_AT(1511, "fetch %s log failed.", search->logtype.c_str());
-  SLIBCSzListFree(types);
   return total;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "api/log_search.h"
+#include "sources/log_record.h"
 
 // Normalises search (maps category words in logtype, rewrites level names to digits), routes it
 // to the one source whose class holds every requested type (transfer, database, plain-text,
@@ -14,3 +15,8 @@
 // single source; negative (logged) when the source failed. Records a failing source appended
 // stay in *results. search->logtype and search->level are rewritten.
 int FetchLogs(LogSearch* search, std::vector<Json::Value>* results, LevelCounts* counts);
+
+// The same road with the records sent to sink one at a time, in result order, as the source
+// reads them (a plain-text log's bounded window is sorted first). A sink that wants no total
+// spares the database sources their count query; the result is then the number of records sent.
+int FetchLogs(LogSearch* search, RecordSink* sink, LevelCounts* counts);

@@ -8,14 +8,13 @@
 #include "catalogue/log_types.h"
 #include "catalogue/text_helpers.h"
 #include "export/csv_writer.h"
-#include "export/export_layouts.h"
 
-void WriteCsvExport(const std::string& /*target*/, const std::string& language,
-                    std::vector<Json::Value>* records, LogSearch* search) {
+void WriteCsvExport(const std::string& /*target*/, const std::string& language, LogSearch* search) {
   std::string type = EffectiveLogType(search->logtype);
   WriteCsvHead(stdout, MakeExportFileName(type) + ".csv",
                ModuleBundle().Text(GetLogTypeTextKey(type).c_str(), ""));
+  CsvRowWriter rows(stdout, type, language);
   LevelCounts counts;
-  FetchLogs(search, records, &counts);
-  WriteCsvBody(stdout, type, language, *records);
+  FetchLogs(search, &rows, &counts);
+  rows.Finish(type);
 }

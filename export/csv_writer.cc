@@ -4,7 +4,6 @@
 #include <string.h>
 
 #include "api/module_log.h"
-#include "export/export_layouts.h"
 
 namespace {
 
@@ -18,24 +17,6 @@ void Put(FILE* out, const std::string& text) { Put(out, text.data(), text.data()
 bool IsBareField(const char* begin, const char* end) {
   size_t scanned = strcspn(begin, "\",");
   return begin[scanned] == '\0' && begin + scanned == end;
-}
-
-void WriteRecord(FILE* out, const ExportLayout& layout, const Json::Value& record,
-                 const RowTexts& texts, std::string* scratch) {
-  for (int i = 0; i < layout.columnCount; ++i) {
-    const char* begin;
-    const char* end;
-    CellText(layout.columns[i], record, layout.csvLevelWords, texts, scratch, &begin, &end);
-    if (i + 1 < layout.columnCount) {
-      Put(out, begin, end);
-      putc_unlocked(',', out);
-    } else if (IsBareField(begin, end)) {
-      Put(out, begin, end);
-    } else {
-      Put(out, CsvQuote(std::string(begin, end)));
-    }
-  }
-  fputs_unlocked("\r\n", out);
 }
 
 }  // namespace
@@ -60,23 +41,48 @@ void WriteCsvHead(FILE* out, const std::string& fileName, const char* title) {
   fprintf(out, "%s\r\n", title);
 }
 
+CsvRowWriter::CsvRowWriter(FILE* out, const std::string& effectiveType, const std::string& language)
+    : ExportRows(effectiveType, language), out_(out) {
+  flockfile(out_);
+}
+
+CsvRowWriter::~CsvRowWriter() { funlockfile(out_); }
+
+void CsvRowWriter::WriteHeadings(const std::vector<std::string>& headings) {
+  for (const std::string& heading : headings) {
+    Put(out_, heading);
+    putc_unlocked(',', out_);
+  }
+  fputs_unlocked("\r\n", out_);
+}
+
+void CsvRowWriter::WriteRow(const LogRecord& record) {
+  const ExportLayout& rowLayout = *layout();
+  for (int i = 0; i < rowLayout.columnCount; ++i) {
+    const char* begin;
+    const char* end;
+    CellText(rowLayout.columns[i], record, rowLayout.csvLevelWords, texts(), &begin, &end);
+    if (i + 1 < rowLayout.columnCount) {
+      Put(out_, begin, end);
+      putc_unlocked(',', out_);
+    } else if (IsBareField(begin, end)) {
+      Put(out_, begin, end);
+    } else {
+      Put(out_, CsvQuote(std::string(begin, end)));
+    }
+  }
+  fputs_unlocked("\r\n", out_);
+}
+
+void CsvRowWriter::Finish(const std::string& effectiveType) {
+  if (rows() > 0 && layout() == nullptr) {
+    LOG_ERROR_AT(616, "No such logType: %s", effectiveType.c_str());
+  }
+}
+
 void WriteCsvBody(FILE* out, const std::string& effectiveType, const std::string& language,
                   const std::vector<Json::Value>& records) {
-  if (records.empty()) return;
-  const ExportLayout* layout = ChooseExportLayout(effectiveType);
-  if (layout == nullptr) {
-    LOG_ERROR_AT(616, "No such logType: %s", effectiveType.c_str());
-    return;
-  }
-  std::vector<std::string> headings = LayoutHeadings(*layout, language);
-  RowTexts texts = LoadRowTexts();
-  std::string scratch;
-  flockfile(out);
-  for (const std::string& heading : headings) {
-    Put(out, heading);
-    putc_unlocked(',', out);
-  }
-  fputs_unlocked("\r\n", out);
-  for (const Json::Value& record : records) WriteRecord(out, *layout, record, texts, &scratch);
-  funlockfile(out);
+  CsvRowWriter writer(out, effectiveType, language);
+  AddJsonRecords(records, &writer);
+  writer.Finish(effectiveType);
 }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "export/export_rows.h"
+
 // field between double quotes, each of its quotes doubled, when it holds a double quote, a
 // comma or a NUL byte; otherwise unchanged. Line breaks alone do not cause quoting: the
 // readers of these files have always received them bare.
@@ -15,9 +17,25 @@ std::string CsvQuote(const std::string& field);
 // The HTTP header block and the title line (title printed as given), offered as fileName.
 void WriteCsvHead(FILE* out, const std::string& fileName, const char* title);
 
-// The heading line and one line per record in the layout of effectiveType. Nothing with no
-// records; nothing but a logged message for a type without a layout. Only the last field of a
-// record is quoted, and the heading line ends with a comma: importers of these files expect
-// both.
+// The heading line and one line per record in the layout of effectiveType, written as the
+// records arrive. Nothing with no records; nothing but a logged message (at Finish) for a type
+// without a layout. Only the last field of a record is quoted, and the heading line ends with a
+// comma: importers of these files expect both. Holds out's stream lock while it lives.
+class CsvRowWriter : public ExportRows {
+ public:
+  CsvRowWriter(FILE* out, const std::string& effectiveType, const std::string& language);
+  ~CsvRowWriter() override;
+  CsvRowWriter(const CsvRowWriter&) = delete;
+  CsvRowWriter& operator=(const CsvRowWriter&) = delete;
+  // After the last record.
+  void Finish(const std::string& effectiveType);
+
+ private:
+  void WriteHeadings(const std::vector<std::string>& headings) override;
+  void WriteRow(const LogRecord& record) override;
+  FILE* out_;
+};
+
+// The same document body for records fetched beforehand.
 void WriteCsvBody(FILE* out, const std::string& effectiveType, const std::string& language,
                   const std::vector<Json::Value>& records);

@@ -67,17 +67,12 @@ constexpr int Count(const ExportColumn (&)[N]) {
   return static_cast<int>(N);
 }
 
-// A record member as text: strings are pointed at in place (no copy per cell), a missing member
-// is empty, any other kind is converted into *scratch.
-void MemberText(const Json::Value& record, const char* key, std::string* scratch,
-                const char** begin, const char** end) {
+// A record's text of key; a missing key reads as the empty text.
+void MemberText(const LogRecord& record, const char* key, const char** begin, const char** end) {
   static const char kEmpty[] = "";
-  *begin = *end = kEmpty;
-  const Json::Value* member = record.isObject() ? record.find(key, key + strlen(key)) : nullptr;
-  if (member == nullptr || member->getString(begin, end)) return;
-  *scratch = QUOR::WebAPIUtil::ToText(*member);
-  *begin = scratch->data();
-  *end = *begin + scratch->size();
+  const std::string* text = record.Find(key);
+  *begin = text != nullptr ? text->data() : kEmpty;
+  *end = text != nullptr ? *begin + text->size() : kEmpty;
 }
 
 bool TextIs(const char* begin, const char* end, const char* word) {
@@ -148,10 +143,10 @@ RowTexts LoadRowTexts() {
   return texts;
 }
 
-void CellText(const ExportColumn& column, const Json::Value& record, const LevelWord* levelWords,
-              const RowTexts& texts, std::string* scratch, const char** begin, const char** end) {
+void CellText(const ExportColumn& column, const LogRecord& record, const LevelWord* levelWords,
+              const RowTexts& texts, const char** begin, const char** end) {
   if (column.rule == CellRule::kFolderOrFile || column.rule == CellRule::kSizeOrNA) {
-    MemberText(record, "isdir", scratch, begin, end);
+    MemberText(record, "isdir", begin, end);
     bool isDir = TextIs(*begin, *end, "true");
     if (column.rule == CellRule::kFolderOrFile) {
       const std::string& text = isDir ? texts.folder : texts.file;
@@ -164,7 +159,7 @@ void CellText(const ExportColumn& column, const Json::Value& record, const Level
       return;
     }
   }
-  MemberText(record, column.recordKey, scratch, begin, end);
+  MemberText(record, column.recordKey, begin, end);
   if (column.rule != CellRule::kLevel || levelWords == nullptr) return;
   for (const LevelWord* row = levelWords; row->stored != nullptr; ++row) {
     if (TextIs(*begin, *end, row->stored)) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/stringbundle.h"
+#include "sources/log_record.h"
 
 // What fills a column's cells.
 enum class CellRule {
@@ -69,9 +70,8 @@ struct RowTexts {
 };
 RowTexts LoadRowTexts();
 
-// The text of one cell of record: *begin and *end delimit it, valid while record, texts and
-// scratch live and are unchanged. levelWords maps kLevel cells (null: the level as stored; a
-// value the table lacks is printed as stored too, so nothing is lost). A missing member reads
-// as the empty text; a member that is not a string is converted into *scratch.
-void CellText(const ExportColumn& column, const Json::Value& record, const LevelWord* levelWords,
-              const RowTexts& texts, std::string* scratch, const char** begin, const char** end);
+// The text of one cell of record: *begin and *end delimit it, valid while record and texts live
+// and are unchanged. levelWords maps kLevel cells (null: the level as stored; a value the table
+// lacks is printed as stored too, so nothing is lost). A missing key reads as the empty text.
+void CellText(const ExportColumn& column, const LogRecord& record, const LevelWord* levelWords,
+              const RowTexts& texts, const char** begin, const char** end);

@@ -1,8 +1,6 @@
 // The export method: every record a list request would show, as an HTML page or a CSV file,
-// written as an HTTP attachment straight to standard output.
+// written as an HTTP attachment straight to standard output, row by row as the source reads.
 #include <stdio.h>
-
-#include <vector>
 
 #include "api/bundles.h"
 #include "api/fetch_logs.h"
@@ -37,10 +35,10 @@ void WriteHtmlExport(const std::string& language, LogSearch* search) {
   std::string type = EffectiveLogType(search->logtype);
   WriteHtmlHead(stdout, MakeExportFileName(type) + ".html",
                 ModuleBundle().Text(GetLogTypeTextKey(type).c_str(), ""));
-  std::vector<Json::Value> records;
+  HtmlRowWriter rows(stdout, type, language);
   LevelCounts counts;
-  FetchLogs(search, &records, &counts);
-  WriteHtmlBody(stdout, type, language, records);
+  FetchLogs(search, &rows, &counts);
+  rows.Finish(type);
 }
 
 }  // namespace
@@ -52,13 +50,13 @@ void ExportMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
     ExportRequest params;
     ReadExportRequest(*request, &search, &params);
     if (params.format == "csv") {
-      std::vector<Json::Value> records;
-      WriteCsvExport(params.target, params.language, &records, &search);
+      WriteCsvExport(params.target, params.language, &search);
     } else {
       WriteHtmlExport(params.language, &search);
     }
   } catch (const std::exception& e) {
-    // Only memory exhaustion gets here; the download then ends where it stopped.
+    // Only memory exhaustion gets here; the download then ends where it stopped, and every
+    // connection, statement and list of the request has been released on the way.
     LOG_ERROR_AT(73, "export failed: %s", e.what());
   }
   fflush(stdout);

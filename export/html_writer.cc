@@ -2,7 +2,6 @@
 #include "export/html_writer.h"
 
 #include "api/module_log.h"
-#include "export/export_layouts.h"
 #include "platform/webutils.h"
 
 namespace {
@@ -10,21 +9,22 @@ namespace {
 void Put(FILE* out, const char* text) { fputs_unlocked(text, out); }
 void Put(FILE* out, const std::string& text) { fwrite_unlocked(text.data(), 1, text.size(), out); }
 
-void WriteRow(FILE* out, const ExportLayout& layout, const Json::Value& record,
-              const RowTexts& texts, std::string* scratch) {
-  Put(out, "<tr>");
-  for (int i = 0; i < layout.columnCount; ++i) {
-    const ExportColumn& column = layout.columns[i];
-    const char* begin;
-    const char* end;
-    CellText(column, record, layout.htmlLevelWords, texts, scratch, &begin, &end);
-    Put(out, "<td align=\"");
-    Put(out, column.align);
-    Put(out, "\" >");
-    Put(out, WebUtils::EncodeHtml(std::string(begin, end), false));
-    Put(out, "</td>");
+// Cell text escaped as EncodeHtml does; most cells need no escaping and are written as they are.
+void PutEscaped(FILE* out, const char* begin, const char* end) {
+  for (const char* p = begin; p != end; ++p) {
+    switch (*p) {
+      case '&':
+      case '<':
+      case '>':
+      case '"':
+      case '\'':
+        Put(out, WebUtils::EncodeHtml(std::string(begin, end), false));
+        return;
+      default:
+        break;
+    }
   }
-  Put(out, "</tr>");
+  fwrite_unlocked(begin, 1, end - begin, out);
 }
 
 }  // namespace
@@ -42,27 +42,52 @@ void WriteHtmlHead(FILE* out, const std::string& fileName, const char* title) {
   fprintf(out, "<tr>");
 }
 
-void WriteHtmlBody(FILE* out, const std::string& effectiveType, const std::string& language,
-                   const std::vector<Json::Value>& records) {
-  const ExportLayout* layout = nullptr;
-  if (records.empty()) {
+HtmlRowWriter::HtmlRowWriter(FILE* out, const std::string& effectiveType,
+                             const std::string& language)
+    : ExportRows(effectiveType, language), out_(out) {
+  flockfile(out_);
+}
+
+HtmlRowWriter::~HtmlRowWriter() { funlockfile(out_); }
+
+void HtmlRowWriter::WriteHeadings(const std::vector<std::string>& headings) {
+  for (const std::string& heading : headings) {
+    Put(out_, "<th>");
+    Put(out_, heading);
+    Put(out_, "</th>");
+  }
+  Put(out_, "</tr>\n");
+}
+
+void HtmlRowWriter::WriteRow(const LogRecord& record) {
+  const ExportLayout& rowLayout = *layout();
+  Put(out_, "<tr>");
+  for (int i = 0; i < rowLayout.columnCount; ++i) {
+    const ExportColumn& column = rowLayout.columns[i];
+    const char* begin;
+    const char* end;
+    CellText(column, record, rowLayout.htmlLevelWords, texts(), &begin, &end);
+    Put(out_, "<td align=\"");
+    Put(out_, column.align);
+    Put(out_, "\" >");
+    PutEscaped(out_, begin, end);
+    Put(out_, "</td>");
+  }
+  Put(out_, "</tr>");
+}
+
+void HtmlRowWriter::Finish(const std::string& effectiveType) {
+  if (rows() == 0) {
     SLIBCSysLog(LOG_ERR, "no log");
-  } else if ((layout = ChooseExportLayout(effectiveType)) == nullptr) {
+  } else if (layout() == nullptr) {
     LOG_ERROR_AT(483, "No such logType: %s", effectiveType.c_str());
   }
-  if (layout != nullptr) {
-    std::vector<std::string> headings = LayoutHeadings(*layout, language);
-    RowTexts texts = LoadRowTexts();
-    std::string scratch;
-    flockfile(out);
-    for (const std::string& heading : headings) {
-      Put(out, "<th>");
-      Put(out, heading);
-      Put(out, "</th>");
-    }
-    Put(out, "</tr>\n");
-    for (const Json::Value& record : records) WriteRow(out, *layout, record, texts, &scratch);
-    funlockfile(out);
-  }
-  fprintf(out, "</table></body></html>");
+  Put(out_, "</table></body></html>");
+}
+
+void WriteHtmlBody(FILE* out, const std::string& effectiveType, const std::string& language,
+                   const std::vector<Json::Value>& records) {
+  HtmlRowWriter writer(out, effectiveType, language);
+  AddJsonRecords(records, &writer);
+  writer.Finish(effectiveType);
 }

@@ -7,13 +7,33 @@
 #include <string>
 #include <vector>
 
+#include "export/export_rows.h"
+
 // The HTTP header block and the document up to the opened heading row ("<tr>"), titled title
 // (printed as given, not escaped), offered as fileName.
 void WriteHtmlHead(FILE* out, const std::string& fileName, const char* title);
 
-// The rest of the document for the records of effectiveType: heading cells and one row per
-// record in the layout of the type (cells escaped, headings not), then the closing tags. With
-// no records, or a type without a layout (logged), the heading row is left open and only the
-// closing tags follow: clients of the download expect that exact short document.
+// The rest of the document for the records of effectiveType, written as they arrive: heading
+// cells before the first record and one row per record in the layout of the type (cells
+// escaped, headings not), then at Finish the closing tags. With no records, or a type without
+// a layout (logged at Finish), the heading row is left open and only the closing tags follow:
+// clients of the download expect that exact short document. Holds out's stream lock while it
+// lives.
+class HtmlRowWriter : public ExportRows {
+ public:
+  HtmlRowWriter(FILE* out, const std::string& effectiveType, const std::string& language);
+  ~HtmlRowWriter() override;
+  HtmlRowWriter(const HtmlRowWriter&) = delete;
+  HtmlRowWriter& operator=(const HtmlRowWriter&) = delete;
+  // After the last record.
+  void Finish(const std::string& effectiveType);
+
+ private:
+  void WriteHeadings(const std::vector<std::string>& headings) override;
+  void WriteRow(const LogRecord& record) override;
+  FILE* out_;
+};
+
+// The same for records fetched beforehand.
 void WriteHtmlBody(FILE* out, const std::string& effectiveType, const std::string& language,
                    const std::vector<Json::Value>& records);

@@ -1,6 +1,7 @@
 // The log-database layer: SQLite log databases, each with a table "logs".
 #pragma once
 
+#include <memory>
 #include <string>
 
 typedef struct QuorDbConnection* PQUORDB;    // one open database (and what is attached to it)
@@ -29,6 +30,14 @@ int QUORDBFetchRow(PQUORDBRESULT result, QUORDBROW* row);
 // holds NULL. Valid until the next fetch or the release of the result.
 const char* QUORDBFetchField(PQUORDBRESULT result, QUORDBROW row, const char* column);
 
+// The position of the named column in result's rows (letter case ignored), or -1 when there is
+// none. Rows of one result share their columns, so a reader looks a column up once.
+int QUORDBColumnIndex(PQUORDBRESULT result, const char* column);
+
+// The text of the column at index of the current row; null when the index is out of range or
+// the column holds NULL. Valid until the next fetch or the release of the result.
+const char* QUORDBFetchFieldAt(PQUORDBRESULT result, QUORDBROW row, int index);
+
 void QUORDBFreeResult(PQUORDBRESULT result);  // null is ignored
 void QUORDBClose(PQUORDB conn);               // null is ignored
 
@@ -43,3 +52,14 @@ char* QUORDBEscapeStrAllocEX2(int dbType, const char* text);
 // literal text, ignoring letter case with full Unicode case mapping (the rule of the platform's
 // SLIBCUnicodeUTF8StrUpper). Any keyword is safe: quotes, '%', '_', '*', brackets, non-ASCII.
 std::string GenSQLRegexp(const std::string& keyword, const std::string& column);
+
+// Owners of a connection and of a result: released on every path, exceptions included. A
+// result must be released before its connection, so declare the connection first.
+struct QuorDbCloser {
+  void operator()(PQUORDB conn) const { QUORDBClose(conn); }
+};
+struct QuorDbResultFreer {
+  void operator()(PQUORDBRESULT result) const { QUORDBFreeResult(result); }
+};
+using QuorDbHandle = std::unique_ptr<QuorDbConnection, QuorDbCloser>;
+using QuorDbRows = std::unique_ptr<QuorDbResult, QuorDbResultFreer>;

@@ -3,6 +3,8 @@
 
 #include <stddef.h>
 
+#include <memory>
+
 // A growable list of owned C strings: a count and the items in order. Created by
 // SLIBCSzListAlloc, released with SLIBCSzListFree by whoever created it, on every path.
 typedef struct _SLIBSZLIST {
@@ -24,6 +26,32 @@ const char* SLIBCSzListGet(PSLIBSZLIST list, int index);
 
 // Releases the list and its items; a null list is ignored.
 void SLIBCSzListFree(PSLIBSZLIST list);
+
+// Owner of a string list: frees it on every path. Functions that may grow a list take the
+// address of the owned pointer, so use SzListSlot below with them.
+struct SzListFreer {
+  void operator()(PSLIBSZLIST list) const { SLIBCSzListFree(list); }
+};
+using SzList = std::unique_ptr<SLIBSZLIST, SzListFreer>;
+
+// Lends an owned list to a function that takes PSLIBSZLIST* and may move the list (growing
+// it): when the slot ends, the owner follows the list to wherever it now lives.
+class SzListSlot {
+ public:
+  explicit SzListSlot(SzList* owner) : owner_(owner), list_(owner->get()) {}
+  ~SzListSlot() {
+    if (list_ == owner_->get()) return;
+    (void)owner_->release();  // the old address was given up by the callee
+    owner_->reset(list_);
+  }
+  SzListSlot(const SzListSlot&) = delete;
+  SzListSlot& operator=(const SzListSlot&) = delete;
+  operator PSLIBSZLIST*() { return &list_; }
+
+ private:
+  SzList* owner_;
+  PSLIBSZLIST list_;
+};
 
 // Splits text at every occurrence of any character of separators and appends the pieces to
 // *list as they stand: empty pieces are kept ("a,,b" gives "a", "", "b"), nothing is trimmed.

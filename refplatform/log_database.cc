@@ -197,14 +197,25 @@ const char* QUORDBFetchField(PQUORDBRESULT result, QUORDBROW, const char* column
   if (result == nullptr || column == nullptr || !result->current || result->hideColumns) {
     return nullptr;
   }
+  return QUORDBFetchFieldAt(result, 0, QUORDBColumnIndex(result, column));
+}
+
+int QUORDBColumnIndex(PQUORDBRESULT result, const char* column) {
+  if (result == nullptr || column == nullptr || result->hideColumns) return -1;
   int count = sqlite3_column_count(result->stmt);
   for (int i = 0; i < count; ++i) {
     const char* name = sqlite3_column_name(result->stmt, i);
-    if (name != nullptr && strcasecmp(name, column) == 0) {
-      return reinterpret_cast<const char*>(sqlite3_column_text(result->stmt, i));
-    }
+    if (name != nullptr && strcasecmp(name, column) == 0) return i;
   }
-  return nullptr;
+  return -1;
+}
+
+const char* QUORDBFetchFieldAt(PQUORDBRESULT result, QUORDBROW, int index) {
+  if (result == nullptr || !result->current || index < 0 ||
+      index >= sqlite3_column_count(result->stmt)) {
+    return nullptr;
+  }
+  return reinterpret_cast<const char*>(sqlite3_column_text(result->stmt, index));
 }
 
 void QUORDBFreeResult(PQUORDBRESULT result) {

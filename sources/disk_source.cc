@@ -24,19 +24,19 @@ const char* const kSortColumns[] = {"level",     "time", "model", "serial",
 // The stored message codes whose display texts contain keyword, as conditions on msg joined by
 // a bare "OR"; the empty text when none matches.
 std::string MessageCondition(const std::string& keyword) {
-  PSLIBSZLIST codes = SLIBCSzListAlloc(512);
+  SzList codes(SLIBCSzListAlloc(512));
   if (codes == nullptr) {
     LOG_ERROR_AT(29, "Failed to allocation list");
     return std::string();
   }
   std::string group;
-  if (Disk::DiskLogKeywordTranform(keyword.c_str(), &codes) > 0 && codes->nItem > 0) {
+  int found = Disk::DiskLogKeywordTranform(keyword.c_str(), SzListSlot(&codes));
+  if (found > 0 && codes->nItem > 0) {
     for (int i = 0; i < codes->nItem; ++i) {
       if (i > 0) group += "OR";
-      group += GenSQLRegexp(SLIBCSzListGet(codes, i), "msg");
+      group += GenSQLRegexp(SLIBCSzListGet(codes.get(), i), "msg");
     }
   }
-  SLIBCSzListFree(codes);
   return group;
 }
 
@@ -53,11 +53,11 @@ std::string KeywordClause(const std::string& keyword) {
          (group.empty() ? "" : "OR" + group) + "OR" + GenSQLRegexp(keyword, "info") + ")";
 }
 
-std::string OrDash(const char* text) { return text != nullptr && text[0] != '\0' ? text : "-"; }
+const char* OrDash(const char* text) { return text != nullptr && text[0] != '\0' ? text : "-"; }
 
 }  // namespace
 
-int FetchDiskLogs(const LogSearch& search, std::vector<Json::Value>* records, LevelCounts* counts) {
+int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts) {
   std::string clause = KeywordClause(search.keyword) + " AND SHOW = 1" + DateBounds(search);
   if (!CheckSortField(search.sort, kSortColumns)) return -1;
   std::string sql = " SELECT * FROM logs " + clause;
@@ -66,7 +66,7 @@ int FetchDiskLogs(const LogSearch& search, std::vector<Json::Value>* records, Le
     LOG_DEBUG_AT(66, "%s is not exist. (%s is not enable?)", path.c_str(), search.logtype.c_str());
     return 0;
   }
-  PQUORDB conn = QUORDBConnect(0, 0, 0, path.c_str());
+  QuorDbHandle conn(QUORDBConnect(0, 0, 0, path.c_str()));
   if (conn == nullptr) {
     LOG_ERROR_AT(71, "Failed to connect to %s database", search.logtype.c_str());
     return -1;
@@ -74,59 +74,66 @@ int FetchDiskLogs(const LogSearch& search, std::vector<Json::Value>* records, Le
   // The newest events by the drive's own clock come first; the requested field only orders
   // events of equal logtime.
   sql += " ORDER BY logtime DESC, " + search.sort + (search.ascending ? " ASC" : " DESC");
-  PQUORDBRESULT result = nullptr;
-  if (SelectPage(conn, sql, search, &result) < 0) {
-    QUORDBClose(conn);
-    return -1;
-  }
+  QuorDbRows result;
+  if (SelectPage(conn.get(), sql, search, &result) < 0) return -1;
   char model[64] = "";
   if (SLIBCFileGetKeyValue(kInfoFile, kModelKey, model, sizeof model, 0) < 1) {
     LOG_DEBUG_AT(84, "Failed to get value of %s in %s", kModelKey, kInfoFile);
     model[0] = '\0';
   }
   size_t modelLength = strlen(model);
+  enum { kLevel, kTime, kLogtime, kContainer, kModel, kSerial, kSlot, kPath, kMsg, kInfo };
+  RowColumns columns(result.get(), {"level", "time", "logtime", "container", "model", "serial",
+                                    "slot", "path", "msg", "info"});
   // A row without container decodes its slot as the previous row did: the flag carries over.
   bool inThisUnit = false;
   char text[1024];
+  LogRecord record;
+  TimeTexts times;
+  int sent = 0;
   QUORDBROW row;
-  while (QUORDBFetchRow(result, &row) == 0) {
+  while (QUORDBFetchRow(result.get(), &row) == 0) {
     memset(text, 0, sizeof text);
-    int level = LevelNumber(QUORDBFetchField(result, row, "level"));
+    int level = LevelNumber(columns.Field(row, kLevel));
     if (!LevelKept(search, level)) continue;
-    Json::Value record(Json::objectValue);
+    record.Clear();
     // Counted before the time check: a row without time is counted but not shown.
-    record["level"] = CountLevel(level, counts);
-    const char* time = QUORDBFetchField(result, row, "time");
+    record.Set("level", CountLevel(level, counts));
+    const char* time = columns.Field(row, kTime);
     if (time == nullptr) continue;
-    const char* logtime = QUORDBFetchField(result, row, "logtime");
+    const char* logtime = columns.Field(row, kLogtime);
     long long seconds = strtoll(time, nullptr, 10);
     if (logtime != nullptr && strtoll(logtime, nullptr, 10) < seconds) {
       seconds = strtoll(logtime, nullptr, 10);
     }
-    record["time"] = QUORLogConvertTime1(static_cast<time_t>(seconds));
-    const char* container = QUORDBFetchField(result, row, "container");
-    record["model"] = OrDash(QUORDBFetchField(result, row, "model"));
-    record["serial"] = OrDash(QUORDBFetchField(result, row, "serial"));
-    record["container"] = OrDash(container);
+    times.Convert(static_cast<time_t>(seconds), &record.Set("time"));
+    const char* container = columns.Field(row, kContainer);
+    record.Set("model", OrDash(columns.Field(row, kModel)));
+    record.Set("serial", OrDash(columns.Field(row, kSerial)));
+    record.Set("container", OrDash(container));
     if (container != nullptr) {
       inThisUnit = modelLength > 0 && strncmp(container, model, modelLength) == 0;
     }
-    const char* slot = QUORDBFetchField(result, row, "slot");
-    const char* devicePath = QUORDBFetchField(result, row, "path");
+    const char* slot = columns.Field(row, kSlot);
+    const char* devicePath = columns.Field(row, kPath);
     if (Disk::DiskSlotConverter(devicePath, slot, inThisUnit, text, sizeof text) < 0) {
       LOG_ERROR_AT(117, "Failed to convert slot %s of %s", LogText(slot), LogText(devicePath));
     }
-    record["slot"] = OrDash(text);
+    record.Set("slot", OrDash(text));
     memset(text, 0, sizeof text);
-    const char* msg = QUORDBFetchField(result, row, "msg");
-    if (Disk::DiskLogConverter(msg, QUORDBFetchField(result, row, "info"), text, sizeof text) < 0) {
+    const char* msg = columns.Field(row, kMsg);
+    if (Disk::DiskLogConverter(msg, columns.Field(row, kInfo), text, sizeof text) < 0) {
       LOG_ERROR_AT(123, "Failed to convert disk log message %s", LogText(msg));
     }
-    record["msg"] = OrDash(text);
-    records->push_back(std::move(record));
+    record.Set("msg", OrDash(text));
+    sink->Add(record);
+    ++sent;
   }
-  QUORDBFreeResult(result);
-  int total = CountRows(conn, sql);
-  QUORDBClose(conn);
-  return total;
+  result.reset();
+  return sink->WantsTotal() ? CountRows(conn.get(), sql) : sent;
+}
+
+int FetchDiskLogs(const LogSearch& search, std::vector<Json::Value>* records, LevelCounts* counts) {
+  JsonRecordList sink(records);
+  return FetchDiskLogs(search, &sink, counts);
 }

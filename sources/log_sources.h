@@ -1,6 +1,8 @@
 // The four log sources. Each reads one kind of store for a LogSearch whose level is already in
-// digit form ("1,2,3"), appends records to the caller's vector (never clearing it) and, where it
-// counts, adds to the caller's LevelCounts.
+// digit form ("1,2,3"), sends records to the caller's sink in result order (or appends them to
+// the caller's vector, never clearing it) and, where it counts, adds to the caller's LevelCounts.
+// No source throws: a row that cannot be decoded is shown with what can be read, and a failure
+// leaves no connection, statement or list behind.
 #pragma once
 
 #include <json/value.h>
@@ -9,19 +11,26 @@
 
 #include "api/log_search.h"
 #include "platform/slibc.h"
+#include "sources/log_record.h"
 
 // System, connection and network-backup databases of typeList, merged. Returns the number of
-// matching rows (all levels, all pages), or -1 (logged) on failure.
+// matching rows (all levels, all pages), or -1 (logged) on failure. For a sink that wants no
+// total, the count query is skipped and the number of rows sent is returned.
+int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* sink,
+                    LevelCounts* counts);
 int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList,
                     std::vector<Json::Value>* records, LevelCounts* counts);
 
 // The transfer-log databases of typeList, merged. Transfer records have no level, so nothing is
-// counted. Returns the number of matching rows (0 when no database exists), or -1 on failure.
+// counted. Returns the number of matching rows (0 when no database exists), or -1 on failure;
+// the total as for FetchSystemLogs.
+int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* sink);
 int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList,
                       std::vector<Json::Value>* records);
 
 // The disk-log database. Returns the number of matching rows (0 when the database does not
-// exist), or -1 on failure.
+// exist), or -1 on failure; the total as for FetchSystemLogs.
+int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts);
 int FetchDiskLogs(const LogSearch& search, std::vector<Json::Value>* records, LevelCounts* counts);
 
 // Every matching line of the last 15000 lines of search.logtype's plain-text file, unsorted and

@@ -2,10 +2,39 @@
 #include "sources/record_fields.h"
 
 #include "catalogue/text_helpers.h"
+#include "platform/logfiles.h"
 
 std::string FieldText(PQUORDBRESULT result, QUORDBROW row, const char* column) {
   const char* text = QUORDBFetchField(result, row, column);
   return text != nullptr ? text : "";
+}
+
+RowColumns::RowColumns(PQUORDBRESULT result, std::initializer_list<const char*> names)
+    : result_(result) {
+  int i = 0;
+  for (const char* name : names) {
+    if (i == kMax) break;
+    index_[i++] = QUORDBColumnIndex(result, name);
+  }
+  for (; i < kMax; ++i) index_[i] = -1;
+}
+
+void RowColumns::Copy(QUORDBROW row, int i, std::string* text) const {
+  const char* field = Field(row, i);
+  if (field != nullptr) {
+    text->assign(field);
+  } else {
+    text->clear();
+  }
+}
+
+void TimeTexts::Convert(time_t seconds, std::string* text) {
+  if (!valid_ || seconds != lastSeconds_) {
+    lastText_ = QUORLogConvertTime1(seconds);
+    lastSeconds_ = seconds;
+    valid_ = true;
+  }
+  text->assign(lastText_);
 }
 
 namespace {

@@ -1,6 +1,9 @@
 // Small conversions shared by the sources when they turn rows and lines into records.
 #pragma once
 
+#include <time.h>
+
+#include <initializer_list>
 #include <string>
 
 #include "api/log_search.h"
@@ -8,6 +11,36 @@
 
 // The text of a column of the current row; "" when the column is missing or NULL.
 std::string FieldText(PQUORDBRESULT result, QUORDBROW row, const char* column);
+
+// The columns a source reads from every row of one result, looked up by name once and read by
+// position after. Holds at most kMax names; a name the result lacks reads as missing (null).
+class RowColumns {
+ public:
+  static constexpr int kMax = 12;
+  RowColumns(PQUORDBRESULT result, std::initializer_list<const char*> names);
+  // The text of the i-th named column of the current row, or null when missing or NULL.
+  const char* Field(QUORDBROW row, int i) const {
+    return QUORDBFetchFieldAt(result_, row, index_[i]);
+  }
+  // The same into *text ("" when missing or NULL).
+  void Copy(QUORDBROW row, int i, std::string* text) const;
+
+ private:
+  PQUORDBRESULT result_;
+  int index_[kMax];
+};
+
+// QUORLogConvertTime1(seconds) into *text, for the rows of one read. Rows often share a second,
+// so the last answer is kept and given again for the same second.
+class TimeTexts {
+ public:
+  void Convert(time_t seconds, std::string* text);
+
+ private:
+  time_t lastSeconds_ = 0;
+  std::string lastText_;
+  bool valid_ = false;
+};
 
 // ContainsKeyword(text, keyword), answered without the trip through full Unicode case mapping
 // when both texts are ASCII: upper-casing ASCII never changes a text's length, so the answers

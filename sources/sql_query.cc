@@ -60,7 +60,7 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
   // the statement.
   std::string display = EscapeSqlString(displayName);
   if (conn_ == nullptr) {
-    conn_ = QUORDBConnect(0, 0, 0, path.c_str());
+    conn_.reset(QUORDBConnect(0, 0, 0, path.c_str()));
     if (conn_ == nullptr) {
       LOG_ERROR_AT(65, "Failed to connect to %s database", typeName.c_str());
       return kConnectFailed;
@@ -70,7 +70,7 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
     return kAdded;
   }
   std::string attach = "ATTACH \"" + path + "\" as " + typeName;
-  if (QUORDBExecute(conn_, attach.c_str(), nullptr) < 0) {
+  if (QUORDBExecute(conn_.get(), attach.c_str(), nullptr) < 0) {
     LOG_ERROR_AT(74, "Failed to attach %s database", typeName.c_str());
     return kSkipped;
   }
@@ -100,11 +100,13 @@ std::string OrderBy(const std::string& sort, bool ascending) {
   return " ORDER BY " + sort + (ascending ? " ASC" : " DESC");
 }
 
-int SelectPage(PQUORDB conn, const std::string& sql, const LogSearch& search,
-               PQUORDBRESULT* result) {
+int SelectPage(PQUORDB conn, const std::string& sql, const LogSearch& search, QuorDbRows* result) {
   // The layer pages with 32-bit values; larger requests mean "as far as there are rows".
   auto clamp = [](int64_t v) { return static_cast<int>(v > INT_MAX ? INT_MAX : v < 0 ? 0 : v); };
-  if (QUORDBSelectLimit(conn, sql.c_str(), clamp(search.limit), clamp(search.offset), result) < 0) {
+  PQUORDBRESULT rows = nullptr;
+  int rc = QUORDBSelectLimit(conn, sql.c_str(), clamp(search.limit), clamp(search.offset), &rows);
+  result->reset(rows);
+  if (rc < 0) {
     LOG_ERROR_AT(108, "Failed to select %s from database. [%s]", search.logtype.c_str(),
                  sql.c_str());
     return -1;
@@ -114,24 +116,22 @@ int SelectPage(PQUORDB conn, const std::string& sql, const LogSearch& search,
 
 int CountRows(PQUORDB conn, const std::string& select) {
   std::string count = "SELECT count(*) AS count_result FROM (" + select + ") as tempQuery";
-  PQUORDBRESULT result = nullptr;
-  if (QUORDBExecute(conn, count.c_str(), &result) < 0) {
+  PQUORDBRESULT rows = nullptr;
+  int rc = QUORDBExecute(conn, count.c_str(), &rows);
+  QuorDbRows result(rows);
+  if (rc < 0) {
     LOG_ERROR_AT(119, "SELECT error: %s\n", QUORDBErrorGet(conn));
     return -1;
   }
   QUORDBROW row;
-  if (QUORDBFetchRow(result, &row) < 0) {
-    QUORDBFreeResult(result);
+  if (QUORDBFetchRow(result.get(), &row) < 0) {
     LOG_ERROR_AT(125, "Failed to fetch row");
     return -1;
   }
-  const char* total = QUORDBFetchField(result, row, "count_result");
+  const char* total = QUORDBFetchField(result.get(), row, "count_result");
   if (total == nullptr) {
-    QUORDBFreeResult(result);
     LOG_ERROR_AT(131, "Failed to fetch field");
     return -1;
   }
-  int value = static_cast<int>(strtoll(total, nullptr, 10));
-  QUORDBFreeResult(result);
-  return value;
+  return static_cast<int>(strtoll(total, nullptr, 10));
 }

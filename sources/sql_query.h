@@ -33,9 +33,6 @@ class MergedSelect {
   enum ArmResult { kAdded, kSkipped, kConnectFailed };
 
   explicit MergedSelect(std::string filter) : filter_(std::move(filter)) {}
-  ~MergedSelect() { QUORDBClose(conn_); }
-  MergedSelect(const MergedSelect&) = delete;
-  MergedSelect& operator=(const MergedSelect&) = delete;
 
   // Adds the arm of typeName, whose database is at path. A missing file (debug message) or a
   // failed attach skips the type; a failed connect of the first database is kConnectFailed.
@@ -50,22 +47,21 @@ class MergedSelect {
   bool AddTypes(PSLIBSZLIST typeList,
                 const std::function<bool(const char* type, std::string* path)>& databaseOf);
 
-  PQUORDB connection() const { return conn_; }
+  PQUORDB connection() const { return conn_.get(); }
   std::string& sql() { return sql_; }
 
  private:
   std::string filter_;
-  PQUORDB conn_ = nullptr;
+  QuorDbHandle conn_;
   std::string sql_;
 };
 
 // " ORDER BY <sort> ASC|DESC".
 std::string OrderBy(const std::string& sort, bool ascending);
 
-// Runs sql paged by search's limit and offset. Returns 0, or -1 after logging "Failed to select"
-// with search.logtype and the SQL.
-int SelectPage(PQUORDB conn, const std::string& sql, const LogSearch& search,
-               PQUORDBRESULT* result);
+// Runs sql paged by search's limit and offset into *result. Returns 0, or -1 after logging
+// "Failed to select" with search.logtype and the SQL.
+int SelectPage(PQUORDB conn, const std::string& sql, const LogSearch& search, QuorDbRows* result);
 
 // The number of rows of select (ordering kept, no paging), or -1 (logged) on failure.
 int CountRows(PQUORDB conn, const std::string& select);

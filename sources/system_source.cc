@@ -33,8 +33,8 @@ std::string DatabasePath(const char* name) {
 
 }  // namespace
 
-int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList,
-                    std::vector<Json::Value>* records, LevelCounts* counts) {
+int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* sink,
+                    LevelCounts* counts) {
   MergedSelect merged(BuildFilterClause(search, "msg"));
   if (!CheckSortField(search.sort, kSortColumns)) return -1;
   bool connected = merged.AddTypes(typeList, [](const char* name, std::string* path) {
@@ -49,23 +49,35 @@ int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList,
   }
   std::string& sql = merged.sql();
   sql += OrderBy(search.sort, search.ascending);
-  PQUORDBRESULT result = nullptr;
+  QuorDbRows result;
   if (SelectPage(merged.connection(), sql, search, &result) < 0) return -1;
+  RowColumns columns(result.get(),
+                     {"time", "level", "username", "msg", "orginalLogType", "logtype"});
+  LogRecord record;
+  TimeTexts times;
+  int sent = 0;
   QUORDBROW row;
-  while (QUORDBFetchRow(result, &row) == 0) {
-    const char* time = QUORDBFetchField(result, row, "time");
+  while (QUORDBFetchRow(result.get(), &row) == 0) {
+    const char* time = columns.Field(row, 0);
     if (time == nullptr) continue;
-    int level = LevelNumber(QUORDBFetchField(result, row, "level"));
+    int level = LevelNumber(columns.Field(row, 1));
     if (!LevelKept(search, level)) continue;
-    Json::Value record(Json::objectValue);
-    record["time"] = QUORLogConvertTime1(strtoll(time, nullptr, 10));
-    record["level"] = CountLevel(level, counts);
-    record["who"] = FieldText(result, row, "username");
-    record["descr"] = FieldText(result, row, "msg");
-    record["orginalLogType"] = FieldText(result, row, "orginalLogType");
-    record["logtype"] = FieldText(result, row, "logtype");
-    records->push_back(std::move(record));
+    record.Clear();
+    times.Convert(strtoll(time, nullptr, 10), &record.Set("time"));
+    record.Set("level", CountLevel(level, counts));
+    columns.Copy(row, 2, &record.Set("who"));
+    columns.Copy(row, 3, &record.Set("descr"));
+    columns.Copy(row, 4, &record.Set("orginalLogType"));
+    columns.Copy(row, 5, &record.Set("logtype"));
+    sink->Add(record);
+    ++sent;
   }
-  QUORDBFreeResult(result);
-  return CountRows(merged.connection(), sql);
+  result.reset();
+  return sink->WantsTotal() ? CountRows(merged.connection(), sql) : sent;
+}
+
+int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList,
+                    std::vector<Json::Value>* records, LevelCounts* counts) {
+  JsonRecordList sink(records);
+  return FetchSystemLogs(search, typeList, &sink, counts);
 }

@@ -1,6 +1,7 @@
 // The file-transfer logs: one merged select over the transfer databases of the request.
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include "platform/logfiles.h"
 #include "sources/log_sources.h"
@@ -14,8 +15,8 @@ const char* const kSortColumns[] = {"time",     "ip",    "username", "cmd",  "fi
 
 // A byte count in the largest unit of 1024 it exceeds; each boundary stays in the smaller unit,
 // so 1024 bytes read "1024 Bytes".
-std::string FileSizeText(const std::string& column) {
-  long long n = strtoll(column.c_str(), nullptr, 10);
+std::string FileSizeText(const char* column) {
+  long long n = strtoll(column, nullptr, 10);
   char text[32];
   if (n <= 1024) {
     snprintf(text, sizeof text, "%lld Bytes", n);
@@ -31,8 +32,7 @@ std::string FileSizeText(const std::string& column) {
 
 }  // namespace
 
-int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList,
-                      std::vector<Json::Value>* records) {
+int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* sink) {
   MergedSelect merged(BuildFilterClause(search, "filename"));
   // Records show the column filename under "descr", so clients sort by "descr".
   std::string sort = search.sort == "descr" ? "filename" : search.sort;
@@ -47,24 +47,38 @@ int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList,
   std::string& sql = merged.sql();
   // Rows of equal sort value keep a stable order by row id.
   sql += OrderBy(sort, search.ascending) + " ,id" + (search.ascending ? " ASC" : " DESC");
-  PQUORDBRESULT result = nullptr;
+  QuorDbRows result;
   if (SelectPage(merged.connection(), sql, search, &result) < 0) return -1;
+  RowColumns columns(result.get(), {"time", "ip", "username", "cmd", "filesize", "filename",
+                                    "orginalLogType", "logtype", "isdir"});
+  LogRecord record;
+  TimeTexts times;
+  int sent = 0;
   QUORDBROW row;
-  while (QUORDBFetchRow(result, &row) == 0) {
-    const char* time = QUORDBFetchField(result, row, "time");
+  while (QUORDBFetchRow(result.get(), &row) == 0) {
+    const char* time = columns.Field(row, 0);
     if (time == nullptr) continue;
-    Json::Value record(Json::objectValue);
-    record["time"] = QUORLogConvertTime1(strtoll(time, nullptr, 10));
-    record["ip"] = FieldText(result, row, "ip");
-    record["username"] = FieldText(result, row, "username");
-    record["cmd"] = FieldText(result, row, "cmd");
-    record["filesize"] = FileSizeText(FieldText(result, row, "filesize"));
-    record["descr"] = FieldText(result, row, "filename");
-    record["orginalLogType"] = FieldText(result, row, "orginalLogType");
-    record["logtype"] = FieldText(result, row, "logtype");
-    record["isdir"] = FieldText(result, row, "isdir") == "1" ? "true" : "false";
-    records->push_back(std::move(record));
+    record.Clear();
+    times.Convert(strtoll(time, nullptr, 10), &record.Set("time"));
+    columns.Copy(row, 1, &record.Set("ip"));
+    columns.Copy(row, 2, &record.Set("username"));
+    columns.Copy(row, 3, &record.Set("cmd"));
+    const char* size = columns.Field(row, 4);
+    record.Set("filesize", FileSizeText(size != nullptr ? size : ""));
+    columns.Copy(row, 5, &record.Set("descr"));
+    columns.Copy(row, 6, &record.Set("orginalLogType"));
+    columns.Copy(row, 7, &record.Set("logtype"));
+    const char* isdir = columns.Field(row, 8);
+    record.Set("isdir", isdir != nullptr && strcmp(isdir, "1") == 0 ? "true" : "false");
+    sink->Add(record);
+    ++sent;
   }
-  QUORDBFreeResult(result);
-  return CountRows(merged.connection(), sql);
+  result.reset();
+  return sink->WantsTotal() ? CountRows(merged.connection(), sql) : sent;
+}
+
+int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList,
+                      std::vector<Json::Value>* records) {
+  JsonRecordList sink(records);
+  return FetchTransferLogs(search, typeList, &sink);
 }

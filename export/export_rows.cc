@@ -1,0 +1,21 @@
+// The rows of an export document as they arrive from the sources.
+#include "export/export_rows.h"
+
+ExportRows::ExportRows(const std::string& effectiveType, const std::string& language)
+    : layout_(ChooseExportLayout(effectiveType)), language_(language) {}
+
+void ExportRows::Add(const LogRecord& record) {
+  if (rows_++ == 0 && layout_ != nullptr) {
+    texts_ = LoadRowTexts();
+    WriteHeadings(LayoutHeadings(*layout_, language_));
+  }
+  if (layout_ != nullptr) WriteRow(record);
+}
+
+void AddJsonRecords(const std::vector<Json::Value>& records, RecordSink* sink) {
+  LogRecord record;
+  for (const Json::Value& object : records) {
+    record.FromJson(object);
+    sink->Add(record);
+  }
+}

@@ -43,7 +43,8 @@ const DiskEventCode* FindCode(const char* code) {
 
 std::string ValueText(const Json::Value& value) {
   if (value.isString()) return value.asString();
-  if (value.isIntegral()) return std::to_string(value.asLargestInt());
+  if (value.isInt64()) return std::to_string(value.asLargestInt());
+  if (value.isUInt64()) return std::to_string(value.asLargestUInt());
   if (value.isDouble() || value.isBool()) return value.asString();
   return "-";
 }
@@ -162,12 +163,18 @@ int DiskLogConverter(const char* msg, const char* info, char* buffer, size_t siz
     CopyOut(msg, buffer, size);
     return -1;
   }
+  // An info text that cannot be read (malformed, nested past the reader's depth limit) leaves
+  // every placeholder at its "-": the event still shows.
   Json::Value values;
   if (info != nullptr && info[0] != '\0') {
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    std::string errors;
-    if (!reader->parse(info, info + strlen(info), &values, &errors)) values = Json::Value();
+    try {
+      Json::CharReaderBuilder builder;
+      std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+      std::string errors;
+      if (!reader->parse(info, info + strlen(info), &values, &errors)) values = Json::Value();
+    } catch (const std::exception&) {
+      values = Json::Value();
+    }
   }
   return CopyOut(FillTemplate(pattern, values), buffer, size);
 }

@@ -5,6 +5,7 @@
 #include <strings.h>
 #include <sys/stat.h>
 
+#include <new>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,7 @@ struct QuorDbResult {
   bool pending = false;      // a stepped row not yet handed out by QUORDBFetchRow
   bool current = false;      // a row is current (fetched and not yet passed)
   bool hideColumns = false;  // test fault: every column reads as missing
+  bool throwOnSecondRow = false;  // test fault: memory runs out at the second row
   QUORDBROW row = -1;
 };
 
@@ -92,6 +94,7 @@ int RunStatement(PQUORDB conn, const std::string& sql, PQUORDBRESULT* result) {
   r->stmt = stmt;
   r->pending = rc == SQLITE_ROW && fault != DbFault::kNoRows;
   r->hideColumns = fault == DbFault::kNoColumns;
+  r->throwOnSecondRow = fault == DbFault::kThrowOnSecondRow;
   *result = r;
   return 0;
 }
@@ -178,6 +181,7 @@ int QUORDBSelectLimit(PQUORDB conn, const char* sql, int limit, int offset, PQUO
 
 int QUORDBFetchRow(PQUORDBRESULT result, QUORDBROW* row) {
   if (result == nullptr) return -1;
+  if (result->throwOnSecondRow && result->row == 0) throw std::bad_alloc();
   if (!result->pending) {
     if (!result->current) return -1;  // ran out earlier
     int rc = sqlite3_step(result->stmt);

@@ -1,7 +1,9 @@
-// The log sources on a demo appliance root with a 1,000,000-row system log and a plain-text
-// backup log of at least 500 MB, each beside a reference run in the same process tree: the
-// sqlite3 shell on the same SQL, and "tail -n 15000 FILE | grep -i KEYWORD | sort".
-// Times are in milliseconds; scripts/bench.sh runs each benchmark in its own process.
+// The list method on a demo appliance root with a 1,000,000-row system log (and connection and
+// network-backup logs for the merged case), each beside the bare SQLite client running the
+// statements the list call runs (bench/sql_timer.c) on the same SQLite and on Debian's; and the
+// plain-text source on a backup log of at least 500 MB beside "tail -n 15000 FILE | grep -i
+// KEYWORD | sort". Times are in milliseconds; scripts/bench.sh runs each benchmark in its own
+// process.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <spawn.h>
@@ -15,7 +17,9 @@
 #include <vector>
 
 #include "api/methods.h"
+#include "bench/bare_sql.h"
 #include "platform/logdb.h"
+#include "platform/webapi.h"
 #include "sources/log_sources.h"
 #include "sources/sql_query.h"
 #include "tools/lib/log_demo.h"
@@ -27,7 +31,6 @@ namespace {
 
 const int64_t kSystemRows = 1000000;
 const int64_t kPlainBytes = 500LL << 20;
-const int64_t kDeepOffset = 500000;
 const char kSystemKeyword[] = "timed out";
 const char kPlainKeyword[] = "failed";
 const char kReadyStamp[] = "/.sources-bench-ready-v1";
@@ -63,31 +66,102 @@ const std::string& Root() {
 
 std::string Db(const char* file) { return Root() + "/var/log/quorlog/" + file; }
 
-LogSearch Search(const char* types) {
+// The list call's search for params, as its handler fills it.
+LogSearch ListSearch(const char* types, const char* keyword) {
   LogSearch search;
   search.logtype = types;
   search.sort = "time";
-  search.limit = 50;
+  search.limit = 100;
+  search.keyword = keyword;
   search.date_from = search.date_to = "0";
   return search;
 }
 
-void RunSystem(benchmark::State& state, const LogSearch& search,
-               std::initializer_list<const char*> types) {
-  Root();
-  PSLIBSZLIST list = SLIBCSzListAlloc(8);
-  for (const char* type : types) SLIBCSzListPush(&list, type);
-  int total = 0;
-  for (auto _ : state) {
-    std::vector<Json::Value> records;
-    LevelCounts counts;
-    total = FetchSystemLogs(search, list, &records, &counts);
-    if (total < 0 || records.empty()) state.SkipWithError("the source failed");
-    benchmark::DoNotOptimize(records.data());
+// The statements the list call runs for search over the databases of types: the attaches, the
+// paged select and the count over the ordered select. With like, the keyword condition is
+// given as LIKE '%keyword%', the scan's own speed for an ASCII keyword.
+std::vector<std::string> ListStatements(const LogSearch& search,
+                                        std::initializer_list<const char*> types, bool like) {
+  static const struct {
+    const char* type;
+    const char* file;
+    const char* display;
+  } kStores[] = {{"system", ".QUORSYSDB", "System"},
+                 {"connection", ".QUORCONNDB", "Connection"},
+                 {"netbkplog", ".QUORNETBKPDB", "Network Backup"}};
+  std::string filter = BuildFilterClause(search, "msg");
+  if (like && !search.keyword.empty()) {
+    std::string pattern = GenSQLRegexp(search.keyword, "msg");
+    filter.replace(filter.find(pattern), pattern.size(),
+                   "(msg LIKE '%" + EscapeSqlString(search.keyword) + "%')");
   }
-  SLIBCSzListFree(list);
-  state.counters["total"] = total;
+  std::vector<std::string> statements;
+  std::string select;
+  for (const char* type : types) {
+    for (const auto& s : kStores) {
+      if (std::string(type) != s.type) continue;
+      if (select.empty()) {
+        select = std::string(" SELECT *, '") + s.type + "' as orginalLogType, '" + s.display +
+                 "' as logtype FROM logs " + filter;
+      } else {
+        statements.push_back("ATTACH \"" + Db(s.file) + "\" as " + s.type);
+        select += std::string(" UNION ALL SELECT *, '") + s.type + "' as orginalLogType, '" +
+                  s.display + "' as logtype FROM " + s.type + ".logs " + filter;
+      }
+    }
+  }
+  select += OrderBy(search.sort, search.ascending);
+  statements.push_back(select + " LIMIT " + std::to_string(search.limit));
+  statements.push_back("SELECT count(*) AS count_result FROM (" + select + ") as tempQuery");
+  return statements;
 }
+
+// A whole list call as the server makes it: parameters read, dispatcher, source, answer object.
+void RunList(benchmark::State& state, const Json::Value& params) {
+  Root();
+  QUOR::APIRequest request(params, "admin", "en");
+  for (auto _ : state) {
+    QUOR::APIResponse response;
+    ListMethod(&request, &response);
+    if (!response.IsSuccess() || response.GetData()["total"].asInt() <= 0) {
+      state.SkipWithError("the list call failed");
+    }
+    benchmark::DoNotOptimize(response.GetData());
+  }
+}
+
+void RunBare(benchmark::State& state, BareSqlite which, const LogSearch& search,
+             std::initializer_list<const char*> types, bool like) {
+  std::vector<std::string> statements = ListStatements(search, types, like);
+  for (auto _ : state) {
+    BareSqlResult result = RunBareSql(which, Db(".QUORSYSDB"), 5, statements);
+    if (!result.ok) {
+      state.SkipWithError("the bare client failed or is missing");
+      break;
+    }
+    state.SetIterationTime(result.msPerRound / 1000.0);
+  }
+}
+
+Json::Value Params(const char* types, const char* keyword) {
+  Json::Value params(Json::objectValue);
+  params["logtype"] = types;
+  if (keyword[0] != '\0') params["keyword"] = keyword;
+  return params;
+}
+
+#define LIST_CASE(name, types, keyword, ...)                                                 \
+  void List##name(benchmark::State& s) { RunList(s, Params(types, keyword)); }               \
+  void Bare##name(benchmark::State& s) {                                                     \
+    RunBare(s, BareSqlite::kProject, ListSearch(types, keyword), {__VA_ARGS__}, true);       \
+  }                                                                                          \
+  void Debian##name(benchmark::State& s) {                                                   \
+    RunBare(s, BareSqlite::kDebian, ListSearch(types, keyword), {__VA_ARGS__}, true);        \
+  }
+
+LIST_CASE(FirstPage, "system", "", "system")
+LIST_CASE(Keyword, "system", kSystemKeyword, "system")
+LIST_CASE(Merged, "system,connection,netbkplog", "", "system", "connection", "netbkplog")
 
 // Runs argv with its output discarded and waits for it.
 bool RunProcess(const std::vector<std::string>& args) {
@@ -105,111 +179,11 @@ bool RunProcess(const std::vector<std::string>& args) {
          WEXITSTATUS(status) == 0;
 }
 
-// The statements the system source runs for search over the databases of types (paged select,
-// then count), for the sqlite3 shell. The keyword condition is given as LIKE, which the shell
-// knows and which means the same for an ASCII keyword.
-std::string ShellSql(const LogSearch& search, std::initializer_list<const char*> types) {
-  static const struct {
-    const char* type;
-    const char* file;
-    const char* display;
-  } kStores[] = {{"system", ".QUORSYSDB", "System"},
-                 {"connection", ".QUORCONNDB", "Connection"},
-                 {"netbkplog", ".QUORNETBKPDB", "Network Backup"}};
-  std::string filter = BuildFilterClause(search, "msg");
-  if (!search.keyword.empty()) {
-    std::string pattern = GenSQLRegexp(search.keyword, "msg");
-    filter.replace(filter.find(pattern), pattern.size(),
-                   "(msg LIKE '%" + EscapeSqlString(search.keyword) + "%')");
-  }
-  std::string attach, select;
-  for (const char* type : types) {
-    for (const auto& s : kStores) {
-      if (std::string(type) != s.type) continue;
-      if (select.empty()) {
-        select = std::string(" SELECT *, '") + s.type + "' as orginalLogType, '" + s.display +
-                 "' as logtype FROM logs " + filter;
-      } else {
-        attach += "ATTACH \"" + Db(s.file) + "\" as " + s.type + ";";
-        select += std::string(" UNION ALL SELECT *, '") + s.type + "' as orginalLogType, '" +
-                  s.display + "' as logtype FROM " + s.type + ".logs " + filter;
-      }
-    }
-  }
-  select += OrderBy(search.sort, search.ascending);
-  return attach + select + " LIMIT " + std::to_string(search.limit) + " OFFSET " +
-         std::to_string(search.offset) + "; SELECT count(*) AS count_result FROM (" + select +
-         ") as tempQuery;";
-}
-
-void RunShell(benchmark::State& state, const LogSearch& search,
-              std::initializer_list<const char*> types) {
-  std::vector<std::string> args = {"sqlite3", Db(".QUORSYSDB"), ShellSql(search, types)};
-  for (auto _ : state) {
-    if (!RunProcess(args)) state.SkipWithError("sqlite3 failed");
-  }
-}
-
-LogSearch DeepPage() {
-  LogSearch search = Search("system");
-  search.offset = kDeepOffset;
-  return search;
-}
-
-LogSearch Keyword() {
-  LogSearch search = Search("system");
-  search.keyword = kSystemKeyword;
-  return search;
-}
-
-void SourcesSystemFirstPage(benchmark::State& s) { RunSystem(s, Search("system"), {"system"}); }
-void SourcesSqlite3FirstPage(benchmark::State& s) { RunShell(s, Search("system"), {"system"}); }
-void SourcesSystemDeepPage(benchmark::State& s) { RunSystem(s, DeepPage(), {"system"}); }
-void SourcesSqlite3DeepPage(benchmark::State& s) { RunShell(s, DeepPage(), {"system"}); }
-void SourcesSystemKeyword(benchmark::State& s) { RunSystem(s, Keyword(), {"system"}); }
-void SourcesSqlite3Keyword(benchmark::State& s) { RunShell(s, Keyword(), {"system"}); }
-void SourcesSystemMerged(benchmark::State& s) {
-  RunSystem(s, Search("system,connection,netbkplog"), {"system", "connection", "netbkplog"});
-}
-void SourcesSqlite3Merged(benchmark::State& s) {
-  RunShell(s, Search("system,connection,netbkplog"), {"system", "connection", "netbkplog"});
-}
-
-// A whole list call as the server makes it: parameters read, dispatcher, source, answer object.
-void RunList(benchmark::State& state, const char* paramsJson) {
-  Root();
-  QUOR::APIRequest request(QUOR::WebAPIUtil::ParseJson(paramsJson), "admin", "en");
-  for (auto _ : state) {
-    QUOR::APIResponse response;
-    ListMethod(&request, &response);
-    if (!response.IsSuccess() || response.GetData()["total"].asInt() <= 0) {
-      state.SkipWithError("the list call failed");
-    }
-    benchmark::DoNotOptimize(response.GetData());
-  }
-}
-
-// The list method's default page: 100 records of every level.
-LogSearch ListPage(LogSearch search) {
-  search.limit = 100;
-  return search;
-}
-
-void SourcesListFirstPage(benchmark::State& s) { RunList(s, "{}"); }
-void SourcesSqlite3ListPage(benchmark::State& s) {
-  RunShell(s, ListPage(Search("system")), {"system"});
-}
-void SourcesListKeyword(benchmark::State& s) {
-  RunList(s, (std::string(R"({"keyword":")") + kSystemKeyword + "\"}").c_str());
-}
-void SourcesSqlite3ListKeyword(benchmark::State& s) {
-  RunShell(s, ListPage(Keyword()), {"system"});
-}
-
 // The plain-text source and the dispatcher's sort of what it returns, as a list call does.
 void RunPlain(benchmark::State& state, const char* type) {
   Root();
-  LogSearch search = Search(type);
+  LogSearch search = ListSearch(type, "");
+  search.limit = 50;
   search.keyword = kPlainKeyword;
   size_t found = 0;
   for (auto _ : state) {
@@ -240,18 +214,14 @@ void SourcesTailGrepSortSmall(benchmark::State& s) { RunTailGrepSort(s, "/var/lo
 
 }  // namespace
 
-BENCHMARK(SourcesSystemFirstPage)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesSqlite3FirstPage)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesSystemDeepPage)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesSqlite3DeepPage)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesSystemKeyword)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesSqlite3Keyword)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesSystemMerged)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesSqlite3Merged)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesListFirstPage)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesSqlite3ListPage)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesListKeyword)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
-BENCHMARK(SourcesSqlite3ListKeyword)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
+#define LIST_BENCHMARKS(name)                                                                \
+  BENCHMARK(List##name)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);         \
+  BENCHMARK(Bare##name)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(3);      \
+  BENCHMARK(Debian##name)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(3);
+
+LIST_BENCHMARKS(FirstPage)
+LIST_BENCHMARKS(Keyword)
+LIST_BENCHMARKS(Merged)
 BENCHMARK(SourcesPlainTail500MB)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
 BENCHMARK(SourcesTailGrepSort500MB)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
 BENCHMARK(SourcesPlainTailSmall)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);

@@ -7,11 +7,6 @@
 
 namespace {
 
-void Put(FILE* out, const char* begin, const char* end) {
-  fwrite_unlocked(begin, 1, end - begin, out);
-}
-void Put(FILE* out, const std::string& text) { Put(out, text.data(), text.data() + text.size()); }
-
 // True when the text up to its first NUL holds no quote and no comma and there is no NUL
 // before its end: the text can be written bare.
 bool IsBareField(const char* begin, const char* end) {
@@ -42,18 +37,14 @@ void WriteCsvHead(FILE* out, const std::string& fileName, const char* title) {
 }
 
 CsvRowWriter::CsvRowWriter(FILE* out, const std::string& effectiveType, const std::string& language)
-    : ExportRows(effectiveType, language), out_(out) {
-  flockfile(out_);
-}
-
-CsvRowWriter::~CsvRowWriter() { funlockfile(out_); }
+    : ExportRows(out, effectiveType, language) {}
 
 void CsvRowWriter::WriteHeadings(const std::vector<std::string>& headings) {
   for (const std::string& heading : headings) {
-    Put(out_, heading);
-    putc_unlocked(',', out_);
+    Put(heading);
+    Put(',');
   }
-  fputs_unlocked("\r\n", out_);
+  Put("\r\n");
 }
 
 void CsvRowWriter::WriteRow(const LogRecord& record) {
@@ -61,23 +52,29 @@ void CsvRowWriter::WriteRow(const LogRecord& record) {
   for (int i = 0; i < rowLayout.columnCount; ++i) {
     const char* begin;
     const char* end;
-    CellText(rowLayout.columns[i], record, rowLayout.csvLevelWords, texts(), &begin, &end);
+    Cell(i, record, rowLayout.csvLevelWords, &begin, &end);
     if (i + 1 < rowLayout.columnCount) {
-      Put(out_, begin, end);
-      putc_unlocked(',', out_);
+      Put(begin, end);
+      Put(',');
     } else if (IsBareField(begin, end)) {
-      Put(out_, begin, end);
+      Put(begin, end);
     } else {
-      Put(out_, CsvQuote(std::string(begin, end)));
+      Put('"');
+      for (const char* c = begin; c != end; ++c) {
+        if (*c == '"') Put('"');
+        Put(*c);
+      }
+      Put('"');
     }
   }
-  fputs_unlocked("\r\n", out_);
+  Put("\r\n");
 }
 
 void CsvRowWriter::Finish(const std::string& effectiveType) {
   if (rows() > 0 && layout() == nullptr) {
     LOG_ERROR_AT(616, "No such logType: %s", effectiveType.c_str());
   }
+  Flush();
 }
 
 void WriteCsvBody(FILE* out, const std::string& effectiveType, const std::string& language,

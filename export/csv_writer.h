@@ -20,20 +20,16 @@ void WriteCsvHead(FILE* out, const std::string& fileName, const char* title);
 // The heading line and one line per record in the layout of effectiveType, written as the
 // records arrive. Nothing with no records; nothing but a logged message (at Finish) for a type
 // without a layout. Only the last field of a record is quoted, and the heading line ends with a
-// comma: importers of these files expect both. Holds out's stream lock while it lives.
+// comma: importers of these files expect both.
 class CsvRowWriter : public ExportRows {
  public:
   CsvRowWriter(FILE* out, const std::string& effectiveType, const std::string& language);
-  ~CsvRowWriter() override;
-  CsvRowWriter(const CsvRowWriter&) = delete;
-  CsvRowWriter& operator=(const CsvRowWriter&) = delete;
   // After the last record.
   void Finish(const std::string& effectiveType);
 
  private:
   void WriteHeadings(const std::vector<std::string>& headings) override;
   void WriteRow(const LogRecord& record) override;
-  FILE* out_;
 };
 
 // The same document body for records fetched beforehand.

@@ -68,11 +68,13 @@ constexpr int Count(const ExportColumn (&)[N]) {
 }
 
 // A record's text of key; a missing key reads as the empty text.
-void MemberText(const LogRecord& record, const char* key, const char** begin, const char** end) {
+void MemberText(const LogRecord& record, const char* key, int* hint, const char** begin,
+                const char** end) {
   static const char kEmpty[] = "";
-  const std::string* text = record.Find(key);
-  *begin = text != nullptr ? text->data() : kEmpty;
-  *end = text != nullptr ? *begin + text->size() : kEmpty;
+  std::string_view text;
+  if (!record.Find(key, &text, hint)) text = std::string_view(kEmpty, 0);
+  *begin = text.data();
+  *end = text.data() + text.size();
 }
 
 bool TextIs(const char* begin, const char* end, const char* word) {
@@ -144,9 +146,9 @@ RowTexts LoadRowTexts() {
 }
 
 void CellText(const ExportColumn& column, const LogRecord& record, const LevelWord* levelWords,
-              const RowTexts& texts, const char** begin, const char** end) {
+              const RowTexts& texts, int* hint, const char** begin, const char** end) {
   if (column.rule == CellRule::kFolderOrFile || column.rule == CellRule::kSizeOrNA) {
-    MemberText(record, "isdir", begin, end);
+    MemberText(record, "isdir", nullptr, begin, end);
     bool isDir = TextIs(*begin, *end, "true");
     if (column.rule == CellRule::kFolderOrFile) {
       const std::string& text = isDir ? texts.folder : texts.file;
@@ -159,7 +161,7 @@ void CellText(const ExportColumn& column, const LogRecord& record, const LevelWo
       return;
     }
   }
-  MemberText(record, column.recordKey, begin, end);
+  MemberText(record, column.recordKey, hint, begin, end);
   if (column.rule != CellRule::kLevel || levelWords == nullptr) return;
   for (const LevelWord* row = levelWords; row->stored != nullptr; ++row) {
     if (TextIs(*begin, *end, row->stored)) {

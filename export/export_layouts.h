@@ -73,5 +73,6 @@ RowTexts LoadRowTexts();
 // The text of one cell of record: *begin and *end delimit it, valid while record and texts live
 // and are unchanged. levelWords maps kLevel cells (null: the level as stored; a value the table
 // lacks is printed as stored too, so nothing is lost). A missing key reads as the empty text.
+// *hint remembers where the column's key was found in the last record (start it at -1).
 void CellText(const ExportColumn& column, const LogRecord& record, const LevelWord* levelWords,
-              const RowTexts& texts, const char** begin, const char** end);
+              const RowTexts& texts, int* hint, const char** begin, const char** end);

@@ -4,31 +4,6 @@
 #include "api/module_log.h"
 #include "platform/webutils.h"
 
-namespace {
-
-void Put(FILE* out, const char* text) { fputs_unlocked(text, out); }
-void Put(FILE* out, const std::string& text) { fwrite_unlocked(text.data(), 1, text.size(), out); }
-
-// Cell text escaped as EncodeHtml does; most cells need no escaping and are written as they are.
-void PutEscaped(FILE* out, const char* begin, const char* end) {
-  for (const char* p = begin; p != end; ++p) {
-    switch (*p) {
-      case '&':
-      case '<':
-      case '>':
-      case '"':
-      case '\'':
-        Put(out, WebUtils::EncodeHtml(std::string(begin, end), false));
-        return;
-      default:
-        break;
-    }
-  }
-  fwrite_unlocked(begin, 1, end - begin, out);
-}
-
-}  // namespace
-
 void WriteHtmlHead(FILE* out, const std::string& fileName, const char* title) {
   fprintf(out, "Content-Type: application/xxx\r\n");
   fprintf(out, "Content-Disposition:attachment; filename=\"%s\"\r\n\r\n", fileName.c_str());
@@ -44,36 +19,49 @@ void WriteHtmlHead(FILE* out, const std::string& fileName, const char* title) {
 
 HtmlRowWriter::HtmlRowWriter(FILE* out, const std::string& effectiveType,
                              const std::string& language)
-    : ExportRows(effectiveType, language), out_(out) {
-  flockfile(out_);
-}
-
-HtmlRowWriter::~HtmlRowWriter() { funlockfile(out_); }
+    : ExportRows(out, effectiveType, language) {}
 
 void HtmlRowWriter::WriteHeadings(const std::vector<std::string>& headings) {
   for (const std::string& heading : headings) {
-    Put(out_, "<th>");
-    Put(out_, heading);
-    Put(out_, "</th>");
+    Put("<th>");
+    Put(heading);
+    Put("</th>");
   }
-  Put(out_, "</tr>\n");
+  Put("</tr>\n");
+}
+
+// Cell text escaped as EncodeHtml does; most cells need no escaping and are written as they are.
+void HtmlRowWriter::PutEscaped(const char* begin, const char* end) {
+  for (const char* p = begin; p != end; ++p) {
+    switch (*p) {
+      case '&':
+      case '<':
+      case '>':
+      case '"':
+      case '\'':
+        Put(WebUtils::EncodeHtml(std::string(begin, end), false));
+        return;
+      default:
+        break;
+    }
+  }
+  Put(begin, end);
 }
 
 void HtmlRowWriter::WriteRow(const LogRecord& record) {
   const ExportLayout& rowLayout = *layout();
-  Put(out_, "<tr>");
+  Put("<tr>");
   for (int i = 0; i < rowLayout.columnCount; ++i) {
-    const ExportColumn& column = rowLayout.columns[i];
     const char* begin;
     const char* end;
-    CellText(column, record, rowLayout.htmlLevelWords, texts(), &begin, &end);
-    Put(out_, "<td align=\"");
-    Put(out_, column.align);
-    Put(out_, "\" >");
-    PutEscaped(out_, begin, end);
-    Put(out_, "</td>");
+    Cell(i, record, rowLayout.htmlLevelWords, &begin, &end);
+    Put("<td align=\"");
+    Put(rowLayout.columns[i].align);
+    Put("\" >");
+    PutEscaped(begin, end);
+    Put("</td>");
   }
-  Put(out_, "</tr>");
+  Put("</tr>");
 }
 
 void HtmlRowWriter::Finish(const std::string& effectiveType) {
@@ -82,7 +70,8 @@ void HtmlRowWriter::Finish(const std::string& effectiveType) {
   } else if (layout() == nullptr) {
     LOG_ERROR_AT(483, "No such logType: %s", effectiveType.c_str());
   }
-  Put(out_, "</table></body></html>");
+  Put("</table></body></html>");
+  Flush();
 }
 
 void WriteHtmlBody(FILE* out, const std::string& effectiveType, const std::string& language,

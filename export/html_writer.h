@@ -17,21 +17,17 @@ void WriteHtmlHead(FILE* out, const std::string& fileName, const char* title);
 // cells before the first record and one row per record in the layout of the type (cells
 // escaped, headings not), then at Finish the closing tags. With no records, or a type without
 // a layout (logged at Finish), the heading row is left open and only the closing tags follow:
-// clients of the download expect that exact short document. Holds out's stream lock while it
-// lives.
+// clients of the download expect that exact short document.
 class HtmlRowWriter : public ExportRows {
  public:
   HtmlRowWriter(FILE* out, const std::string& effectiveType, const std::string& language);
-  ~HtmlRowWriter() override;
-  HtmlRowWriter(const HtmlRowWriter&) = delete;
-  HtmlRowWriter& operator=(const HtmlRowWriter&) = delete;
   // After the last record.
   void Finish(const std::string& effectiveType);
 
  private:
   void WriteHeadings(const std::vector<std::string>& headings) override;
   void WriteRow(const LogRecord& record) override;
-  FILE* out_;
+  void PutEscaped(const char* begin, const char* end);
 };
 
 // The same for records fetched beforehand.

@@ -1,4 +1,4 @@
-// Where the platform keeps its logs, and how it shows a point in time.
+// Where the platform keeps its logs.
 #include <string.h>
 
 #include "platform/logfiles.h"
@@ -32,14 +32,6 @@ const PlainLogFile kPlainLogFiles[] = {
 };
 
 }  // namespace
-
-std::string QUORLogConvertTime1(time_t seconds) {
-  struct tm local;
-  char text[64] = "";
-  if (localtime_r(&seconds, &local) == nullptr) return std::string();
-  strftime(text, sizeof text, "%Y/%m/%d %H:%M:%S", &local);
-  return text;
-}
 
 std::string XferlogDBPathGet(const char* logType) {
   if (logType == nullptr) return std::string();

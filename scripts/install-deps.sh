@@ -17,7 +17,7 @@ for arg in "$@"; do
       # package conflicts with): ask Debian only for what is missing.
       command -v node >/dev/null || packages+=(nodejs)
       command -v npm >/dev/null || packages+=(npm) ;;
-    --bench) packages+=(libbenchmark-dev wrk) ;;
+    --bench) packages+=(libbenchmark-dev wrk libsqlite3-dev) ;;
     *) echo "install-deps.sh: unknown option $arg" >&2; exit 2 ;;
   esac
 done

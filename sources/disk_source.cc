@@ -98,19 +98,19 @@ int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts
     if (!LevelKept(search, level)) continue;
     record.Clear();
     // Counted before the time check: a row without time is counted but not shown.
-    record.Set("level", CountLevel(level, counts));
+    record.Point("level", CountLevel(level, counts));
     const char* time = columns.Field(row, kTime);
     if (time == nullptr) continue;
     const char* logtime = columns.Field(row, kLogtime);
-    long long seconds = strtoll(time, nullptr, 10);
-    if (logtime != nullptr && strtoll(logtime, nullptr, 10) < seconds) {
-      seconds = strtoll(logtime, nullptr, 10);
+    long long seconds = ReadInteger(time);
+    if (logtime != nullptr && ReadInteger(logtime) < seconds) {
+      seconds = ReadInteger(logtime);
     }
     times.Convert(static_cast<time_t>(seconds), &record.Set("time"));
     const char* container = columns.Field(row, kContainer);
-    record.Set("model", OrDash(columns.Field(row, kModel)));
-    record.Set("serial", OrDash(columns.Field(row, kSerial)));
-    record.Set("container", OrDash(container));
+    record.Point("model", OrDash(columns.Field(row, kModel)));
+    record.Point("serial", OrDash(columns.Field(row, kSerial)));
+    record.Point("container", OrDash(container));
     if (container != nullptr) {
       inThisUnit = modelLength > 0 && strncmp(container, model, modelLength) == 0;
     }

@@ -5,28 +5,47 @@
 
 #include "platform/webapi.h"
 
-std::string& LogRecord::Set(const char* key) {
-  for (int i = 0; i < count_; ++i) {
-    if (strcmp(keys_[i], key) == 0) return texts_[i];
-  }
+LogRecord::Field& LogRecord::Add(const char* key) {
   if (count_ == kMaxFields) return overflow_;
-  keys_[count_] = key;
-  std::string& text = texts_[count_++];
-  text.clear();
-  return text;
+  Field& field = fields_[count_++];
+  field.key = key;
+  return field;
 }
 
-const std::string* LogRecord::Find(const char* key) const {
-  if (key == nullptr) return nullptr;
-  for (int i = 0; i < count_; ++i) {
-    if (strcmp(keys_[i], key) == 0) return &texts_[i];
+std::string& LogRecord::Set(const char* key) {
+  Field& field = Add(key);
+  field.pointed = nullptr;
+  field.owned.clear();
+  return field.owned;
+}
+
+void LogRecord::Point(const char* key, const char* text) {
+  Add(key).pointed = text != nullptr ? text : "";
+}
+
+bool LogRecord::Find(const char* key, std::string_view* text, int* hint) const {
+  if (key == nullptr) return false;
+  if (hint != nullptr && *hint >= 0 && *hint < count_ &&
+      (fields_[*hint].key == key || strcmp(fields_[*hint].key, key) == 0)) {
+    *text = this->text(*hint);
+    return true;
   }
-  return nullptr;
+  for (int i = 0; i < count_; ++i) {
+    if (strcmp(fields_[i].key, key) == 0) {
+      if (hint != nullptr) *hint = i;
+      *text = this->text(i);
+      return true;
+    }
+  }
+  return false;
 }
 
 Json::Value LogRecord::ToJson() const {
   Json::Value object(Json::objectValue);
-  for (int i = 0; i < count_; ++i) object[keys_[i]] = texts_[i];
+  for (int i = 0; i < count_; ++i) {
+    std::string_view value = text(i);
+    object[fields_[i].key] = Json::Value(value.data(), value.data() + value.size());
+  }
   return object;
 }
 

@@ -4,30 +4,37 @@
 #include <json/value.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 // One record: texts under keys, in the order they were set. A source reuses one record row after
-// row, so its texts keep their capacity and a row costs no allocation once the first is built.
-// Keys are static texts (literals or catalogue names) that outlive the record.
+// row: texts it computes keep their capacity, and texts it takes from the current row are only
+// pointed at, so a row costs no allocation once the first is built. A sink reads the record
+// during Add and not after. Keys are static texts (literals, catalogue names) that outlive it.
 class LogRecord {
  public:
   static constexpr int kMaxFields = 12;
 
   void Clear() { count_ = 0; }
 
-  // The text of key, emptied, placed after the keys already set. A key set twice in one row
-  // keeps its first place. Beyond kMaxFields keys the extra ones share a scratch text that is
-  // never read back (no source has that many).
+  // Each key is set once per row (after Clear), in the order the record shows them.
+  // The record's own text of key, emptied, for the caller to fill.
   std::string& Set(const char* key);
   void Set(const char* key, const char* text) { Set(key).assign(text); }
   void Set(const char* key, const std::string& text) { Set(key).assign(text); }
+  // Points key at text (null reads as ""), which must stay unchanged until the record is read.
+  void Point(const char* key, const char* text);
 
-  // The text of key, or null when the row has no such key.
-  const std::string* Find(const char* key) const;
+  // The text of key into *text; false when the row has no such key. *hint, when given,
+  // remembers where the key was found, so that rows of the same shape find it at once.
+  bool Find(const char* key, std::string_view* text, int* hint = nullptr) const;
 
   int size() const { return count_; }
-  const char* key(int i) const { return keys_[i]; }
-  const std::string& text(int i) const { return texts_[i]; }
+  const char* key(int i) const { return fields_[i].key; }
+  std::string_view text(int i) const {
+    const Field& f = fields_[i];
+    return f.pointed != nullptr ? std::string_view(f.pointed) : std::string_view(f.owned);
+  }
 
   // The record as the Json object a list answer carries: every value a string.
   Json::Value ToJson() const;
@@ -36,10 +43,16 @@ class LogRecord {
   void FromJson(const Json::Value& object);
 
  private:
-  const char* keys_[kMaxFields] = {};
-  std::string texts_[kMaxFields];
+  struct Field {
+    const char* key = nullptr;
+    const char* pointed = nullptr;  // the row's text, or null for owned
+    std::string owned;
+  };
+  Field& Add(const char* key);
+
+  Field fields_[kMaxFields];
+  Field overflow_;  // where keys beyond kMaxFields go; never read back (no source has as many)
   int count_ = 0;
-  std::string overflow_;
   std::vector<std::string> ownedKeys_;  // keys taken from Json objects
 };
 

@@ -19,13 +19,22 @@ RowColumns::RowColumns(PQUORDBRESULT result, std::initializer_list<const char*> 
   for (; i < kMax; ++i) index_[i] = -1;
 }
 
-void RowColumns::Copy(QUORDBROW row, int i, std::string* text) const {
-  const char* field = Field(row, i);
-  if (field != nullptr) {
-    text->assign(field);
-  } else {
-    text->clear();
+long long ReadInteger(const char* text) {
+  while (*text == ' ' || (*text >= '\t' && *text <= '\r')) ++text;
+  bool negative = *text == '-';
+  if (*text == '-' || *text == '+') ++text;
+  unsigned long long value = 0;
+  const unsigned long long limit = negative ? 9223372036854775808ULL : 9223372036854775807ULL;
+  for (; *text >= '0' && *text <= '9'; ++text) {
+    unsigned digit = static_cast<unsigned>(*text - '0');
+    if (value > (limit - digit) / 10) {
+      value = limit;
+      while (*text >= '0' && *text <= '9') ++text;
+      break;
+    }
+    value = value * 10 + digit;
   }
+  return negative ? static_cast<long long>(0 - value) : static_cast<long long>(value);
 }
 
 void TimeTexts::Convert(time_t seconds, std::string* text) {

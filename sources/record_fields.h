@@ -22,13 +22,15 @@ class RowColumns {
   const char* Field(QUORDBROW row, int i) const {
     return QUORDBFetchFieldAt(result_, row, index_[i]);
   }
-  // The same into *text ("" when missing or NULL).
-  void Copy(QUORDBROW row, int i, std::string* text) const;
 
  private:
   PQUORDBRESULT result_;
   int index_[kMax];
 };
+
+// strtoll(text, nullptr, 10) in the C locale (leading white space, a sign, then digits; out of
+// range saturates), without the locale lookups: sources read a number on every row.
+long long ReadInteger(const char* text);
 
 // QUORLogConvertTime1(seconds) into *text, for the rows of one read. Rows often share a second,
 // so the last answer is kept and given again for the same second.

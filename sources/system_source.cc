@@ -63,12 +63,12 @@ int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* s
     int level = LevelNumber(columns.Field(row, 1));
     if (!LevelKept(search, level)) continue;
     record.Clear();
-    times.Convert(strtoll(time, nullptr, 10), &record.Set("time"));
-    record.Set("level", CountLevel(level, counts));
-    columns.Copy(row, 2, &record.Set("who"));
-    columns.Copy(row, 3, &record.Set("descr"));
-    columns.Copy(row, 4, &record.Set("orginalLogType"));
-    columns.Copy(row, 5, &record.Set("logtype"));
+    times.Convert(ReadInteger(time), &record.Set("time"));
+    record.Point("level", CountLevel(level, counts));
+    record.Point("who", columns.Field(row, 2));
+    record.Point("descr", columns.Field(row, 3));
+    record.Point("orginalLogType", columns.Field(row, 4));
+    record.Point("logtype", columns.Field(row, 5));
     sink->Add(record);
     ++sent;
   }

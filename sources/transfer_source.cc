@@ -59,17 +59,17 @@ int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink*
     const char* time = columns.Field(row, 0);
     if (time == nullptr) continue;
     record.Clear();
-    times.Convert(strtoll(time, nullptr, 10), &record.Set("time"));
-    columns.Copy(row, 1, &record.Set("ip"));
-    columns.Copy(row, 2, &record.Set("username"));
-    columns.Copy(row, 3, &record.Set("cmd"));
+    times.Convert(ReadInteger(time), &record.Set("time"));
+    record.Point("ip", columns.Field(row, 1));
+    record.Point("username", columns.Field(row, 2));
+    record.Point("cmd", columns.Field(row, 3));
     const char* size = columns.Field(row, 4);
     record.Set("filesize", FileSizeText(size != nullptr ? size : ""));
-    columns.Copy(row, 5, &record.Set("descr"));
-    columns.Copy(row, 6, &record.Set("orginalLogType"));
-    columns.Copy(row, 7, &record.Set("logtype"));
+    record.Point("descr", columns.Field(row, 5));
+    record.Point("orginalLogType", columns.Field(row, 6));
+    record.Point("logtype", columns.Field(row, 7));
     const char* isdir = columns.Field(row, 8);
-    record.Set("isdir", isdir != nullptr && strcmp(isdir, "1") == 0 ? "true" : "false");
+    record.Point("isdir", isdir != nullptr && strcmp(isdir, "1") == 0 ? "true" : "false");
     sink->Add(record);
     ++sent;
   }

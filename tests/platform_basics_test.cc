@@ -1,7 +1,9 @@
 // The reference platform's basic operations on a real temporary appliance root.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <time.h>
 
+#include "platform/logfiles.h"
 #include "platform/root.h"
 #include "platform/slibc.h"
 #include "platform/stringbundle.h"
@@ -195,4 +197,40 @@ TEST(PlatformWebApi, ResponseEnvelope) {
   response.SetSuccess(data);
   EXPECT_EQ(3, response.Envelope()["data"]["total"].asInt());
   EXPECT_TRUE(response.IsOutputEnabled());
+}
+
+// The display text of a point in time is strftime's "%Y/%m/%d %H:%M:%S" of localtime_r, in
+// whatever zone TZ names at the call, across offset changes, odd historical offsets and leap
+// seconds (the converter keeps whole local minutes between calls).
+TEST(PlatformTime, LocalTimeTextAgreesWithStrftimeAcrossZoneChanges) {
+  const char* saved = getenv("TZ");
+  std::string savedZone = saved != nullptr ? saved : "";
+  struct Span {
+    const char* zone;
+    time_t from;
+  } spans[] = {
+      {"Europe/Berlin", 1711846800 - 300},  // spring forward, 2024-03-31 01:00 UTC
+      {"Europe/Berlin", 1729990800 - 300},  // fall back, 2024-10-27 01:00 UTC
+      {"Africa/Monrovia", 63593070 - 300},  // -00:44:30 to UTC, 1972-01-07
+      {"right/UTC", 78796800 - 300 + 10},   // the leap second of 1972-06-30
+      {"America/St_Johns", 1700000000},     // a half-hour offset
+      {"UTC", -62135596800 + 30},           // year 1
+  };
+  for (const Span& span : spans) {
+    setenv("TZ", span.zone, 1);
+    tzset();
+    for (time_t t = span.from; t < span.from + 600; t += 7) {
+      struct tm local;
+      char expected[64] = "";
+      ASSERT_NE(nullptr, localtime_r(&t, &local));
+      strftime(expected, sizeof expected, "%Y/%m/%d %H:%M:%S", &local);
+      ASSERT_EQ(expected, QUORLogConvertTime1(t)) << span.zone << " " << t;
+    }
+  }
+  if (saved != nullptr) {
+    setenv("TZ", savedZone.c_str(), 1);
+  } else {
+    unsetenv("TZ");
+  }
+  tzset();
 }

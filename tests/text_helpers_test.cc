@@ -8,6 +8,7 @@
 
 #include "api/log_search.h"
 #include "catalogue/text_helpers.h"
+#include "sources/record_fields.h"
 #include "tests/support/temp_root.h"
 
 TEST(TextHelpers, KeywordContainmentIgnoresUnicodeCase) {
@@ -103,4 +104,12 @@ TEST(LogCompareOrder, TextOrderInBothDirections) {
   EXPECT_EQ(0, search.offset);
   EXPECT_EQ(0, search.limit);
   EXPECT_FALSE(search.ascending);
+}
+
+TEST(RecordFields, ReadIntegerReadsAsStrtoll) {
+  for (const char* text : {"0", "1700000000", "  \t42abc", "-17", "+5", "", "abc", "12.5",
+                           "9223372036854775807", "9223372036854775808", "-9223372036854775808",
+                           "-9223372036854775809", "99999999999999999999999", "\n-0", "- 3"}) {
+    EXPECT_EQ(strtoll(text, nullptr, 10), ReadInteger(text)) << "'" << text << "'";
+  }
 }

@@ -33,7 +33,7 @@ void ListMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
     answer["infoCount"] = result.counts.info;
     answer["warnCount"] = result.counts.warn;
     answer["errorCount"] = result.counts.error;
-    response->SetSuccess(answer);
+    response->SetSuccess(std::move(answer));
   } catch (const std::exception& e) {
     // Only memory exhaustion gets here; the call then stays unanswered (error 100).
     LOG_ERROR_AT(39, "list failed: %s", e.what());

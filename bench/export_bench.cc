@@ -1,7 +1,7 @@
 // Export of a million system-log rows as CSV and as HTML through the export method, beside the
-// bare SQLite client writing the same rows as CSV (bench/sql_timer.c). Each benchmark reports rows per second and the
-// peak resident memory of the process that did the work; run each in its own process (see
-// scripts/bench.sh) so that one's peak does not hide another's.
+// bare SQLite client writing the same rows as CSV (bench/sql_timer.c). Each benchmark reports rows
+// per second and the peak resident memory of the process that did the work; run each in its own
+// process (see scripts/bench.sh) so that one's peak does not hide another's.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sqlite3.h>

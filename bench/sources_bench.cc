@@ -150,13 +150,13 @@ Json::Value Params(const char* types, const char* keyword) {
   return params;
 }
 
-#define LIST_CASE(name, types, keyword, ...)                                                 \
-  void List##name(benchmark::State& s) { RunList(s, Params(types, keyword)); }               \
-  void Bare##name(benchmark::State& s) {                                                     \
-    RunBare(s, BareSqlite::kProject, ListSearch(types, keyword), {__VA_ARGS__}, true);       \
-  }                                                                                          \
-  void Debian##name(benchmark::State& s) {                                                   \
-    RunBare(s, BareSqlite::kDebian, ListSearch(types, keyword), {__VA_ARGS__}, true);        \
+#define LIST_CASE(name, types, keyword, ...)                                           \
+  void List##name(benchmark::State& s) { RunList(s, Params(types, keyword)); }         \
+  void Bare##name(benchmark::State& s) {                                               \
+    RunBare(s, BareSqlite::kProject, ListSearch(types, keyword), {__VA_ARGS__}, true); \
+  }                                                                                    \
+  void Debian##name(benchmark::State& s) {                                             \
+    RunBare(s, BareSqlite::kDebian, ListSearch(types, keyword), {__VA_ARGS__}, true);  \
   }
 
 LIST_CASE(FirstPage, "system", "", "system")
@@ -214,9 +214,9 @@ void SourcesTailGrepSortSmall(benchmark::State& s) { RunTailGrepSort(s, "/var/lo
 
 }  // namespace
 
-#define LIST_BENCHMARKS(name)                                                                \
-  BENCHMARK(List##name)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);         \
-  BENCHMARK(Bare##name)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(3);      \
+#define LIST_BENCHMARKS(name)                                                           \
+  BENCHMARK(List##name)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);    \
+  BENCHMARK(Bare##name)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(3); \
   BENCHMARK(Debian##name)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(3);
 
 LIST_BENCHMARKS(FirstPage)

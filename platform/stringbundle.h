@@ -4,9 +4,10 @@
 #include <memory>
 
 // A read-only view of up to six sections of the platform's localized texts. The texts of the
-// bundle's language (the key "language" of "/etc/quor.conf", default "en") are loaded from
-// "/usr/quor/quorman/webman/texts/<language>/strings" on first use; English fills keys that
-// the language lacks. Safe to use from several threads at once.
+// bundle's language (the key "language" of "/etc/quor.conf", default "en") come from
+// "/usr/quor/quorman/webman/texts/<language>/strings", parsed once per process and again when
+// the file (or the appliance root) changes; English fills keys that the language lacks. Safe to
+// use from several threads at once.
 class StringBundle {
  public:
   // The sections to search, in order; the list ends at the first null.

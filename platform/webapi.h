@@ -63,6 +63,7 @@ class APIRequest {
 class APIResponse {
  public:
   void SetSuccess(const Json::Value& data = Json::Value());
+  void SetSuccess(Json::Value&& data);  // takes a large answer without copying it
   void SetError(int code, const Json::Value& errors = Json::Value());
   void SetEnableOutput(bool enable) {
     bool switchingOff = outputEnabled_ && !enable;

@@ -7,7 +7,7 @@
 #include "key_value_file.h"
 #include "platform/root.h"
 #include "platform/stringbundle.h"
-#include "texts_file.h"
+#include "texts_cache.h"
 
 namespace {
 
@@ -36,18 +36,24 @@ bool IsSafeLanguage(const std::string& language) {
 
 struct StringBundle::Impl {
   std::vector<std::string> sections;
-  std::mutex mutex;  // guards languages
+  std::mutex mutex;  // guards the members below
   std::string ownLanguage;
-  std::map<std::string, TextSections> languages;  // loaded on first use, then read-only
+  // The texts last seen per language. Versions replaced by a changed file are kept in retired,
+  // so the pointers the bundle handed out stay valid as long as the bundle.
+  std::map<std::string, std::shared_ptr<const TextSections>> languages;
+  std::vector<std::shared_ptr<const TextSections>> retired;
 
   const TextSections& Load(const std::string& language) {
-    auto it = languages.find(language);
-    if (it != languages.end()) return it->second;
-    TextSections texts;
-    if (IsSafeLanguage(language)) {
-      ReadTextsFile(QuorResolvePath(kTextsDir + language + "/strings"), &texts);
+    static const TextSections kNone;
+    if (!IsSafeLanguage(language)) return kNone;
+    std::shared_ptr<const TextSections> texts =
+        CachedTextsFile(QuorResolvePath(kTextsDir + language + "/strings"));
+    std::shared_ptr<const TextSections>& current = languages[language];
+    if (current != texts) {
+      if (current != nullptr) retired.push_back(std::move(current));
+      current = std::move(texts);
     }
-    return languages.emplace(language, std::move(texts)).first->second;
+    return *current;
   }
 
   const char* Find(const TextSections& texts, const char* key) const {
@@ -77,7 +83,7 @@ const char* StringBundle::Text(const char* key, const char* language) {
   std::lock_guard<std::mutex> lock(impl_->mutex);
   if (impl_->ownLanguage.empty()) impl_->ownLanguage = ConfiguredLanguage();
   std::string wanted = language != nullptr && language[0] != '\0' ? language : impl_->ownLanguage;
-  // Entries of the map never move, so the returned pointers outlive the lock.
+  // Texts are kept for the bundle's life (current or retired), so the pointers outlive the lock.
   if (const char* text = impl_->Find(impl_->Load(wanted), key)) return text;
   if (wanted != kDefaultLanguage) {
     if (const char* text = impl_->Find(impl_->Load(kDefaultLanguage), key)) return text;

@@ -55,6 +55,13 @@ void APIResponse::SetSuccess(const Json::Value& data) {
   errors_ = Json::Value();
 }
 
+void APIResponse::SetSuccess(Json::Value&& data) {
+  answered_ = true;
+  errorCode_ = 0;
+  data_ = std::move(data);
+  errors_ = Json::Value();
+}
+
 void APIResponse::SetError(int code, const Json::Value& errors) {
   answered_ = true;
   errorCode_ = code;

@@ -44,7 +44,13 @@ Json::Value LogRecord::ToJson() const {
   Json::Value object(Json::objectValue);
   for (int i = 0; i < count_; ++i) {
     std::string_view value = text(i);
-    object[fields_[i].key] = Json::Value(value.data(), value.data() + value.size());
+    Json::Value member(value.data(), value.data() + value.size());
+    // Static keys are taken by reference, saving a copy of each key in each record.
+    if (keysStatic_) {
+      object[Json::StaticString(fields_[i].key)] = std::move(member);
+    } else {
+      object[fields_[i].key] = std::move(member);
+    }
   }
   return object;
 }
@@ -53,6 +59,7 @@ void LogRecord::FromJson(const Json::Value& object) {
   Clear();
   if (!object.isObject()) return;
   ownedKeys_ = object.getMemberNames();
+  keysStatic_ = false;
   for (const std::string& key : ownedKeys_) {
     Set(key.c_str()) = QUOR::WebAPIUtil::ToText(object[key]);
   }

@@ -15,7 +15,10 @@ class LogRecord {
  public:
   static constexpr int kMaxFields = 12;
 
-  void Clear() { count_ = 0; }
+  void Clear() {
+    count_ = 0;
+    keysStatic_ = true;
+  }
 
   // Each key is set once per row (after Clear), in the order the record shows them.
   // The record's own text of key, emptied, for the caller to fill.
@@ -54,6 +57,7 @@ class LogRecord {
   Field overflow_;  // where keys beyond kMaxFields go; never read back (no source has as many)
   int count_ = 0;
   std::vector<std::string> ownedKeys_;  // keys taken from Json objects
+  bool keysStatic_ = true;              // false while keys point into ownedKeys_
 };
 
 // Where a source sends its records, in result order.

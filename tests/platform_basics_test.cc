@@ -133,6 +133,17 @@ TEST(PlatformStringBundle, SectionsLanguageAndFallback) {
   EXPECT_STREQ("Systém", first.Text("log_link_system", ""));
   // Keys the language lacks come from English.
   EXPECT_STREQ("IP address", first.Text("pppoe_IP", nullptr));
+
+  // A bundle that lives across requests sees the file change; what it handed out before stays
+  // readable.
+  const char* before = first.Text("log_link_system", "");
+  root.Write("/usr/quor/quorman/webman/texts/de/strings",
+             "[log]\nlog_link_system=\"System neu\"\n");
+  EXPECT_STREQ("System neu", first.Text("log_link_system", ""));
+  EXPECT_STREQ("Systém", before);
+  // Another appliance root is another file.
+  TempRoot other;
+  EXPECT_STREQ("System", StringBundle("log").Text("log_link_system", "en"));
 }
 
 TEST(PlatformWebApi, ParameterKindsAndConversions) {

@@ -3,6 +3,7 @@
 // the web-API server under wrk.
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <string>
@@ -53,6 +54,8 @@ void BM_ListInProcess(benchmark::State& state) {
   params["limit"] = 50;
   params["offset"] = 0;
   int64_t total = 0;
+  struct rusage before, after;
+  getrusage(RUSAGE_SELF, &before);
   for (auto _ : state) {
     QUOR::APIRequest request(params, "admin", "en");
     QUOR::APIResponse response;
@@ -62,7 +65,10 @@ void BM_ListInProcess(benchmark::State& state) {
   }
   state.counters["calls_per_s"] =
       benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+  getrusage(RUSAGE_SELF, &after);
   state.counters["total"] = static_cast<double>(total);
+  state.counters["faults_per_call"] =
+      static_cast<double>(after.ru_minflt - before.ru_minflt) / state.iterations();
 }
 
 // The two statements of that call (the page and the count over the ordered select) run by the

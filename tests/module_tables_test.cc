@@ -1,6 +1,7 @@
 // The built module as the server sees it: its dynamic symbols and the tables it exports.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <stdio.h>
 
 #include <set>
@@ -73,4 +74,33 @@ TEST(ModuleLibrary, TablesWalkToTheirTerminators) {
   ASSERT_NE(nullptr, convert);
   EXPECT_EQ(10u, std::string(convert(86400 * 365)).size());
   dlclose(module);
+}
+
+// Every program of the project holds one SQLite, the pinned one inside the platform library:
+// two copies in one process would not see each other's file locks.
+TEST(ModuleLibrary, OneSqliteInEveryProcess) {
+  auto Output = [](const std::string& command) {
+    std::string text;
+    FILE* pipe = popen(command.c_str(), "r");
+    char line[512];
+    while (pipe != nullptr && fgets(line, sizeof line, pipe) != nullptr) text += line;
+    if (pipe != nullptr) pclose(pipe);
+    return text;
+  };
+  const std::string platform = QUOR_BUILD_DIR "/lib/libquorplatform.so";
+  EXPECT_NE(std::string::npos,
+            Output("nm -D --defined-only '" + platform + "'").find(" T sqlite3_step"));
+  for (const std::string& binary :
+       {std::string(QUOR_MODULE_PATH), std::string(QUOR_BUILD_DIR "/bin/quor-webapi"),
+        std::string(QUOR_BUILD_DIR "/bin/quor-logdemo"),
+        std::string(QUOR_BUILD_DIR "/bin/unit_tests"), platform}) {
+    SCOPED_TRACE(binary);
+    EXPECT_EQ(std::string::npos, Output("ldd '" + binary + "'").find("libsqlite3"));
+    if (binary != platform) {
+      EXPECT_EQ(std::string::npos,
+                Output("nm --defined-only '" + binary + "' 2>/dev/null").find(" sqlite3_step"));
+    }
+  }
+  EXPECT_STREQ(SQLITE_VERSION, sqlite3_libversion());
+  EXPECT_GE(sqlite3_libversion_number(), 3050000);
 }

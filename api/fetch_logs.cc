@@ -5,15 +5,18 @@
 #include <cstring>
 
 #include "api/module_log.h"
+#include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
 #include "catalogue/type_lists.h"
 #include "sources/log_sources.h"
+#include "sources/record_fields.h"
 
 namespace {
 
-// Level names to digits: "info" 1, "warning" 2, "err" 3. An unknown name adds nothing but keeps
-// its separator ("info,warn" gives "1,"): clients have always sent such lists and get the same
-// filter as before. A list with nothing recognised means every level.
+// Level names to digits (the level table's search names: "info" 1, "warning" 2, "err" 3). An
+// unknown name adds nothing but keeps its separator ("info,warn" gives "1,"): clients have always
+// sent such lists and get the same filter as before. A list with nothing recognised means every
+// level.
 std::string LevelDigits(const std::string& levels) {
   std::string digits;
   SzList items(SLIBCSzListAlloc(256));
@@ -22,12 +25,8 @@ std::string LevelDigits(const std::string& levels) {
   } else if (int pieces = SLIBCStrSep(levels.c_str(), ",", SzListSlot(&items)); pieces > 0) {
     for (int i = 0; i < items->nItem; ++i) {
       const char* item = items->pszItem[i];
-      if (strcmp(item, "info") == 0) {
-        digits += "1";
-      } else if (strcmp(item, "warning") == 0) {
-        digits += "2";
-      } else if (strcmp(item, "err") == 0) {
-        digits += "3";
+      for (const LogLevel* level = kLogLevels; level->number != 0; ++level) {
+        if (strcmp(item, level->searchName) == 0) digits += static_cast<char>('0' + level->number);
       }
       if (i + 1 < items->nItem) digits += ",";
     }
@@ -38,7 +37,6 @@ std::string LevelDigits(const std::string& levels) {
 // Sorts every matching line of a plain-text log, then sends the requested page and counts its
 // levels. Offset and limit are taken as unsigned, so a negative offset selects nothing.
 int FetchPlainPage(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
-  const std::string logtype = search->logtype;
   std::vector<Json::Value> all;
   FetchPlainLogs(*search, &all);
   if (!all.empty()) std::sort(all.begin(), all.end(), LogCompare(search->sort, search->ascending));
@@ -51,19 +49,14 @@ int FetchPlainPage(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
   if (!((limit != 0 && end <= offset) || n <= offset)) {
     for (uint64_t i = offset; i < n && (limit == 0 || i < end); ++i) {
       const Json::Value* level = all[i].find("level", "level" + 5);
-      std::string text = level != nullptr && level->isString() ? level->asString() : "";
-      if (text == "err") {
-        ++counts->error;
-      } else if (text == "warn") {
-        ++counts->warn;
-      } else {
-        ++counts->info;
-      }
+      const LogLevel* known = level != nullptr && level->isString()
+                                  ? LogLevelByRecordWord(level->asCString())
+                                  : nullptr;
+      CountLevel(known != nullptr ? known->number : 1, counts);
       record.FromJson(all[i]);
       sink->Add(record);
     }
   }
-  search->logtype = logtype;
   return static_cast<int>(n);
 }
 

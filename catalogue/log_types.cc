@@ -1,10 +1,11 @@
 // The log-type catalogue and its class lists.
 #include "catalogue/log_types.h"
 
+#include <string.h>
 #include <strings.h>
 
 // Ids repeat across rows (7 and 15) and "connection" names ".QUORSYSDB" as its store: both are
-// kept as the rest of the platform knows them; no source takes a database path from storeFile.
+// kept as the rest of the platform knows them; database paths come from LogDatabaseFile.
 const LogTypeEntry kLogTypes[kLogTypeCount + 1] = {
     {1, "system", ".QUORSYSDB", "syslog", "log_link_system"},
     {3, "connection", ".QUORSYSDB", "connectlog", "log_link_connection"},
@@ -41,6 +42,22 @@ bool IsInList(const char* name, const char* const* list) {
     if (strcasecmp(name, *list) == 0) return true;
   }
   return false;
+}
+
+const char* LogDatabaseFile(const char* name) {
+  static const struct {
+    const char* name;
+    const char* path;
+  } kDatabases[] = {
+      {"system", "/var/log/quorlog/.QUORSYSDB"},
+      {"connection", "/var/log/quorlog/.QUORCONNDB"},
+      {"netbkplog", "/var/log/quorlog/.QUORNETBKPDB"},
+      {"disk", "/var/log/quorlog/.QUORDISKDB"},
+  };
+  for (const auto& db : kDatabases) {
+    if (name != nullptr && strcmp(name, db.name) == 0) return db.path;
+  }
+  return nullptr;
 }
 
 bool IsDbLogType(const char* name) { return IsInList(name, kDatabaseLogTypes); }

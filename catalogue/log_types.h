@@ -34,6 +34,10 @@ bool IsXferLogType(const char* name);
 bool IsDiskLogType(const char* name);
 bool IsPlainLogType(const char* name);
 
+// The fixed path of the database of a system-class or disk log type (exact name), or null for
+// any other name (transfer databases come from the platform's XferlogDBPathGet).
+const char* LogDatabaseFile(const char* name);
+
 // The key of an export's title: "log_xfer" for a transfer type, else the row's textKey;
 // "log_link_system" when no row matches.
 std::string GetLogTypeTextKey(const std::string& name);

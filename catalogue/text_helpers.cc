@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "api/module_log.h"
+#include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
 #include "platform/slibc.h"
 
@@ -25,10 +26,8 @@ bool ContainsKeyword(const std::string& text, const std::string& keyword) {
 }
 
 int LevelNumber(const char* levelText) {
-  if (levelText == nullptr) return 1;
-  if (strcmp(levelText, "err") == 0) return 3;
-  if (strcmp(levelText, "warning") == 0) return 2;
-  return 1;
+  const LogLevel* level = LogLevelByStored(levelText);
+  return level != nullptr ? level->number : 1;
 }
 
 const char* LogConvertTime(long seconds) {

@@ -1,6 +1,5 @@
 // The clear method: empties the log databases a request names, recording an event and an
 // activity entry for each.
-#include <memory>
 #include <string>
 
 #include "api/methods.h"
@@ -49,11 +48,8 @@ bool IsClearable(const char* logType) {
 }
 
 std::string DatabasePath(const std::string& logType) {
-  if (logType == "system") return "/var/log/quorlog/.QUORSYSDB";
-  if (logType == "connection") return "/var/log/quorlog/.QUORCONNDB";
-  if (logType == "netbkplog") return "/var/log/quorlog/.QUORNETBKPDB";
-  if (logType == "disk") return "/var/log/quorlog/.QUORDISKDB";
-  return XferlogDBPathGet(logType.c_str());
+  const char* file = LogDatabaseFile(logType.c_str());
+  return file != nullptr ? file : XferlogDBPathGet(logType.c_str());
 }
 
 // Empties the type's database and records the platform event. Failures are logged only: the
@@ -62,17 +58,16 @@ void EmptyDatabase(const std::string& logType) {
   StringBundle bundle("log");
   const LogTypeEntry* entry = FindLogTypeEntry(logType);
   std::string displayName = entry != nullptr ? bundle.Text(entry->textKey, "") : "";
-  PQUORDB db = QUORDBConnect(0, 0, 0, DatabasePath(logType).c_str());
+  QuorDbHandle db(QUORDBConnect(0, 0, 0, DatabasePath(logType).c_str()));
   if (db == nullptr) {
     LOG_ERROR_AT(67, "Failed to connect to database");
     return;
   }
-  if (QUORDBExecute(db, "DELETE FROM logs", nullptr) == -1) {
-    LOG_ERROR_AT(71, "Failed to exec database command. (%s)", QUORDBErrorGet(db));
+  if (QUORDBExecute(db.get(), "DELETE FROM logs", nullptr) == -1) {
+    LOG_ERROR_AT(71, "Failed to exec database command. (%s)", QUORDBErrorGet(db.get()));
   } else {
     QUORLogSet1(2, 1, kLogClearedEvent, displayName.c_str(), "", "", "");
   }
-  QUORDBClose(db);
 }
 
 }  // namespace
@@ -89,7 +84,7 @@ void ClearMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
       response->SetError(5001, Json::Value());
       return;
     }
-    std::unique_ptr<SLIBSZLIST, void (*)(PSLIBSZLIST)> list(items, SLIBCSzListFree);
+    SzList list(items);
     Logger activity;
     for (int i = 0; i < list->nItem; ++i) {
       const char* logType = SLIBCSzListGet(list.get(), i);

@@ -52,7 +52,7 @@ void CsvRowWriter::WriteRow(const LogRecord& record) {
   for (int i = 0; i < rowLayout.columnCount; ++i) {
     const char* begin;
     const char* end;
-    Cell(i, record, rowLayout.csvLevelWords, &begin, &end);
+    Cell(i, record, rowLayout.csvLevels, &begin, &end);
     if (i + 1 < rowLayout.columnCount) {
       Put(begin, end);
       Put(',');

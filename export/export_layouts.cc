@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "api/bundles.h"
+#include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
 #include "catalogue/type_lists.h"
 #include "platform/webapi.h"
@@ -15,13 +16,6 @@ const char kCenter[] = "center";
 const char kLeft[] = "left";
 const char kRight[] = "right";
 const char kLanguageTextsDir[] = "/usr/quor/quorman/webman/modules/Vellum/texts/";
-
-// The syslog layout keys "warning" while the others key "warn": the stores they read spell the
-// level differently.
-const LevelWord kSyslogLevelWords[] = {
-    {"err", "Error"}, {"info", "Information"}, {"warning", "Warning"}, {nullptr, nullptr}};
-const LevelWord kLevelWords[] = {
-    {"err", "Error"}, {"info", "Information"}, {"warn", "Warning"}, {nullptr, nullptr}};
 
 const ExportColumn kSyslogColumns[] = {
     {"attr_date", "ldate", CellRule::kField, kCenter},
@@ -89,18 +83,19 @@ void PointAt(const char* text, const char** begin, const char** end) {
 
 }  // namespace
 
-const ExportLayout kSyslogLayout = {"syslog",          HeadingSource::kLanguageFile,
-                                    kSyslogColumns,    Count(kSyslogColumns),
-                                    kSyslogLevelWords, nullptr};
-const ExportLayout kGeneralLayout = {"general",       HeadingSource::kModuleBundle,
-                                     kGeneralColumns, Count(kGeneralColumns),
-                                     kLevelWords,     kLevelWords};
-const ExportLayout kTransferLayout = {"transfer",       HeadingSource::kModuleBundle,
-                                      kTransferColumns, Count(kTransferColumns),
-                                      kLevelWords,      kLevelWords};
-const ExportLayout kDiskLayout = {"disk",       HeadingSource::kDiskBundle,
-                                  kDiskColumns, Count(kDiskColumns),
-                                  kLevelWords,  kLevelWords};
+// The syslog layout reads the stores' spelling of levels ("warning"), the others the records'
+// ("warn"); the syslog CSV prints the level as it is.
+const ExportLayout kSyslogLayout = {HeadingSource::kLanguageFile, kSyslogColumns,
+                                    Count(kSyslogColumns), LevelWords::kFromStored,
+                                    LevelWords::kAsIs};
+const ExportLayout kGeneralLayout = {HeadingSource::kModuleBundle, kGeneralColumns,
+                                     Count(kGeneralColumns), LevelWords::kFromRecord,
+                                     LevelWords::kFromRecord};
+const ExportLayout kTransferLayout = {HeadingSource::kModuleBundle, kTransferColumns,
+                                      Count(kTransferColumns), LevelWords::kFromRecord,
+                                      LevelWords::kFromRecord};
+const ExportLayout kDiskLayout = {HeadingSource::kDiskBundle, kDiskColumns, Count(kDiskColumns),
+                                  LevelWords::kFromRecord, LevelWords::kFromRecord};
 
 std::string EffectiveLogType(const std::string& logtype) {
   return MapCategoriesToLogTypes(GetFirstLogType(logtype));
@@ -145,7 +140,7 @@ RowTexts LoadRowTexts() {
   return texts;
 }
 
-void CellText(const ExportColumn& column, const LogRecord& record, const LevelWord* levelWords,
+void CellText(const ExportColumn& column, const LogRecord& record, LevelWords levelWords,
               const RowTexts& texts, int* hint, const char** begin, const char** end) {
   if (column.rule == CellRule::kFolderOrFile || column.rule == CellRule::kSizeOrNA) {
     MemberText(record, "isdir", nullptr, begin, end);
@@ -162,11 +157,14 @@ void CellText(const ExportColumn& column, const LogRecord& record, const LevelWo
     }
   }
   MemberText(record, column.recordKey, hint, begin, end);
-  if (column.rule != CellRule::kLevel || levelWords == nullptr) return;
-  for (const LevelWord* row = levelWords; row->stored != nullptr; ++row) {
-    if (TextIs(*begin, *end, row->stored)) {
-      PointAt(row->word, begin, end);
-      return;
-    }
-  }
+  if (column.rule != CellRule::kLevel || levelWords == LevelWords::kAsIs) return;
+  // Level texts are short: compare them as NUL-ended texts only when they hold no NUL.
+  std::string_view text(*begin, *end - *begin);
+  if (text.size() > 16 || text.find('\0') != std::string_view::npos) return;
+  char word[17];
+  memcpy(word, *begin, text.size());
+  word[text.size()] = '\0';
+  const LogLevel* level =
+      levelWords == LevelWords::kFromStored ? LogLevelByStored(word) : LogLevelByRecordWord(word);
+  if (level != nullptr) PointAt(level->exportWord, begin, end);
 }

@@ -32,18 +32,16 @@ struct ExportColumn {
   const char* align;  // alignment word of the HTML cell
 };
 
-struct LevelWord {
-  const char* stored;
-  const char* word;
-};
+// How a layout's kLevel cells read the record's level: as it is, or through the level table's
+// export words, from the stores' spelling ("warning") or the records' ("warn").
+enum class LevelWords { kAsIs, kFromStored, kFromRecord };
 
 struct ExportLayout {
-  const char* name;
   HeadingSource headings;
   const ExportColumn* columns;
   int columnCount;
-  const LevelWord* htmlLevelWords;  // ended by a null row
-  const LevelWord* csvLevelWords;   // null: the CSV prints the level as stored
+  LevelWords htmlLevels;
+  LevelWords csvLevels;
 };
 
 extern const ExportLayout kSyslogLayout;
@@ -71,8 +69,8 @@ struct RowTexts {
 RowTexts LoadRowTexts();
 
 // The text of one cell of record: *begin and *end delimit it, valid while record and texts live
-// and are unchanged. levelWords maps kLevel cells (null: the level as stored; a value the table
-// lacks is printed as stored too, so nothing is lost). A missing key reads as the empty text.
+// and are unchanged. levelWords maps kLevel cells (a value the level table lacks is printed as
+// it is, so nothing is lost). A missing key reads as the empty text.
 // *hint remembers where the column's key was found in the last record (start it at -1).
-void CellText(const ExportColumn& column, const LogRecord& record, const LevelWord* levelWords,
+void CellText(const ExportColumn& column, const LogRecord& record, LevelWords levelWords,
               const RowTexts& texts, int* hint, const char** begin, const char** end);

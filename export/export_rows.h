@@ -31,7 +31,7 @@ class ExportRows : public RecordSink {
   const ExportLayout* layout() const { return layout_; }
   const RowTexts& texts() const { return texts_; }
   // The text of column i of record (see CellText).
-  void Cell(int i, const LogRecord& record, const LevelWord* levelWords, const char** begin,
+  void Cell(int i, const LogRecord& record, LevelWords levelWords, const char** begin,
             const char** end) {
     CellText(layout_->columns[i], record, levelWords, texts_, &hints_[i], begin, end);
   }

@@ -54,7 +54,7 @@ void HtmlRowWriter::WriteRow(const LogRecord& record) {
   for (int i = 0; i < rowLayout.columnCount; ++i) {
     const char* begin;
     const char* end;
-    Cell(i, record, rowLayout.htmlLevelWords, &begin, &end);
+    Cell(i, record, rowLayout.htmlLevels, &begin, &end);
     Put("<td align=\"");
     Put(rowLayout.columns[i].align);
     Put("\" >");

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "api/module_log.h"
+#include "catalogue/log_types.h"
 #include "catalogue/text_helpers.h"
 #include "platform/disk.h"
 #include "platform/logfiles.h"
@@ -15,7 +16,6 @@ namespace {
 
 namespace Disk = QUOR::SDS::STORAGE_MANAGER::Disk;
 
-const char kDiskDatabase[] = "/var/log/quorlog/.QUORDISKDB";
 const char kInfoFile[] = "/etc.defaults/quorinfo.conf";
 const char kModelKey[] = "upnpmodelname";
 const char* const kSortColumns[] = {"level",     "time", "model", "serial",
@@ -61,7 +61,7 @@ int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts
   std::string clause = KeywordClause(search.keyword) + " AND SHOW = 1" + DateBounds(search);
   if (!CheckSortField(search.sort, kSortColumns)) return -1;
   std::string sql = " SELECT * FROM logs " + clause;
-  std::string path = QuorResolvePath(kDiskDatabase);
+  std::string path = QuorResolvePath(LogDatabaseFile("disk"));
   if (!SLIBCFileExist(path.c_str())) {
     LOG_DEBUG_AT(66, "%s is not exist. (%s is not enable?)", path.c_str(), search.logtype.c_str());
     return 0;

@@ -1,6 +1,7 @@
 // Small conversions shared by the sources when they turn rows and lines into records.
 #include "sources/record_fields.h"
 
+#include "catalogue/log_levels.h"
 #include "catalogue/text_helpers.h"
 #include "platform/logfiles.h"
 
@@ -78,14 +79,10 @@ bool LevelKept(const LogSearch& search, int level) {
 }
 
 const char* CountLevel(int level, LevelCounts* counts) {
-  if (level == 3) {
-    ++counts->error;
-    return "err";
-  }
-  if (level == 2) {
-    ++counts->warn;
-    return "warn";
-  }
-  ++counts->info;
-  return "info";
+  const LogLevel& row = LogLevelOf(level);
+  int32_t* counter = row.number == 3   ? &counts->error
+                     : row.number == 2 ? &counts->warn
+                                       : &counts->info;
+  ++*counter;
+  return row.recordWord;
 }

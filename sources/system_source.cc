@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "api/module_log.h"
+#include "catalogue/log_types.h"
 #include "catalogue/text_helpers.h"
 #include "platform/logfiles.h"
 #include "platform/root.h"
@@ -17,18 +18,8 @@ const char* const kSortColumns[] = {"time", "level", "username", "msg", nullptr}
 // The database of a system-class log type (exact name), resolved under the appliance root;
 // the empty text for any other name.
 std::string DatabasePath(const char* name) {
-  static const struct {
-    const char* name;
-    const char* path;
-  } kDatabases[] = {
-      {"system", "/var/log/quorlog/.QUORSYSDB"},
-      {"connection", "/var/log/quorlog/.QUORCONNDB"},
-      {"netbkplog", "/var/log/quorlog/.QUORNETBKPDB"},
-  };
-  for (const auto& db : kDatabases) {
-    if (strcmp(name, db.name) == 0) return QuorResolvePath(db.path);
-  }
-  return std::string();
+  const char* file = IsInList(name, kDatabaseLogTypes) ? LogDatabaseFile(name) : nullptr;
+  return file != nullptr ? QuorResolvePath(file) : std::string();
 }
 
 }  // namespace

@@ -118,7 +118,7 @@ TEST_F(Dispatcher, RoutesEachClassToItsSource) {
 
   LogSearch backup = Search("backup");
   EXPECT_EQ(5, Fetch(&backup));
-  EXPECT_EQ("bkplog", backup.logtype);  // mapped, and restored after the plain-text path
+  EXPECT_EQ("bkplog", backup.logtype);  // the category word mapped
   EXPECT_EQ("anna", results_[0]["who"].asString());
 }
 

@@ -19,9 +19,10 @@ std::string XferlogDBPathGet(const char* logType);
 // Returns 0, or -1 when the id has no file or the path does not fit.
 int QUORLogFilePathGet(int logId, char* buffer, size_t size);
 
-// Reads the last lines of an open file, newest first, at most maxLines of them. *lines gets a
-// malloc'ed array of *count malloc'ed lines without their line ends; the caller frees each
-// line and the array (also after a failure). Reads from the end in large blocks, so the cost
-// follows the lines returned, not the file's size. Returns *count (0 or more), or -1 on a read
-// failure.
+// Reads the last lines of an open regular file, newest first, at most maxLines of them. *lines
+// gets a malloc'ed array of *count malloc'ed lines without their line ends; the caller frees
+// each line and the array (also after a failure). A line longer than 64 KiB is cut to its first
+// 64 KiB. Reads from the end in large blocks and steps over the holes of sparse files unread, so
+// the cost follows the bytes of the lines returned, not the file's size. Returns *count (0 or
+// more), or -1 on a read failure or a file that is not a regular file.
 int readfileinreverse(FILE* file, char*** lines, int* count, int maxLines);

@@ -1,7 +1,11 @@
 // The backup services' plain-text logs: the last lines of one file, filtered in memory.
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <memory>
 
 #include "api/module_log.h"
 #include "catalogue/log_types.h"
@@ -78,6 +82,27 @@ void AddLine(char* line, const LogSearch& search, const LineFilter& filter,
   records->push_back(std::move(record));
 }
 
+// The file at path opened for reading, or null when it is missing or not a regular file: a FIFO,
+// a directory or a device is treated as missing, and opening it never waits for a writer.
+FILE* OpenRegularFile(const char* path) {
+  int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  struct stat st;
+  FILE* file = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) ? fdopen(fd, "r") : nullptr;
+  if (file == nullptr) close(fd);
+  return file;
+}
+
+// The lines readfileinreverse hands over, freed with their array on every path.
+struct ReadLines {
+  char** lines = nullptr;
+  int count = 0;
+  ~ReadLines() {
+    for (int i = 0; i < count; ++i) free(lines[i]);
+    free(lines);
+  }
+};
+
 }  // namespace
 
 void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records) {
@@ -97,18 +122,14 @@ void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records) 
   filter.from = DateBound(search.date_from);
   filter.to = DateBound(search.date_to);
 
-  FILE* file = fopen(path, "r");
+  std::unique_ptr<FILE, int (*)(FILE*)> file(OpenRegularFile(path), fclose);
   if (file == nullptr) return;
-  char** lines = nullptr;
-  int count = 0;
-  if (readfileinreverse(file, &lines, &count, kMaxLines) < 0) {
+  ReadLines lines;
+  if (readfileinreverse(file.get(), &lines.lines, &lines.count, kMaxLines) < 0) {
     LOG_ERROR_AT(105, "Read %s inversely failed.", path);
   } else {
-    for (int i = 0; i < count; ++i) {
-      if (lines[i] != nullptr) AddLine(lines[i], search, filter, records);
+    for (int i = 0; i < lines.count; ++i) {
+      if (lines.lines[i] != nullptr) AddLine(lines.lines[i], search, filter, records);
     }
   }
-  for (int i = 0; i < count; ++i) free(lines[i]);
-  free(lines);
-  fclose(file);
 }

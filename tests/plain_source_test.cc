@@ -1,5 +1,7 @@
 // The plain-text backup-log source and the reverse line reader, on real files.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <stdlib.h>
 
@@ -61,12 +63,44 @@ TEST(ReverseReader, LastLinesNewestFirst) {
   ASSERT_EQ(50002u, all.size());
   EXPECT_EQ("line 49999", all[0]);
   EXPECT_EQ("line 0", all[49999]);
-  EXPECT_EQ(big, all[50000]);
+  EXPECT_EQ(big.substr(0, 64 * 1024), all[50000]);  // cut to its first 64 KiB
   EXPECT_EQ("first", all[50001]);
-  // A directory opens but cannot be read.
+  // A directory opens but is not a regular file.
   ASSERT_TRUE(MakeDirs(root.At("/tmp/dir")));
   ReadBack(root.At("/tmp/dir"), 10, &rc);
   EXPECT_EQ(-1, rc);
+}
+
+// Regions without line ends cost their bytes once, holes of sparse files are stepped over, and
+// lines on either side keep their texts: a long line keeps its first 64 KiB, where its fields are.
+TEST(ReverseReader, NulRegionsHolesAndOverlongLines) {
+  TempRoot root;
+  int rc = 0;
+  std::string path = root.At("/tmp/f");
+  std::string nuls(40 << 20, '\0');
+  ASSERT_TRUE(WriteTextFile(path, "early\nhead" + nuls + "tail\nlast\n"));
+  V lines = ReadBack(path, 100, &rc);
+  ASSERT_EQ(3u, lines.size());
+  EXPECT_EQ("last", lines[0]);
+  EXPECT_EQ("head", lines[1]);  // the NULs end the C text of the cut line
+  EXPECT_EQ("early", lines[2]);
+
+  // 3 GiB of hole between two regions of lines: read in no time, and nothing between them.
+  {
+    FILE* file = fopen(path.c_str(), "w");
+    ASSERT_NE(nullptr, file);
+    fputs("before 1\nbefore 2\nstart-of-hole", file);
+    ASSERT_EQ(0, fseeko(file, 3LL << 30, SEEK_CUR));
+    fputs("end-of-hole\nafter 1\nafter 2\n", file);
+    fclose(file);
+  }
+  lines = ReadBack(path, 100, &rc);
+  EXPECT_EQ((V{"after 2", "after 1", "start-of-hole", "before 2", "before 1"}), lines);
+  EXPECT_EQ(2u, ReadBack(path, 2, &rc).size());
+  // A file that is all hole is one empty-looking line.
+  ASSERT_EQ(0, truncate(path.c_str(), 0));
+  ASSERT_EQ(0, truncate(path.c_str(), 2LL << 30));
+  EXPECT_EQ(V{""}, ReadBack(path, 100, &rc));
 }
 
 TEST(LogLocations, PathsAndTimes) {
@@ -174,11 +208,15 @@ TEST(PlainSource, TailLimitAndQuietFailures) {
   EXPECT_TRUE(Fetch(SourceSearch("nonsense")).empty());
   EXPECT_TRUE(log.lines().empty()) << log.Dump();
 
+  // Paths that are not regular files are missing logs, and a FIFO without a writer does not
+  // hold the request.
   ASSERT_TRUE(MakeDirs(root.At("/var/log/quorbackup_server.log")));
   EXPECT_TRUE(Fetch(SourceSearch("bkpserverlog")).empty());
-  EXPECT_TRUE(
-      log.Has(LOG_ERR, "Read " + root.At("/var/log/quorbackup_server.log") + " inversely failed."))
-      << log.Dump();
+  ASSERT_EQ(0, mkfifo(root.At("/var/log/quorcopy.log.fifo").c_str(), 0600));
+  ASSERT_EQ(0, rename(root.At("/var/log/quorcopy.log.fifo").c_str(),
+                      root.At("/var/log/quorcopy.log").c_str()));
+  EXPECT_TRUE(Fetch(SourceSearch("copylog")).empty());
+  EXPECT_TRUE(log.lines().empty()) << log.Dump();
 }
 
 // The sources' keyword test must answer as ContainsKeyword does, ASCII or not.

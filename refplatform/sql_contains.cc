@@ -1,6 +1,6 @@
 // Case-insensitive literal containment as an SQL function, and the conditions that use it.
-// ASCII columns take UpperText's inline path: a per-row trip through ICU would dominate a
-// keyword search over a large log.
+// ASCII texts and keywords are compared in place, ignoring ASCII case: a per-row trip through
+// ICU, or even a per-row upper-cased copy, would dominate a keyword search over a large log.
 #include "sql_contains.h"
 
 #include <stdlib.h>
@@ -13,7 +13,20 @@
 
 namespace {
 
-void DeleteString(void* p) { delete static_cast<std::string*>(p); }
+// The statement's keyword, prepared once: upper-cased, and whether it is ASCII.
+struct PreparedKeyword {
+  std::string upper;
+  bool ascii = true;
+};
+
+void DeletePrepared(void* p) { delete static_cast<PreparedKeyword*>(p); }
+
+bool HasHighByte(const char* text) {
+  for (; *text != '\0'; ++text) {
+    if (static_cast<unsigned char>(*text) >= 0x80) return true;
+  }
+  return false;
+}
 
 void ContainsFunction(sqlite3_context* context, int, sqlite3_value** args) {
   const char* text = reinterpret_cast<const char*>(sqlite3_value_text(args[0]));
@@ -22,19 +35,33 @@ void ContainsFunction(sqlite3_context* context, int, sqlite3_value** args) {
     sqlite3_result_int(context, 0);
     return;
   }
-  // The keyword is a constant of the statement: upper-case it once and keep it with it.
-  auto* upperKeyword = static_cast<std::string*>(sqlite3_get_auxdata(context, 1));
-  if (upperKeyword == nullptr) {
-    upperKeyword = new std::string;
-    if (!UpperText(keyword, strlen(keyword), upperKeyword)) {
-      delete upperKeyword;
+  // The keyword is a constant of the statement: prepare it once and keep it with it.
+  auto* prepared = static_cast<PreparedKeyword*>(sqlite3_get_auxdata(context, 1));
+  if (prepared == nullptr) {
+    prepared = new PreparedKeyword;
+    prepared->ascii = !HasHighByte(keyword);
+    if (!UpperText(keyword, strlen(keyword), &prepared->upper)) {
+      delete prepared;
       sqlite3_result_int(context, 0);
       return;
     }
-    sqlite3_set_auxdata(context, 1, upperKeyword, DeleteString);
-    upperKeyword = static_cast<std::string*>(sqlite3_get_auxdata(context, 1));
-    if (upperKeyword == nullptr) {  // SQLite could not keep it; it has been deleted
+    sqlite3_set_auxdata(context, 1, prepared, DeletePrepared);
+    prepared = static_cast<PreparedKeyword*>(sqlite3_get_auxdata(context, 1));
+    if (prepared == nullptr) {  // SQLite could not keep it; it has been deleted
       sqlite3_result_error_nomem(context);
+      return;
+    }
+  }
+  // An ASCII keyword found ignoring ASCII case is found under full case mapping too: the bytes
+  // that matched are ASCII and upper-case in place. Not found, the answer stands only for an
+  // ASCII text: other letters can upper-case into ASCII ones ("ß" becomes "SS").
+  if (prepared->ascii) {
+    if (strcasestr(text, keyword) != nullptr) {
+      sqlite3_result_int(context, 1);
+      return;
+    }
+    if (!HasHighByte(text)) {
+      sqlite3_result_int(context, 0);
       return;
     }
   }
@@ -43,8 +70,8 @@ void ContainsFunction(sqlite3_context* context, int, sqlite3_value** args) {
     sqlite3_result_int(context, 0);
     return;
   }
-  bool found = memmem(upperText.data(), upperText.size(), upperKeyword->data(),
-                      upperKeyword->size()) != nullptr;
+  bool found = memmem(upperText.data(), upperText.size(), prepared->upper.data(),
+                      prepared->upper.size()) != nullptr;
   sqlite3_result_int(context, found ? 1 : 0);
 }
 

@@ -125,9 +125,10 @@ TEST_F(ServerMethods, ExportsStreamWholeAsTheCallCommandWritesThem) {
               answer.Header("content-type"));
     EXPECT_EQ(0u, answer.head.find("HTTP/1.1 200 OK\r\nCache-Control: no-store\r\n"
                                    "X-Content-Type-Options: nosniff\r\nConnection: close\r\n"
-                                   "Content-Type: "))
+                                   "Transfer-Encoding: chunked\r\nContent-Type: "))
         << answer.head;
     EXPECT_EQ(0u, answer.Header("content-disposition").find("attachment; filename=\"syslog_"));
+    EXPECT_TRUE(answer.complete);
     const std::string& document = answer.body;
     EXPECT_GT(document.size(), format == std::string("html") ? 3000000u : 1000000u);
     EXPECT_EQ(AfterHeaderBlock(call.out), document) << format;

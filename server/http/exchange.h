@@ -15,9 +15,12 @@ struct Exchange {
   std::string client;  // the client's address
 
   // Filled by the endpoint. When streamed, the endpoint has written the whole answer to
-  // socketFd itself (streamedBytes long) and the connection must close after it.
+  // socketFd itself (a body of streamedBytes) and the connection must close after it. When
+  // handedOff, a download process of its own answers on socketFd: the worker only lets go of
+  // the connection.
   HttpResponse response;
   bool streamed = false;
+  bool handedOff = false;
   int64_t streamedBytes = -1;
   std::string user = "-";  // the session's user, for the access log
   std::string what = "-";  // "API.method" or the path, for the access log

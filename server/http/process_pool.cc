@@ -1,6 +1,8 @@
 // The master and worker processes.
 #include "server/http/process_pool.h"
 
+#include "server/http/monotonic_clock.h"
+
 #include <errno.h>
 #include <poll.h>
 #include <signal.h>
@@ -18,12 +20,6 @@ volatile sig_atomic_t gStopRequested = 0;
 sigset_t gWaitMask;  // the worker's mask inside WaitReadable: stop signals let through
 
 void OnStopSignal(int) { gStopRequested = 1; }
-
-int64_t MonotonicMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 // The child's side of fork: stop signals set a flag and stay blocked outside WaitReadable;
 // a broken connection is an error result, not a signal; the worker dies with its master.

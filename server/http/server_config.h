@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 #include "server/auth/session_limits.h"
 
@@ -17,7 +18,13 @@ struct ServerConfig {
   int64_t idleTimeoutMs = 5000;      // a kept-alive connection waiting for its next request
   int64_t sendTimeoutMs = 30000;     // a client that stops reading an answer
   int64_t graceMs = 10000;           // requests in flight at stop may finish within this
-  bool trustProxy = false;  // take the client address from X-Real-IP (set by a local proxy)
+  int64_t methodLimitMs = 120000;    // a method call in a worker is stopped past this
+  // Methods that answer with a document of their own ("API.method"): each call runs in a
+  // download process of its own, at most maxDownloads at once across the server.
+  std::vector<std::string> downloadMethods = {"QUOR.Core.SyslogClient.Log.export"};
+  int maxDownloads = 4;
+  bool secureCookie = false;  // the session cookie always carries Secure (TLS in front)
+  bool trustProxy = false;    // take the client address from X-Real-IP (set by a local proxy)
   size_t headerLimit = 8 * 1024;
   size_t bodyLimit = 64 * 1024;
   SessionLimits sessions;

@@ -1,12 +1,36 @@
 // GET or POST /webapi: one module call on behalf of a logged-in session.
+#include <algorithm>
+
+#include "server/auth/session_store.h"
 #include "server/dispatch/dispatch.h"
-#include "server/http/output_handover.h"
+#include "server/http/chunked_output.h"
+#include "server/http/download_process.h"
+#include "server/http/download_slots.h"
+#include "server/http/method_watchdog.h"
 #include "server/http/router.h"
 
 namespace {
 
 // The fields that address the call rather than being its parameters.
 const char* const kCallFields[] = {"api", "version", "method", "_token"};
+
+// Runs the call with its output going out chunked when the method switches it off.
+void RunCall(const ModuleRegistry& registry, const ServerConfig& config, const std::string& api,
+             int version, const std::string& method, QUOR::APIRequest* call, bool ownProcess,
+             Exchange* exchange) {
+  QUOR::APIResponse response;
+  ChunkedOutput output(exchange->socketFd, config.sendTimeoutMs, ownProcess);
+  response.SetOutputOffHook(&ChunkedOutput::Hook, &output);
+  DispatchCall(registry, api, version, method, call, &response);
+  bool complete = false;
+  if (output.Finish(&exchange->streamedBytes, &complete)) {
+    exchange->streamed = true;
+    return;
+  }
+  // Switched off without the hook's knowledge: nothing was written, so answer plainly.
+  if (!response.IsOutputEnabled()) response.SetError(kErrorNoAnswer);
+  AnswerEnvelope(exchange, EnvelopeText(response));
+}
 
 }  // namespace
 
@@ -34,17 +58,26 @@ void Router::HandleWebApi(const HttpRequest& request, const RequestFields& field
     Json::Value params = fields.params;
     for (const char* name : kCallFields) params.removeMember(name);
     QUOR::APIRequest call(params, session.user, session.lang);
-    OutputHandover handover(exchange->socketFd, config_.sendTimeoutMs);
-    response.SetOutputOffHook(&OutputHandover::Hook, &handover);
-    DispatchCall(registry_, api, version, method, &call, &response);
-    if (handover.Finish(&exchange->streamedBytes)) {
-      exchange->streamed = true;
+    const auto& downloads = config_.downloadMethods;
+    if (std::find(downloads.begin(), downloads.end(), api + "." + method) != downloads.end()) {
+      DownloadSlot slot;
+      std::string error;
+      if (!slot.Take(DownloadSlotsFolder(), config_.maxDownloads, &error)) {
+        if (!error.empty()) fprintf(stderr, "quor-webapi: %s\n", error.c_str());
+        AnswerText(exchange, 503, "Too many downloads at once; try again in a moment.\n");
+        exchange->response.set("Retry-After", "5");
+        return;
+      }
+      bool started = StartDownloadProcess(config_, slot.fd(), exchange, [&](Exchange* own) {
+        RunCall(registry_, config_, api, version, method, &call, true, own);
+      });
+      if (started) return;
+      AnswerText(exchange, 503, "The download could not be started; try again in a moment.\n");
       return;
     }
-    if (!response.IsOutputEnabled()) {
-      // Switched off without the hook's knowledge: nothing was written, so answer plainly.
-      response.SetError(kErrorNoAnswer);
-    }
+    MethodWatchdog watchdog(exchange->socketFd, config_.methodLimitMs);
+    RunCall(registry_, config_, api, version, method, &call, false, exchange);
+    return;
   }
   AnswerEnvelope(exchange, EnvelopeText(response));
 }

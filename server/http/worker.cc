@@ -1,86 +1,105 @@
-// The worker loop: one poll over the listening socket and the idle connections.
+// The worker loop: one poll over the listening socket and every connection the worker holds.
+// Connections are read as bytes arrive; a method runs only for a complete request.
 #include "server/http/worker.h"
 
+#include <errno.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <time.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <list>
 #include <vector>
 
 #include "server/http/connection.h"
+#include "server/http/monotonic_clock.h"
 #include "server/http/process_pool.h"
 
 namespace {
 
-// Idle connections one worker keeps at most; beyond, the longest idle is closed.
-const size_t kMaxIdleConnections = 256;
+// Connections one worker holds at most; beyond, the one that has waited longest is closed.
+const size_t kMaxConnections = 1024;
+// Connections taken from the listening socket per turn, so that one worker does not take a
+// whole burst while another is free.
+const int kAcceptsPerTurn = 8;
 
-int64_t NowMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+// Download processes are this worker's children: collect the ended ones.
+void ReapDownloads() {
+  while (waitpid(-1, nullptr, WNOHANG) > 0) {
+  }
 }
-
-struct Idle {
-  std::unique_ptr<Connection> connection;
-  int64_t deadline;  // a fresh one must send by then; a kept-alive one is closed then
-};
 
 }  // namespace
 
 int ServeAsWorker(int listenFd, const ServerConfig& config, Router* router) {
   boost::asio::io_context context(1);
-  std::list<Idle> idle;  // oldest first
-  auto serve = [&](std::list<Idle>::iterator it) {
-    std::unique_ptr<Connection> connection = std::move(it->connection);
-    idle.erase(it);
-    if (connection->ServeOne(router)) {
-      idle.push_back({std::move(connection), NowMs() + config.idleTimeoutMs});
+  std::list<std::unique_ptr<Connection>> connections;  // oldest first
+
+  // Reads what a connection has; serves it when complete. False when it must close.
+  auto advance = [&](Connection* connection) {
+    for (;;) {
+      Connection::Progress progress = connection->ReadAvailable(MonotonicMs());
+      if (progress == Connection::Progress::kClosed) return false;
+      if (progress == Connection::Progress::kWaiting) return true;
+      if (!connection->Serve(router)) return false;
+      // A pipelined request may be whole already.
+      if (!connection->HasBufferedBytes()) return true;
     }
   };
 
-  while (!WorkerShouldStop()) {
-    // A request already read ahead (pipelined) is served before anything else.
-    auto ahead = std::find_if(idle.begin(), idle.end(),
-                              [](const Idle& i) { return i.connection->HasBufferedBytes(); });
-    if (ahead != idle.end()) {
-      serve(ahead);
-      continue;
+  // Asked to stop, a worker takes no new connection and closes the idle ones, but finishes
+  // the requests it has begun to read (within their deadlines) before it ends.
+  bool stopping = false;
+  for (;;) {
+    if (!stopping && WorkerShouldStop()) {
+      stopping = true;
+      connections.remove_if([](const std::unique_ptr<Connection>& c) { return !c->InRequest(); });
     }
-    std::vector<pollfd> fds = {{listenFd, POLLIN, 0}};
-    int64_t now = NowMs();
-    int64_t wait = 60 * 1000;
-    for (const Idle& i : idle) {
-      fds.push_back({i.connection->fd(), POLLIN, 0});
-      wait = std::min(wait, std::max<int64_t>(i.deadline - now, 0));
+    if (stopping && connections.empty()) break;
+    ReapDownloads();
+    std::vector<pollfd> fds = {{stopping ? -1 : listenFd, POLLIN, 0}};
+    int64_t now = MonotonicMs();
+    int64_t wait = 1000;  // downloads are reaped at least this often
+    for (const auto& c : connections) {
+      fds.push_back({c->fd(), POLLIN, 0});
+      wait = std::min(wait, std::max<int64_t>(c->deadline() - now, 0));
     }
-    int ready = WaitForAny(fds.data(), fds.size(), wait);
-    if (ready < 0) break;
-    now = NowMs();
-    // Serve one ready connection, the longest waiting; expire the ones past their deadline.
-    // Entries served and kept go to the back of the list: only the polled ones are visited.
-    size_t polled = idle.size();
-    bool served = false;
-    auto it = idle.begin();
-    for (size_t index = 1; index <= polled; ++index) {
-      auto next = std::next(it);
-      if (!served && fds[index].revents != 0) {
-        serve(it);
-        served = true;
-      } else if (fds[index].revents == 0 && it->deadline <= now) {
-        if (it->connection->fresh()) it->connection->AnswerSilence();
-        idle.erase(it);
+    if (stopping) {
+      if (poll(fds.data(), fds.size(), static_cast<int>(wait)) < 0 && errno != EINTR) break;
+    } else if (WaitForAny(fds.data(), fds.size(), wait) < 0) {
+      if (WorkerShouldStop()) continue;  // drain, above
+      break;
+    }
+    // Each ready connection is read (and served when complete); the clock is read afresh for
+    // each, since serving one may take long. A connection past its deadline is read once more
+    // first: a request that arrived while a method ran is served, not refused.
+    size_t polled = connections.size();
+    auto it = connections.begin();
+    for (size_t index = 1; index <= polled && it != connections.end(); ++index) {
+      Connection* connection = it->get();
+      bool keep = true;
+      if (fds[index].revents != 0 || connection->deadline() <= MonotonicMs()) {
+        keep = advance(connection);
+        if (keep && connection->deadline() <= MonotonicMs()) {
+          connection->Expire();
+          keep = false;
+        }
       }
-      it = next;
+      it = keep ? std::next(it) : connections.erase(it);
     }
-    if (fds[0].revents != 0) {
-      int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);  // may lose to another worker
-      std::unique_ptr<Connection> connection =
-          fd >= 0 ? Connection::Adopt(&context, fd, config) : nullptr;
-      if (connection) idle.push_back({std::move(connection), now + config.requestTimeoutMs});
-      if (idle.size() > kMaxIdleConnections) idle.pop_front();
+    if (!stopping && fds[0].revents != 0) {
+      for (int i = 0; i < kAcceptsPerTurn; ++i) {
+        int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (fd < 0) break;  // none left, or another worker took it
+        // The connection's deadlines start now, when it is taken.
+        std::unique_ptr<Connection> connection =
+            Connection::Adopt(&context, fd, config, MonotonicMs());
+        if (!connection) continue;
+        Connection* raw = connection.get();
+        connections.push_back(std::move(connection));
+        if (!advance(raw)) connections.pop_back();
+        if (connections.size() > kMaxConnections) connections.pop_front();
+      }
     }
   }
   return 0;

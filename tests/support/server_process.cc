@@ -193,9 +193,35 @@ HttpAnswer HttpConnection::Read() {
   } else {
     while (Fill()) {
     }
-    answer.body.swap(pending_);
+    if (answer.Header("transfer-encoding") == "chunked") {
+      answer.complete = DecodeChunked(pending_, &answer.body);
+      pending_.clear();
+    } else {
+      answer.body.swap(pending_);
+    }
   }
   return answer;
+}
+
+bool DecodeChunked(const std::string& raw, std::string* body) {
+  body->clear();
+  size_t at = 0;
+  for (;;) {
+    size_t lineEnd = raw.find("\r\n", at);
+    if (lineEnd == std::string::npos) return false;
+    char* end = nullptr;
+    std::string sizeText = raw.substr(at, lineEnd - at);
+    unsigned long size = strtoul(sizeText.c_str(), &end, 16);
+    if (sizeText.empty() || end == sizeText.c_str()) return false;
+    at = lineEnd + 2;
+    if (size == 0) return raw.compare(at, 2, "\r\n") == 0;
+    if (raw.size() < at + size + 2) {
+      body->append(raw, at, std::string::npos);
+      return false;
+    }
+    body->append(raw, at, size);
+    at += size + 2;
+  }
 }
 
 std::string HttpConnection::ReadSome(size_t max) {

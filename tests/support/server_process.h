@@ -45,7 +45,8 @@ struct HttpAnswer {
   int status = 0;                              // 0 when no answer could be read
   std::map<std::string, std::string> headers;  // names in lower case
   std::string head;                            // the raw status line and header lines
-  std::string body;
+  std::string body;                            // decoded when it came in chunks
+  bool complete = true;  // false for a chunked body that ended before its closing chunk
   std::string Header(const std::string& name) const;
 };
 
@@ -69,6 +70,10 @@ class HttpConnection {
   int fd_ = -1;
   std::string pending_;
 };
+
+// The body of a chunked message (raw, after its header block) into *body; false when the
+// closing empty chunk is missing (the message was cut off) or the framing is broken.
+bool DecodeChunked(const std::string& raw, std::string* body);
 
 // A request on a fresh connection. headers: extra "Name: value" lines.
 HttpAnswer HttpRequest(int port, const std::string& method, const std::string& target,

@@ -1,0 +1,48 @@
+// The download path. A method that answers with a document of its own (an export) switches its
+// output off and writes the document's header lines and body to standard output. The server
+// installs Hook on the call's response: when the method switches its output off, fd 1 becomes
+// the write end of a pipe, and a framing thread reads the pipe and writes to the client socket:
+// the status line and the server's header lines, the method's own header lines (any length or
+// framing header of its own dropped), "Transfer-Encoding: chunked", then the body in chunks and
+// the closing empty chunk once the method has finished. A download cut off (the process killed,
+// the method stalled) therefore lacks the closing chunk and reads as truncated in browsers and
+// curl. Finish, after the call, gives fd 1 back and waits for the thread.
+//
+// Downloads are limited by inactivity, never by length: the thread gives up (and the process
+// must end) when the method writes nothing, or the client takes nothing, for the idle limit.
+#pragma once
+
+#include <stdint.h>
+
+#include <thread>
+
+class ChunkedOutput {
+ public:
+  // With exitWhenCut, a download that can no longer reach the client ends the process at once
+  // (a download's own process); otherwise the method runs on with its output discarded.
+  ChunkedOutput(int socketFd, int64_t idleLimitMs, bool exitWhenCut)
+      : socketFd_(socketFd), idleLimitMs_(idleLimitMs), exitWhenCut_(exitWhenCut) {}
+  ~ChunkedOutput();
+  ChunkedOutput(const ChunkedOutput&) = delete;
+  ChunkedOutput& operator=(const ChunkedOutput&) = delete;
+
+  // The response's output-off hook (context: this ChunkedOutput).
+  static void Hook(void* self);
+
+  // After the call. False when the method never switched its output off (nothing was written;
+  // the caller answers as usual). Otherwise the document has been written: *bytes is its body's
+  // length and *complete tells whether it was written whole (closing chunk included).
+  bool Finish(int64_t* bytes, bool* complete);
+
+ private:
+  void Frame(int pipeFd);
+
+  int socketFd_;
+  int64_t idleLimitMs_;
+  bool exitWhenCut_;
+  int savedStdout_ = -1;
+  std::thread framer_;
+  bool started_ = false;
+  int64_t bodyBytes_ = 0;
+  bool complete_ = false;
+};

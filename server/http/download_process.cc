@@ -1,0 +1,97 @@
+// A download in a process of its own.
+#include "server/http/download_process.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <boost/beast/http/write.hpp>
+#include <sstream>
+#include <vector>
+
+#include "server/http/access_log.h"
+#include "server/http/monotonic_clock.h"
+
+namespace http = boost::beast::http;
+
+namespace {
+
+// The worker's other connections, its listening socket and its sessions database stay the
+// worker's: the download process closes every descriptor but the standard streams and keep.
+void CloseInheritedDescriptors(int keepA, int keepB) {
+  DIR* dir = opendir("/proc/self/fd");
+  if (dir == nullptr) return;
+  int own = dirfd(dir);
+  std::vector<int> inherited;
+  while (dirent* entry = readdir(dir)) {
+    if (entry->d_name[0] == '.') continue;
+    int fd = atoi(entry->d_name);
+    if (fd > 2 && fd != keepA && fd != keepB && fd != own) inherited.push_back(fd);
+  }
+  closedir(dir);
+  for (int fd : inherited) close(fd);
+}
+
+// Writes the answer the call left in exchange (an error envelope: the method did not stream).
+int64_t WriteAnswer(const ServerConfig& config, Exchange* exchange) {
+  HttpResponse& response = exchange->response;
+  response.version(11);
+  response.keep_alive(false);
+  std::ostringstream text;
+  text << response;
+  std::string raw = text.str();
+  timeval timeout = {static_cast<time_t>(config.sendTimeoutMs / 1000),
+                     static_cast<suseconds_t>(config.sendTimeoutMs % 1000) * 1000};
+  int flags = fcntl(exchange->socketFd, F_GETFL);
+  if (flags >= 0) fcntl(exchange->socketFd, F_SETFL, flags & ~O_NONBLOCK);
+  setsockopt(exchange->socketFd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+  size_t sent = 0;
+  while (sent < raw.size()) {
+    ssize_t n = send(exchange->socketFd, raw.data() + sent, raw.size() - sent, MSG_NOSIGNAL);
+    if (n <= 0) break;
+    sent += static_cast<size_t>(n);
+  }
+  return static_cast<int64_t>(response.body().size());
+}
+
+}  // namespace
+
+bool StartDownloadProcess(const ServerConfig& config, int slotFd, Exchange* exchange,
+                          const std::function<void(Exchange*)>& call) {
+  int64_t start = MonotonicMs();
+  fflush(nullptr);
+  pid_t pid = fork();
+  if (pid < 0) return false;
+  if (pid > 0) {
+    exchange->handedOff = true;
+    return true;
+  }
+  // The download process: it ends with the server, and its stop is the server's to give.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  signal(SIGTERM, SIG_DFL);
+  signal(SIGINT, SIG_DFL);
+  signal(SIGALRM, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  CloseInheritedDescriptors(exchange->socketFd, slotFd);
+  int status = 0;
+  try {
+    call(exchange);
+    int64_t bytes = exchange->streamed ? exchange->streamedBytes : WriteAnswer(config, exchange);
+    int code = exchange->streamed ? 200 : exchange->response.result_int();
+    WriteAccessLine(exchange->client, exchange->user, exchange->what, code, bytes,
+                    static_cast<double>(MonotonicMs() - start));
+  } catch (...) {
+    status = 1;
+  }
+  shutdown(exchange->socketFd, SHUT_WR);
+  close(exchange->socketFd);
+  fflush(nullptr);
+  _exit(status);
+}

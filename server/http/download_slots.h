@@ -1,0 +1,28 @@
+// The bound on downloads running at once, shared by every worker: one lock file per slot in the
+// server's state folder. A download process holds its slot's lock while it lives, so a slot
+// frees itself however the download ends.
+#pragma once
+
+#include <string>
+
+// The slots' folder of the current appliance root.
+std::string DownloadSlotsFolder();
+
+class DownloadSlot {
+ public:
+  DownloadSlot() = default;
+  ~DownloadSlot();
+  DownloadSlot(const DownloadSlot&) = delete;
+  DownloadSlot& operator=(const DownloadSlot&) = delete;
+
+  // Takes a free one of count slots in folder (created 0700 when missing). False when all are
+  // taken (or the folder cannot be used; *error says so).
+  bool Take(const std::string& folder, int count, std::string* error);
+  // Lets go of this process's descriptor without freeing the slot: after fork, the download
+  // process keeps it and the worker calls Release.
+  void Release();
+  int fd() const { return fd_; }
+
+ private:
+  int fd_ = -1;
+};

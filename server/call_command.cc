@@ -4,17 +4,11 @@
 
 #include "server/commands.h"
 #include "server/dispatch/dispatch.h"
+#include "server/module_log_output.h"
 
 namespace {
 
-int Usage(const std::string& message) {
-  fprintf(stderr,
-          "quor-webapi call: %s\n"
-          "usage: quor-webapi call [--root DIR] [--modules DIR] [--user NAME] [--lang LANG]\n"
-          "                        API VERSION METHOD [NAME=VALUE ...]\n",
-          message.c_str());
-  return kExitUsage;
-}
+int Usage(const std::string& message) { return UsageError("call", message); }
 
 }  // namespace
 
@@ -22,9 +16,14 @@ int CallCommand(const Args& args) {
   std::string modules = QUOR_DEFAULT_MODULE_DIR;
   std::string user = "admin";
   std::string lang = "en";
+  bool logToStderr = false;
   Args positional;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
+    if (arg == "--log-stderr") {
+      logToStderr = true;
+      continue;
+    }
     bool takesValue = arg == "--root" || arg == "--modules" || arg == "--user" || arg == "--lang";
     if (takesValue) {
       if (i + 1 >= args.size()) return Usage(arg + " needs a value");
@@ -53,6 +52,7 @@ int CallCommand(const Args& args) {
     params[positional[i].substr(0, equals)] = DecodeParamValue(positional[i].substr(equals + 1));
   }
 
+  RouteModuleLog(logToStderr);
   ModuleRegistry registry;
   std::string error;
   if (!registry.LoadDirectory(modules, &error)) {

@@ -14,5 +14,12 @@ int CallCommand(const Args& args);
 int ServeCommand(const Args& args);
 int AddUserCommand(const Args& args);
 
+// The usage text of every sub-command.
+extern const char kUsage[];
+// Reports a usage error of command ("call", "serve", ...) with the usage text; kExitUsage.
+int UsageError(const char* command, const std::string& message);
+// Reports a failure on standard error as "quor-webapi: message".
+void ReportError(const std::string& message);
+
 // Makes dir the appliance root of this process (QUOR_ROOT), as the platform reads it.
 void UseRoot(const std::string& dir);

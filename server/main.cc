@@ -4,16 +4,23 @@
 
 #include "server/commands.h"
 
-namespace {
-
 const char kUsage[] =
     "usage: quor-webapi call [--root DIR] [--modules DIR] [--user NAME] [--lang LANG]\n"
-    "                        API VERSION METHOD [NAME=VALUE ...]\n"
+    "                        [--log-stderr] API VERSION METHOD [NAME=VALUE ...]\n"
     "       quor-webapi serve --root DIR [--listen 127.0.0.1:8080] [--workers N]\n"
-    "                         [--modules DIR] [--ui DIR] [--trust-proxy]\n"
+    "                         [--modules DIR] [--ui DIR] [--trust-proxy] [--secure-cookie]\n"
+    "                         [--log-stderr] [--method-limit SECONDS] [--max-downloads N]\n"
+    "                         [--download-method API.METHOD]...\n"
     "       quor-webapi adduser --root DIR NAME [--admin] [--lang en|de]   (password on stdin)\n";
 
-}  // namespace
+int UsageError(const char* command, const std::string& message) {
+  fprintf(stderr, "quor-webapi %s: %s\n%s", command, message.c_str(), kUsage);
+  return kExitUsage;
+}
+
+void ReportError(const std::string& message) {
+  fprintf(stderr, "quor-webapi: %s\n", message.c_str());
+}
 
 void UseRoot(const std::string& dir) {
   // Absolute, so that a worker or a method that changes directory still finds it.

@@ -11,17 +11,11 @@
 #include "server/http/process_pool.h"
 #include "server/http/router.h"
 #include "server/http/worker.h"
+#include "server/module_log_output.h"
 
 namespace {
 
-int Usage(const std::string& message) {
-  fprintf(stderr,
-          "quor-webapi serve: %s\n"
-          "usage: quor-webapi serve --root DIR [--listen 127.0.0.1:8080] [--workers N]\n"
-          "                         [--modules DIR] [--ui DIR] [--trust-proxy]\n",
-          message.c_str());
-  return kExitUsage;
-}
+int Usage(const std::string& message) { return UsageError("serve", message); }
 
 bool ParseCount(const std::string& text, long long minimum, long long* value) {
   char* end = nullptr;
@@ -49,6 +43,7 @@ int ServeCommand(const Args& args) {
   config.modulesDir = QUOR_DEFAULT_MODULE_DIR;
   config.uiDir = QUOR_DEFAULT_UI_DIR;
   std::string root;
+  bool logToStderr = false;
   // Durations in milliseconds, not in the usage text: tests shorten them.
   struct Hidden {
     const char* name;
@@ -64,8 +59,10 @@ int ServeCommand(const Args& args) {
   };
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
-    if (arg == "--trust-proxy") {
-      config.trustProxy = true;
+    if (arg == "--trust-proxy" || arg == "--secure-cookie" || arg == "--log-stderr") {
+      if (arg == "--trust-proxy") config.trustProxy = true;
+      if (arg == "--secure-cookie") config.secureCookie = true;
+      if (arg == "--log-stderr") logToStderr = true;
       continue;
     }
     if (i + 1 >= args.size()) return Usage("unexpected argument " + arg);
@@ -80,6 +77,17 @@ int ServeCommand(const Args& args) {
       config.modulesDir = value;
     } else if (arg == "--ui") {
       config.uiDir = value;
+    } else if (arg == "--method-limit") {
+      if (!ParseCount(value, 1, &number)) return Usage("--method-limit must be a positive number");
+      config.methodLimitMs = number * 1000;
+    } else if (arg == "--max-downloads") {
+      if (!ParseCount(value, 1, &number) || number > 64) {
+        return Usage("--max-downloads must be 1 to 64");
+      }
+      config.maxDownloads = static_cast<int>(number);
+    } else if (arg == "--download-method") {
+      if (value.find('.') == std::string::npos) return Usage("--download-method takes API.METHOD");
+      config.downloadMethods.push_back(value);
     } else if (arg == "--workers") {
       if (!ParseCount(value, 1, &number) || number > 256)
         return Usage("--workers must be 1 to 256");
@@ -101,6 +109,7 @@ int ServeCommand(const Args& args) {
     return Usage("the root " + root + " is not a directory");
   }
   UseRoot(root);
+  RouteModuleLog(logToStderr);
   if (config.workers == 0) {
     long cores = sysconf(_SC_NPROCESSORS_ONLN);
     config.workers = cores > 2 ? static_cast<int>(cores) : 2;

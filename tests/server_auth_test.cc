@@ -1,5 +1,6 @@
 // The server's users file and its shared sessions database, in-process on a temporary root.
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -116,43 +117,69 @@ TEST(ServerAuth, SessionsAreSharedAndExpireWhenIdle) {
   EXPECT_FALSE(found);
 }
 
-TEST(ServerAuth, FailedLoginsLockAccountsAndAddresses) {
+TEST(ServerAuth, FailedLoginsLockPairsAndThenWholeAddresses) {
   TempRoot root;
   SessionLimits limits;
   limits.failureWindowMs = 2000;
   limits.lockoutMs = 400;
+  limits.maxAddressFailures = 8;
   SessionStore worker1, worker2;
   ASSERT_TRUE(worker1.Open(SessionsDatabasePath(), limits));
   ASSERT_TRUE(worker2.Open(SessionsDatabasePath(), limits));
   bool locked = true;
 
-  // Failures spread over two workers add up; four do not lock, the fifth does.
-  for (int i = 0; i < 4; ++i) {
-    ASSERT_TRUE((i % 2 ? worker1 : worker2).RecordFailure("admin", "10.0.0." + std::to_string(i)));
-  }
+  // Failures of one pair spread over two workers add up; four do not lock, the fifth does.
+  for (int i = 0; i < 4; ++i)
+    ASSERT_TRUE((i % 2 ? worker1 : worker2).RecordFailure("admin", "10.0.0.1"));
+  ASSERT_TRUE(worker1.IsLockedOut("admin", "10.0.0.1", &locked));
+  EXPECT_FALSE(locked);
+  ASSERT_TRUE(worker2.RecordFailure("admin", "10.0.0.1"));
+  ASSERT_TRUE(worker1.IsLockedOut("admin", "10.0.0.1", &locked));
+  EXPECT_TRUE(locked);
+  // A stranger's tries lock neither the owner at another address nor other accounts there.
   ASSERT_TRUE(worker1.IsLockedOut("admin", "10.9.9.9", &locked));
   EXPECT_FALSE(locked);
-  ASSERT_TRUE(worker2.RecordFailure("admin", "10.0.0.4"));
-  ASSERT_TRUE(worker1.IsLockedOut("admin", "10.9.9.9", &locked));
-  EXPECT_TRUE(locked);
-  // The addresses each failed once only; another account from them is free.
   ASSERT_TRUE(worker1.IsLockedOut("op", "10.0.0.1", &locked));
   EXPECT_FALSE(locked);
 
-  // One address failing for five different accounts is locked for every account.
-  for (int i = 0; i < 5; ++i)
+  // Made-up names from one address (a proxy) lock nobody until the address's ceiling...
+  for (int i = 0; i < 7; ++i)
     ASSERT_TRUE(worker1.RecordFailure("u" + std::to_string(i), "10.1.1.1"));
   ASSERT_TRUE(worker2.IsLockedOut("op", "10.1.1.1", &locked));
+  EXPECT_FALSE(locked);
+  // ...which then holds for every account from it, and not elsewhere. A name too long to be an
+  // account counts against the address only.
+  ASSERT_TRUE(worker1.RecordFailure("", "10.1.1.1"));
+  ASSERT_TRUE(worker2.IsLockedOut("op", "10.1.1.1", &locked));
   EXPECT_TRUE(locked);
+  ASSERT_TRUE(worker2.IsLockedOut("op", "10.1.1.2", &locked));
+  EXPECT_FALSE(locked);
 
-  // Lockouts end; a successful login forgets the account's earlier failures.
+  // Lockouts end and are pruned; a successful login forgets the pair's earlier failures.
   SleepMs(500);
-  ASSERT_TRUE(worker1.IsLockedOut("admin", "10.1.1.1", &locked));
+  ASSERT_TRUE(worker1.IsLockedOut("admin", "10.0.0.1", &locked));
   EXPECT_FALSE(locked);
-  for (int i = 0; i < 4; ++i)
-    ASSERT_TRUE(worker1.RecordFailure("op", "10.2.0." + std::to_string(i)));
-  ASSERT_TRUE(worker1.ClearFailures("op"));
-  ASSERT_TRUE(worker1.RecordFailure("op", "10.2.1.0"));
-  ASSERT_TRUE(worker1.IsLockedOut("op", "10.3.3.3", &locked));
+  for (int i = 0; i < 4; ++i) ASSERT_TRUE(worker1.RecordFailure("op", "10.2.0.1"));
+  ASSERT_TRUE(worker1.ClearFailures("op", "10.2.0.1"));
+  ASSERT_TRUE(worker1.RecordFailure("op", "10.2.0.1"));
+  ASSERT_TRUE(worker1.IsLockedOut("op", "10.2.0.1", &locked));
   EXPECT_FALSE(locked);
+  sqlite3* db = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open(SessionsDatabasePath().c_str(), &db));
+  sqlite3_stmt* stmt = nullptr;
+  sqlite3_prepare_v2(db, "SELECT count(*) FROM lockouts", -1, &stmt, nullptr);
+  ASSERT_EQ(SQLITE_ROW, sqlite3_step(stmt));
+  EXPECT_EQ(0, sqlite3_column_int(stmt, 0));
+  sqlite3_finalize(stmt);
+  sqlite3_close(db);
+
+  // The database holds live tokens: the server's alone.
+  struct stat st;
+  ASSERT_EQ(0, stat(SessionsDatabasePath().c_str(), &st));
+  EXPECT_EQ(0600u, st.st_mode & 0777);
+  ASSERT_EQ(0, stat((SessionsDatabasePath() + "-wal").c_str(), &st));
+  EXPECT_EQ(0600u, st.st_mode & 0777);
+  std::string folder = SessionsDatabasePath().substr(0, SessionsDatabasePath().rfind('/'));
+  ASSERT_EQ(0, stat(folder.c_str(), &st));
+  EXPECT_EQ(0700u, st.st_mode & 0777);
 }

@@ -157,26 +157,32 @@ TEST_F(ServerHttp, TokensPermissionsAndExpiry) {
   EXPECT_EQ(111, ErrorCode(op.CallJson("list")));
 }
 
-TEST_F(ServerHttp, FailedLoginsLockOutAcrossWorkers) {
+TEST_F(ServerHttp, FailedLoginsLockOutPairsAcrossWorkers) {
   auto server = Start({"--workers", "3", "--lockout-ms", "1500", "--trust-proxy"});
   WebApiClient client(server->port());
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(150, ErrorCode(client.Login("admin", "bad"))) << i;
-  // Locked: even the right password is refused, whichever worker answers.
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(151, ErrorCode(client.Login("admin", "admin-pw"))) << i;
-  // The address failed five times too, so other accounts from it are refused as well...
-  EXPECT_EQ(151, ErrorCode(client.Login("op", "op-pw")));
-  // ...but not from another client behind the trusted proxy, unless for the locked account.
-  auto loginFrom = [&](const std::string& account, const std::string& password) {
+  auto loginFrom = [&](const std::string& address, const std::string& account,
+                       const std::string& password) {
     return ErrorCode(Parsed(HttpRequest(server->port(), "POST", "/webapi/auth",
                                         "method=login&account=" + account + "&passwd=" + password,
-                                        {"X-Real-IP: 10.0.0.9"})
+                                        {"X-Real-IP: " + address})
                                 .body));
   };
-  EXPECT_EQ(0, loginFrom("op", "op-pw"));
-  EXPECT_EQ(151, loginFrom("admin", "admin-pw"));
-  EXPECT_TRUE(server->LogHas(" 10.0.0.9 op auth.login 200 "));
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(150, loginFrom("10.0.0.5", "admin", "bad")) << i;
+  // Locked for that pair: even the right password, whichever worker answers...
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(151, loginFrom("10.0.0.5", "admin", "admin-pw")) << i;
+  // ...but not other accounts from there, nor the owner from elsewhere.
+  EXPECT_EQ(0, loginFrom("10.0.0.5", "op", "op-pw"));
+  EXPECT_EQ(0, loginFrom("10.0.0.9", "admin", "admin-pw"));
+  // Made-up names behind one proxy address do not lock out the owner there before the
+  // address's ceiling (20); a name longer than 64 bytes is refused and counted the same way.
+  for (int i = 0; i < 18; ++i) EXPECT_EQ(150, loginFrom("10.0.0.7", "x" + std::to_string(i), "y"));
+  EXPECT_EQ(150, loginFrom("10.0.0.7", std::string(65, 'a'), "y"));
+  EXPECT_EQ(0, loginFrom("10.0.0.7", "admin", "admin-pw"));
+  EXPECT_EQ(150, loginFrom("10.0.0.7", "x-last", "y"));
+  EXPECT_EQ(151, loginFrom("10.0.0.7", "admin", "admin-pw"));
+  EXPECT_TRUE(server->LogHas(" 10.0.0.9 admin auth.login 200 "));
   SleepMs(1600);
-  EXPECT_TRUE(client.Login("admin", "admin-pw")["success"].asBool());
+  EXPECT_EQ(0, loginFrom("10.0.0.5", "admin", "admin-pw"));
 }
 
 TEST_F(ServerHttp, StaticFilesStayInsideTheUiDirectory) {
@@ -301,10 +307,12 @@ TEST_F(ServerHttp, AKilledWorkerIsReplaced) {
   auto server = Start({"--workers", "1"});
   std::vector<pid_t> before = server->Workers();
   ASSERT_EQ(1u, before.size());
-  // The only worker is inside a request when it dies: that request is lost, nothing else.
+  // The only worker is inside a request when it dies: that request is lost, nothing else. An
+  // answer first shows the worker has taken the connection.
   HttpConnection inFlight(server->port());
+  ASSERT_TRUE(inFlight.Send("GET /app.js HTTP/1.1\r\nHost: x\r\n\r\n"));
+  ASSERT_EQ(200, inFlight.Read().status);
   ASSERT_TRUE(inFlight.Send("GET / HTTP/1.1\r\nHost: x\r\n"));
-  SleepMs(100);
   ASSERT_EQ(0, kill(before[0], SIGKILL));
   EXPECT_TRUE(inFlight.ClosedWithin(2000));
   HttpAnswer next = HttpRequest(server->port(), "GET", "/app.js");
@@ -335,4 +343,65 @@ TEST_F(ServerHttp, StopLetsRequestsInFlightFinish) {
   // No new connections once stopped.
   HttpConnection refused(port);
   EXPECT_FALSE(refused.connected());
+}
+
+// What a foreign page or a proxy's log could get hold of: the cookie is Secure over TLS, the
+// token counts only in a header or a POST body, and browsers' cross-site POSTs are refused
+// (clients that name no origin, like curl, are not browsers and keep working).
+TEST_F(ServerHttp, SecretsStayOutOfReach) {
+  auto plain = Start({"--trust-proxy"});
+  const std::string login = "method=login&account=admin&passwd=admin-pw";
+  HttpAnswer answer = HttpRequest(plain->port(), "POST", "/webapi/auth", login);
+  EXPECT_EQ(std::string::npos, answer.Header("set-cookie").find("Secure"));
+  answer = HttpRequest(plain->port(), "POST", "/webapi/auth", login, {"X-Forwarded-Proto: https"});
+  EXPECT_NE(std::string::npos, answer.Header("set-cookie").find("; Secure"));
+
+  WebApiClient client(plain->port());
+  ASSERT_TRUE(client.Login("admin", "admin-pw")["success"].asBool());
+  std::string cookie = "Cookie: " + client.cookie;
+  const std::string call = "api=QUOR.Core.SyslogClient.Log&version=1&method=list&limit=1";
+  // In the query string the token does not count; in the body or the header it does.
+  EXPECT_EQ(
+      112, ErrorCode(Parsed(HttpRequest(plain->port(), "GET",
+                                        "/webapi?" + call + "&_token=" + client.token, "", {cookie})
+                                .body)));
+  EXPECT_EQ(112, ErrorCode(Parsed(HttpRequest(plain->port(), "POST",
+                                              "/webapi?_token=" + client.token, call, {cookie})
+                                      .body)));
+  EXPECT_TRUE(Parsed(HttpRequest(plain->port(), "POST", "/webapi", call + "&_token=" + client.token,
+                                 {cookie})
+                         .body)["success"]
+                  .asBool());
+
+  // A sign-in (or any POST) from another site's page is refused; the page's own goes through.
+  EXPECT_EQ(403, HttpRequest(plain->port(), "POST", "/webapi/auth", login,
+                             {"Origin: http://evil.example"})
+                     .status);
+  EXPECT_EQ(
+      403, HttpRequest(plain->port(), "POST", "/webapi/auth", login, {"Sec-Fetch-Site: cross-site"})
+               .status);
+  EXPECT_EQ(403, HttpRequest(plain->port(), "POST", "/webapi", call,
+                             {cookie, "X-Quor-Token: " + client.token, "Origin: null"})
+                     .status);
+  std::string self = "Origin: http://127.0.0.1:" + std::to_string(plain->port());
+  EXPECT_TRUE(Parsed(HttpRequest(plain->port(), "POST", "/webapi/auth", login,
+                                 {self, "Sec-Fetch-Site: same-origin"})
+                         .body)["success"]
+                  .asBool());
+  plain->Stop();
+
+  auto secure = Start({"--secure-cookie"});
+  answer = HttpRequest(secure->port(), "POST", "/webapi/auth", login);
+  EXPECT_NE(std::string::npos, answer.Header("set-cookie").find("; Secure"));
+}
+
+// Where no syslog is (or with --log-stderr), the modules' system-log lines reach standard error.
+TEST_F(ServerHttp, ModuleLinesGoToStandardError) {
+  auto server = Start({"--log-stderr"});
+  WebApiClient client(server->port());
+  ASSERT_TRUE(client.Login("admin", "admin-pw")["success"].asBool());
+  client.Call("list", "sort=nonsense");
+  EXPECT_TRUE(
+      server->LogHas("quor-webapi: syslog err: QUOR.Core.SyslogClient.Log:48 Bad sort field."))
+      << server->Log();
 }

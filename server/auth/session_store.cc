@@ -2,11 +2,15 @@
 // texts in one place (Fail).
 #include "server/auth/session_store.h"
 
+#include <fcntl.h>
 #include <sodium.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "platform/root.h"
 #include "tools/lib/root_layout.h"
@@ -74,7 +78,9 @@ const char kSchema[] =
     "CREATE INDEX IF NOT EXISTS login_failures_subject ON login_failures (subject, at);"
     "CREATE TABLE IF NOT EXISTS lockouts (subject TEXT PRIMARY KEY, until INTEGER NOT NULL);";
 
-std::string AccountSubject(const std::string& account) { return "account:" + account; }
+std::string PairSubject(const std::string& account, const std::string& address) {
+  return "pair:" + address + "\n" + account;
+}
 std::string AddressSubject(const std::string& address) { return "address:" + address; }
 
 }  // namespace
@@ -102,11 +108,24 @@ bool SessionStore::Open(const std::string& path, const SessionLimits& limits) {
     return false;
   }
   limits_ = limits;
+  // The database holds live session keys' hashes and request tokens: the folder is the
+  // server's alone (0700) and the file 0600, which SQLite gives its journal files too.
   size_t slash = path.rfind('/');
-  if (slash != std::string::npos && slash > 0 && !MakeDirs(path.substr(0, slash))) {
-    error_ = "cannot create the directory of " + path;
+  if (slash != std::string::npos && slash > 0) {
+    std::string folder = path.substr(0, slash);
+    if (!MakeDirs(folder) || chmod(folder.c_str(), 0700) != 0) {
+      error_ = "cannot create the directory of " + path;
+      return false;
+    }
+  }
+  int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0 || fchmod(fd, 0600) != 0) {
+    if (fd >= 0) close(fd);
+    error_ = "cannot create " + path;
     return false;
   }
+  close(fd);
+  for (const char* journal : {"-wal", "-shm", "-journal"}) chmod((path + journal).c_str(), 0600);
   if (sqlite3_open(path.c_str(), &db_) != SQLITE_OK) return Fail(("cannot open " + path).c_str());
   sqlite3_busy_timeout(db_, 5000);
   return Exec(kSchema);
@@ -161,7 +180,7 @@ bool SessionStore::IsLockedOut(const std::string& account, const std::string& ad
                                bool* locked) {
   Statement select(db_, "SELECT 1 FROM lockouts WHERE subject IN (?, ?) AND until > ?");
   if (!select.ok()) return Fail("sessions database");
-  select.Bind(1, AccountSubject(account)).Bind(2, AddressSubject(address)).Bind(3, NowMs());
+  select.Bind(1, PairSubject(account, address)).Bind(2, AddressSubject(address)).Bind(3, NowMs());
   int rc = select.Step();
   *locked = rc == SQLITE_ROW;
   return rc == SQLITE_ROW || rc == SQLITE_DONE || Fail("cannot read the lockouts");
@@ -175,19 +194,28 @@ bool SessionStore::RecordFailure(const std::string& account, const std::string& 
   {
     Statement prune(db_, "DELETE FROM login_failures WHERE at <= ?");
     ok = prune.ok() && prune.Bind(1, now - limits_.failureWindowMs).Step() == SQLITE_DONE;
+    Statement expired(db_, "DELETE FROM lockouts WHERE until <= ?");
+    ok = ok && expired.ok() && expired.Bind(1, now).Step() == SQLITE_DONE;
   }
-  for (const std::string& subject : {AccountSubject(account), AddressSubject(address)}) {
+  struct Counted {
+    std::string subject;
+    int limit;
+  };
+  std::vector<Counted> counted = {{AddressSubject(address), limits_.maxAddressFailures}};
+  if (!account.empty()) counted.push_back({PairSubject(account, address), limits_.maxFailures});
+  for (const Counted& c : counted) {
     if (!ok) break;
     Statement insert(db_, "INSERT INTO login_failures (subject, at) VALUES (?, ?)");
-    ok = insert.ok() && insert.Bind(1, subject).Bind(2, now).Step() == SQLITE_DONE;
+    ok = insert.ok() && insert.Bind(1, c.subject).Bind(2, now).Step() == SQLITE_DONE;
     Statement count(db_, "SELECT count(*) FROM login_failures WHERE subject = ?");
-    ok = ok && count.ok() && count.Bind(1, subject).Step() == SQLITE_ROW;
-    if (!ok || count.Int(0) < limits_.maxFailures) continue;
+    ok = ok && count.ok() && count.Bind(1, c.subject).Step() == SQLITE_ROW;
+    if (!ok || count.Int(0) < c.limit) continue;
     // Locked: the count starts afresh when the lockout ends.
     Statement lock(db_, "INSERT OR REPLACE INTO lockouts (subject, until) VALUES (?, ?)");
-    ok = lock.ok() && lock.Bind(1, subject).Bind(2, now + limits_.lockoutMs).Step() == SQLITE_DONE;
+    ok =
+        lock.ok() && lock.Bind(1, c.subject).Bind(2, now + limits_.lockoutMs).Step() == SQLITE_DONE;
     Statement reset(db_, "DELETE FROM login_failures WHERE subject = ?");
-    ok = ok && reset.ok() && reset.Bind(1, subject).Step() == SQLITE_DONE;
+    ok = ok && reset.ok() && reset.Bind(1, c.subject).Step() == SQLITE_DONE;
   }
   if (!ok) {
     Fail("cannot record the failed login");
@@ -197,9 +225,9 @@ bool SessionStore::RecordFailure(const std::string& account, const std::string& 
   return Exec("COMMIT");
 }
 
-bool SessionStore::ClearFailures(const std::string& account) {
+bool SessionStore::ClearFailures(const std::string& account, const std::string& address) {
   Statement remove(db_, "DELETE FROM login_failures WHERE subject = ?");
   if (!remove.ok()) return Fail("sessions database");
-  return remove.Bind(1, AccountSubject(account)).Step() == SQLITE_DONE ||
+  return remove.Bind(1, PairSubject(account, address)).Step() == SQLITE_DONE ||
          Fail("cannot clear the failed logins");
 }

@@ -41,13 +41,15 @@ class SessionStore {
   // Ends the session of cookie, if any.
   bool End(const std::string& cookie);
 
-  // True in *locked when the account or the address is locked out now.
+  // True in *locked when the account is locked out from the address, or the whole address is.
   bool IsLockedOut(const std::string& account, const std::string& address, bool* locked);
-  // Counts a failed login against the account and the address; either reaching the limit
-  // within the window is locked out for the lockout time.
+  // Counts a failed login against the account and address pair and against the address: the
+  // pair is locked out at maxFailures within the window, the address (for every account) at
+  // maxAddressFailures. An empty account counts against the address only. Expired failures
+  // and lockouts are deleted on the way.
   bool RecordFailure(const std::string& account, const std::string& address);
-  // Forgets the account's failed logins after a successful one.
-  bool ClearFailures(const std::string& account);
+  // Forgets the pair's failed logins after a successful one.
+  bool ClearFailures(const std::string& account, const std::string& address);
 
   const std::string& LastError() const { return error_; }
 

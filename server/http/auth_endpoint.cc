@@ -10,9 +10,13 @@ namespace http = boost::beast::http;
 
 namespace {
 
-void SetCookie(Exchange* exchange, const std::string& value, bool expire) {
+// Account names are at most this long: anything longer is refused before any lookup.
+const size_t kMaxAccountBytes = 64;
+
+void SetCookie(Exchange* exchange, const std::string& value, bool expire, bool secure) {
   std::string cookie =
       std::string(kSessionCookie) + "=" + value + "; HttpOnly; SameSite=Strict; Path=/";
+  if (secure) cookie += "; Secure";
   if (expire) cookie += "; Max-Age=0";
   exchange->response.set(http::field::set_cookie, cookie);
 }
@@ -36,8 +40,19 @@ void Router::HandleAuth(const HttpRequest& request, const RequestFields& fields,
   Session session;
   bool found = false;
 
+  bool secure =
+      config_.secureCookie || (config_.trustProxy && request["X-Forwarded-Proto"] == "https");
   if (method == "login") {
     std::string account = fields.Raw("account");
+    if (account.size() > kMaxAccountBytes) {
+      // Counted against the address only: a name this long is no account, and is not stored.
+      exchange->user = "-";
+      if (!sessions_->RecordFailure("", exchange->client)) {
+        fprintf(stderr, "quor-webapi: %s\n", sessions_->LastError().c_str());
+      }
+      answer.SetError(kErrorBadLogin);
+      return AnswerEnvelope(exchange, EnvelopeText(answer));
+    }
     exchange->user = account.empty() ? "-" : account;
     bool locked = false;
     if (!sessions_->IsLockedOut(account, exchange->client, &locked)) {
@@ -60,7 +75,7 @@ void Router::HandleAuth(const HttpRequest& request, const RequestFields& fields,
     // A login replaces whatever session the client had.
     std::string old = CookieValue(std::string(request[http::field::cookie]), kSessionCookie);
     if (!old.empty()) sessions_->End(old);
-    sessions_->ClearFailures(account);
+    sessions_->ClearFailures(account, exchange->client);
     std::string lang = fields.Raw("lang");
     session.user = user.name;
     session.lang = IsSupportedLanguage(lang) ? lang : user.lang;
@@ -72,7 +87,7 @@ void Router::HandleAuth(const HttpRequest& request, const RequestFields& fields,
     }
     answer.SetSuccess(SessionData(session));
     AnswerEnvelope(exchange, EnvelopeText(answer));
-    SetCookie(exchange, cookie, false);
+    SetCookie(exchange, cookie, false, secure);
   } else if (method == "logout") {
     // No token needed: the SameSite=Strict cookie keeps other sites from ending a session, and
     // a page that lost its token can still sign out.
@@ -81,7 +96,7 @@ void Router::HandleAuth(const HttpRequest& request, const RequestFields& fields,
       sessions_->End(CookieValue(std::string(request[http::field::cookie]), kSessionCookie));
     answer.SetSuccess();
     AnswerEnvelope(exchange, EnvelopeText(answer));
-    SetCookie(exchange, "", true);
+    SetCookie(exchange, "", true, secure);
   } else if (method == "status") {
     if (!FindSession(request, &session, &found, exchange)) return;
     Json::Value data = found ? SessionData(session) : Json::Value(Json::objectValue);

@@ -12,7 +12,6 @@ struct RequestFields {
   Json::Value params{Json::objectValue};
   Json::Value raw{Json::objectValue};
 
-  bool Has(const std::string& name) const { return raw.isMember(name); }
   std::string Raw(const std::string& name) const;
 };
 

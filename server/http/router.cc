@@ -6,7 +6,10 @@
 
 #include "server/http/static_files.h"
 
-namespace http = boost::beast::http;
+#include <boost/beast/core/string.hpp>
+
+namespace beast = boost::beast;
+namespace http = beast::http;
 
 const char kSessionCookie[] = "quor_session";
 
@@ -17,13 +20,16 @@ void AnswerMethodNotAllowed(Exchange* exchange, const char* allowed) {
   exchange->response.set(http::field::allow, allowed);
 }
 
-// The query string's fields, then those of a form or JSON body (which replace them).
+// The query string's fields, then those of a form or JSON body (which replace them). The
+// request token counts only from the body: a query string ends up in proxies' logs.
 bool ReadFields(const HttpRequest& request, RequestFields* fields, Exchange* exchange) {
   std::string target(request.target());
   size_t question = target.find('?');
   std::string error;
   bool ok =
       question == std::string::npos || AddUrlEncoded(target.substr(question + 1), fields, &error);
+  fields->params.removeMember("_token");
+  fields->raw.removeMember("_token");
   std::string type(request[http::field::content_type]);
   type = type.substr(0, type.find(';'));
   for (char& c : type) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
@@ -39,6 +45,24 @@ bool ReadFields(const HttpRequest& request, RequestFields* fields, Exchange* exc
   }
   if (!ok) AnswerText(exchange, 400, "Bad request: " + error + "\n");
   return ok;
+}
+
+// True when the browser says the request comes from another site: an Origin header that names
+// another host than the request's, or Sec-Fetch-Site "cross-site". Clients that send neither
+// (curl, scripts) are not browsers a foreign page can drive.
+bool IsCrossSite(const HttpRequest& request) {
+  if (beast::iequals(request["Sec-Fetch-Site"], "cross-site")) return true;
+  auto origin = request.find(http::field::origin);
+  if (origin == request.end()) return false;
+  std::string value(origin->value());
+  size_t scheme = value.find("://");
+  if (scheme == std::string::npos) return true;  // "null" and the like
+  std::string originHost = value.substr(scheme + 3);
+  std::string host(request[http::field::host]);
+  if (originHost == host) return false;
+  // Behind a proxy the Host header may lack the port the browser used.
+  bool hostHasPort = host.find(':') != std::string::npos && host.back() != ']';
+  return hostHasPort || originHost.substr(0, originHost.rfind(':')) != host;
 }
 
 }  // namespace
@@ -73,6 +97,9 @@ void Router::Handle(const HttpRequest& request, Exchange* exchange) {
       exchange->client = std::string(realIp->value());
     }
     http::verb verb = request.method();
+    if (verb == http::verb::post && IsCrossSite(request)) {
+      return AnswerText(exchange, 403, "Cross-site request refused\n");
+    }
     if (path == "/webapi/auth") {
       if (verb != http::verb::post) return AnswerMethodNotAllowed(exchange, "POST");
       RequestFields fields;

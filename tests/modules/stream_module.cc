@@ -2,7 +2,8 @@
 //   stream  switches the output off and writes its own header lines and a document of
 //           "size" bytes (default 4 MiB) in 64 KiB pieces, like a download;
 //   echo    answers the parameters, the user name and the language it was given;
-//   crash   kills its own process, as a faulty module would.
+//   crash   kills its own process, as a faulty module would;
+//   sleep   answers after "ms" milliseconds, as a method stuck on a slow store would.
 #include <signal.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -36,6 +37,11 @@ void Echo(QUOR::APIRequest* request, QUOR::APIResponse* response) {
 
 void Crash(QUOR::APIRequest*, QUOR::APIResponse*) { kill(getpid(), SIGKILL); }
 
+void Sleep(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  usleep(static_cast<useconds_t>(QUOR::WebAPIUtil::ToInt(request->GetParam("ms", 0))) * 1000);
+  response->SetSuccess(Json::Value("slept"));
+}
+
 bool RefuseNegative(QUOR::APIRequest* request, QUOR::APIResponse* response) {
   if (QUOR::WebAPIUtil::ToInt(request->GetParam("size", 0)) >= 0) return true;
   response->SetError(120);
@@ -46,6 +52,7 @@ const QUOR::APIMethodEntry kMethods[] = {
     {"QUOR.Test.Stream", 1, "stream", Stream},
     {"QUOR.Test.Stream", 1, "echo", Echo},
     {"QUOR.Test.Stream", 1, "crash", Crash},
+    {"QUOR.Test.Stream", 1, "sleep", Sleep},
     {nullptr, 0, nullptr, nullptr},
 };
 const QUOR::APICheckEntry kChecks[] = {

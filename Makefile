@@ -3,7 +3,7 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build test run bench clean format
+.PHONY: deps configure build test run bench soak clean format
 
 deps:
 	@scripts/install-deps.sh --browser
@@ -27,6 +27,10 @@ bench: deps
 	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target all log_bench
 	@scripts/bench.sh $(BUILD)
+
+soak: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target all quor-soak
+	@scripts/soak.sh $(BUILD)
 
 format:
 	@clang-format -i $$(git ls-files '*.cc' '*.h')

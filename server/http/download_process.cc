@@ -7,6 +7,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,6 +21,8 @@
 namespace http = boost::beast::http;
 
 namespace {
+
+constexpr int kDownloadNice = 10;
 
 // The worker's other connections, its listening socket and its sessions database stay the
 // worker's: the download process closes every descriptor but the standard streams and keep.
@@ -71,8 +74,11 @@ bool StartDownloadProcess(const ServerConfig& config, int slotFd, Exchange* exch
     exchange->handedOff = true;
     return true;
   }
-  // The download process: it ends with the server, and its stop is the server's to give.
+  // The download process: it ends with the server, and its stop is the server's to give. It
+  // yields the processor to the workers: a long document may take a little longer, the calls
+  // of the administrators waiting on a page may not.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
+  setpriority(PRIO_PROCESS, 0, kDownloadNice);
   signal(SIGTERM, SIG_DFL);
   signal(SIGINT, SIG_DFL);
   signal(SIGALRM, SIG_DFL);

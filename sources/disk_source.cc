@@ -8,6 +8,7 @@
 #include "platform/disk.h"
 #include "platform/logfiles.h"
 #include "platform/root.h"
+#include "sources/disk_rows.h"
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
 #include "sources/sql_query.h"
@@ -16,8 +17,6 @@ namespace {
 
 namespace Disk = QUOR::SDS::STORAGE_MANAGER::Disk;
 
-const char kInfoFile[] = "/etc.defaults/quorinfo.conf";
-const char kModelKey[] = "upnpmodelname";
 const char* const kSortColumns[] = {"level",     "time", "model", "serial",
                                     "container", "slot", "msg",   nullptr};
 
@@ -53,8 +52,6 @@ std::string KeywordClause(const std::string& keyword) {
          (group.empty() ? "" : "OR" + group) + "OR" + GenSQLRegexp(keyword, "info") + ")";
 }
 
-const char* OrDash(const char* text) { return text != nullptr && text[0] != '\0' ? text : "-"; }
-
 }  // namespace
 
 int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts) {
@@ -76,56 +73,18 @@ int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts
   sql += " ORDER BY logtime DESC, " + search.sort + (search.ascending ? " ASC" : " DESC");
   QuorDbRows result;
   if (SelectPage(conn.get(), sql, search, &result) < 0) return -1;
-  char model[64] = "";
-  if (SLIBCFileGetKeyValue(kInfoFile, kModelKey, model, sizeof model, 0) < 1) {
-    LOG_DEBUG_AT(84, "Failed to get value of %s in %s", kModelKey, kInfoFile);
-    model[0] = '\0';
-  }
-  size_t modelLength = strlen(model);
-  enum { kLevel, kTime, kLogtime, kContainer, kModel, kSerial, kSlot, kPath, kMsg, kInfo };
-  RowColumns columns(result.get(), {"level", "time", "logtime", "container", "model", "serial",
-                                    "slot", "path", "msg", "info"});
-  // A row without container decodes its slot as the previous row did: the flag carries over.
-  bool inThisUnit = false;
-  char text[1024];
+  DiskRowDecoder decoder(result.get());
   LogRecord record;
-  TimeTexts times;
   int sent = 0;
   QUORDBROW row;
   while (QUORDBFetchRow(result.get(), &row) == 0) {
-    memset(text, 0, sizeof text);
-    int level = LevelNumber(columns.Field(row, kLevel));
+    int level = LevelNumber(decoder.Field(row, DiskRowDecoder::kLevel));
     if (!LevelKept(search, level)) continue;
     record.Clear();
     // Counted before the time check: a row without time is counted but not shown.
     record.Point("level", CountLevel(level, counts));
-    const char* time = columns.Field(row, kTime);
-    if (time == nullptr) continue;
-    const char* logtime = columns.Field(row, kLogtime);
-    long long seconds = ReadInteger(time);
-    if (logtime != nullptr && ReadInteger(logtime) < seconds) {
-      seconds = ReadInteger(logtime);
-    }
-    times.Convert(static_cast<time_t>(seconds), &record.Set("time"));
-    const char* container = columns.Field(row, kContainer);
-    record.Point("model", OrDash(columns.Field(row, kModel)));
-    record.Point("serial", OrDash(columns.Field(row, kSerial)));
-    record.Point("container", OrDash(container));
-    if (container != nullptr) {
-      inThisUnit = modelLength > 0 && strncmp(container, model, modelLength) == 0;
-    }
-    const char* slot = columns.Field(row, kSlot);
-    const char* devicePath = columns.Field(row, kPath);
-    if (Disk::DiskSlotConverter(devicePath, slot, inThisUnit, text, sizeof text) < 0) {
-      LOG_ERROR_AT(117, "Failed to convert slot %s of %s", LogText(slot), LogText(devicePath));
-    }
-    record.Set("slot", OrDash(text));
-    memset(text, 0, sizeof text);
-    const char* msg = columns.Field(row, kMsg);
-    if (Disk::DiskLogConverter(msg, columns.Field(row, kInfo), text, sizeof text) < 0) {
-      LOG_ERROR_AT(123, "Failed to convert disk log message %s", LogText(msg));
-    }
-    record.Set("msg", OrDash(text));
+    if (decoder.Field(row, DiskRowDecoder::kTime) == nullptr) continue;
+    decoder.Decode(row, &record);
     sink->Add(record);
     ++sent;
   }

@@ -1,6 +1,9 @@
 // Small conversions shared by the sources when they turn rows and lines into records.
 #include "sources/record_fields.h"
 
+#include <stdio.h>
+#include <stdlib.h>
+
 #include "catalogue/log_levels.h"
 #include "catalogue/text_helpers.h"
 #include "platform/logfiles.h"
@@ -85,4 +88,19 @@ const char* CountLevel(int level, LevelCounts* counts) {
                                        : &counts->info;
   ++*counter;
   return row.recordWord;
+}
+
+std::string FileSizeText(const char* column) {
+  long long n = strtoll(column, nullptr, 10);
+  char text[32];
+  if (n <= 1024) {
+    snprintf(text, sizeof text, "%lld Bytes", n);
+  } else if (n <= 1048576) {
+    snprintf(text, sizeof text, "%.2f KB", n / 1024.0);
+  } else if (n <= 1073741824) {
+    snprintf(text, sizeof text, "%.2f MB", n / 1024.0 / 1024.0);
+  } else {
+    snprintf(text, sizeof text, "%.2f GB", n / 1024.0 / 1024.0 / 1024.0);
+  }
+  return text;
 }

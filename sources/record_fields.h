@@ -56,5 +56,9 @@ bool LevelKept(const LogSearch& search, int level);
 // The record's level word of a level number ("err", "warn", "info"), adding one to its counter.
 const char* CountLevel(int level, LevelCounts* counts);
 
+// A transfer's byte count as text, in the largest unit of 1024 it exceeds ("1024 Bytes",
+// "1.50 KB", "2.00 MB", "1.00 GB"); each boundary stays in the smaller unit.
+std::string FileSizeText(const char* column);
+
 // A text for a "%s" of a message: "(null)" for a missing one.
 inline const char* LogText(const char* text) { return text != nullptr ? text : "(null)"; }

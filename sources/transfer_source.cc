@@ -13,23 +13,6 @@ namespace {
 const char* const kSortColumns[] = {"time",     "ip",    "username", "cmd",  "filesize",
                                     "filename", "isdir", "logtype",  nullptr};
 
-// A byte count in the largest unit of 1024 it exceeds; each boundary stays in the smaller unit,
-// so 1024 bytes read "1024 Bytes".
-std::string FileSizeText(const char* column) {
-  long long n = strtoll(column, nullptr, 10);
-  char text[32];
-  if (n <= 1024) {
-    snprintf(text, sizeof text, "%lld Bytes", n);
-  } else if (n <= 1048576) {
-    snprintf(text, sizeof text, "%.2f KB", n / 1024.0);
-  } else if (n <= 1073741824) {
-    snprintf(text, sizeof text, "%.2f MB", n / 1024.0 / 1024.0);
-  } else {
-    snprintf(text, sizeof text, "%.2f GB", n / 1024.0 / 1024.0 / 1024.0);
-  }
-  return text;
-}
-
 }  // namespace
 
 int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* sink) {

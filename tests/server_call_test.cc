@@ -45,10 +45,16 @@ TEST(ServerCall, RegistryWalksBothTablesToTheEndRow) {
   ModuleRegistry registry;
   std::string error;
   ASSERT_TRUE(registry.LoadDirectory(kModules, &error)) << error;
-  EXPECT_EQ(3u, registry.MethodCount());
-  EXPECT_EQ(4u, registry.CheckRowCount());
+  // Both modules of the directory: the log module and the search module.
+  EXPECT_EQ(5u, registry.MethodCount());
+  EXPECT_EQ(6u, registry.CheckRowCount());
   for (const char* method : {"list", "export", "clear"}) {
     const MethodEntry* entry = registry.Find(kApi, 1, method);
+    ASSERT_NE(nullptr, entry) << method;
+    EXPECT_NE(nullptr, entry->checker) << method;
+  }
+  for (const char* method : {"query", "histogram"}) {
+    const MethodEntry* entry = registry.Find("QUOR.LogCenter.Search", 1, method);
     ASSERT_NE(nullptr, entry) << method;
     EXPECT_NE(nullptr, entry->checker) << method;
   }
@@ -59,7 +65,7 @@ TEST(ServerCall, RegistryWalksBothTablesToTheEndRow) {
   // Loading the same module twice would serve its methods twice: refused, naming both files.
   EXPECT_FALSE(registry.LoadFile(QUOR_MODULE_PATH, &error));
   EXPECT_NE(std::string::npos, error.find("already served")) << error;
-  EXPECT_EQ(3u, registry.MethodCount());
+  EXPECT_EQ(5u, registry.MethodCount());
 }
 
 TEST(ServerCall, RefusesFilesThatAreNotModules) {

@@ -1,0 +1,29 @@
+// The entry points of QUOR.LogCenter.Search: the method table and the check table that the
+// web-API server walks to the all-zero row.
+#include "platform/webapi.h"
+#include "search/search_methods.h"
+
+#define QUOR_EXPORT __attribute__((visibility("default")))
+
+namespace {
+
+const char kApi[] = "QUOR.LogCenter.Search";
+
+const QUOR::APIMethodEntry kMethodTable[] = {
+    {kApi, 1, "query", QueryMethod},
+    {kApi, 1, "histogram", HistogramMethod},
+    {nullptr, 0, nullptr, nullptr},
+};
+
+const QUOR::APICheckEntry kCheckTable[] = {
+    {kApi, 1, "query", CheckSearchParams, nullptr, nullptr},
+    {kApi, 1, "histogram", CheckSearchParams, nullptr, nullptr},
+    {nullptr, 0, nullptr, nullptr, nullptr, nullptr},
+};
+
+}  // namespace
+
+extern "C" {
+QUOR_EXPORT const QUOR::APIMethodEntry* GetAPITable() { return kMethodTable; }
+QUOR_EXPORT const QUOR::APICheckEntry* GetAPICheckTable() { return kCheckTable; }
+}

@@ -1,0 +1,139 @@
+// Searches over a plain-text backup log: the window of its last lines, read as the list reads
+// it, then filtered, counted, ordered and paged in memory (the window is bounded).
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "catalogue/log_levels.h"
+#include "catalogue/log_types.h"
+#include "platform/logfiles.h"
+#include "search/search_result.h"
+#include "sources/log_sources.h"
+#include "sources/record_fields.h"
+
+namespace {
+
+constexpr int kWindow = 15000;
+
+struct Line {
+  Json::Value record;
+  int level;
+  int64_t seconds;  // the line's local time as epoch seconds
+};
+
+int LevelOfRecord(const Json::Value& record) {
+  const LogLevel* level = LogLevelByRecordWord(record["level"].asCString());
+  return level != nullptr ? level->number : 1;
+}
+
+// "YYYY/MM/DD HH:MM:SS" in local time as epoch seconds; 0 when it is not such a text.
+int64_t EpochOfLocalText(const std::string& text) {
+  struct tm local = {};
+  if (strptime(text.c_str(), "%Y/%m/%d %H:%M:%S", &local) == nullptr) return 0;
+  local.tm_isdst = -1;
+  return static_cast<int64_t>(mktime(&local));
+}
+
+bool Matches(const SearchRequest& search, const Json::Value& record, int64_t seconds) {
+  for (const std::string& term : search.terms) {
+    if (!KeywordFound(record["descr"].asCString(), term) &&
+        !KeywordFound(record["who"].asCString(), term)) {
+      return false;
+    }
+  }
+  if (search.hasFrom && seconds < search.from) return false;
+  if (search.hasTo && seconds > search.to) return false;
+  return true;
+}
+
+// True when the log holds more lines than the window that is read.
+bool MoreThanWindow(const std::string& type) {
+  const LogTypeEntry* entry = FindLogTypeEntry(type);
+  char path[4096];
+  if (entry == nullptr || QUORLogFilePathGet(entry->id, path, sizeof path) != 0) return false;
+  int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return false;
+  std::unique_ptr<FILE, int (*)(FILE*)> file(fdopen(fd, "r"), fclose);
+  if (file == nullptr) {
+    close(fd);
+    return false;
+  }
+  char** lines = nullptr;
+  int count = 0;
+  readfileinreverse(file.get(), &lines, &count, kWindow + 1);
+  for (int i = 0; i < count; ++i) free(lines[i]);
+  free(lines);
+  return count > kWindow;
+}
+
+// The window's lines that match every filter but the level's.
+std::vector<Line> ReadLines(const SearchRequest& search) {
+  LogSearch window;
+  window.logtype = search.types.at(0);
+  std::vector<Json::Value> records;
+  FetchPlainLogs(window, &records);
+  std::vector<Line> lines;
+  for (Json::Value& record : records) {
+    int64_t seconds = EpochOfLocalText(record["time"].asString());
+    if (!Matches(search, record, seconds)) continue;
+    lines.push_back({std::move(record), 0, seconds});
+    lines.back().level = LevelOfRecord(lines.back().record);
+  }
+  return lines;
+}
+
+}  // namespace
+
+bool QueryPlain(const SearchRequest& search, QueryResult* result, SearchFailure*) {
+  std::vector<Line> lines = ReadLines(search);
+  std::vector<const Line*> kept;
+  for (const Line& line : lines) {
+    ++result->levels[line.level];
+    if (search.levels[line.level]) kept.push_back(&line);
+  }
+  result->total = static_cast<int64_t>(kept.size());
+  // Newest first by default; ties keep the file's order (newest first as read).
+  std::stable_sort(kept.begin(), kept.end(), [&](const Line* a, const Line* b) {
+    if (search.sort == "level") {
+      return search.ascending ? a->level < b->level : a->level > b->level;
+    }
+    if (search.sort == "time") {
+      return search.ascending ? a->seconds < b->seconds : a->seconds > b->seconds;
+    }
+    const std::string x = a->record[search.sort].asString(), y = b->record[search.sort].asString();
+    return search.ascending ? x < y : x > y;
+  });
+  for (size_t i = static_cast<size_t>(search.offset);
+       i < kept.size() && i < static_cast<size_t>(search.offset + search.limit); ++i) {
+    result->items.append(kept[i]->record);
+  }
+  result->partial = MoreThanWindow(search.types.at(0));
+  return true;
+}
+
+bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchFailure*) {
+  std::vector<Line> lines = ReadLines(search);
+  int64_t from = search.from, to = search.to;
+  bool any = false;
+  for (const Line& line : lines) {
+    if (!search.levels[line.level]) continue;
+    if (!search.hasFrom && (!any || line.seconds < from)) from = line.seconds;
+    if (!search.hasTo && (!any || line.seconds > to)) to = line.seconds;
+    any = true;
+  }
+  if (!any && !(search.hasFrom && search.hasTo)) {
+    histogram->from = search.hasFrom ? from : 0;
+    histogram->to = search.hasTo ? to : 0;
+    return true;
+  }
+  LayOutBuckets(from, to, search.buckets, histogram);
+  for (const Line& line : lines) {
+    if (search.levels[line.level]) CountInBucket(line.seconds, line.level, 1, histogram);
+  }
+  return true;
+}

@@ -1,0 +1,81 @@
+// The methods of QUOR.LogCenter.Search: query and histogram, and their checker.
+#include "search/search_methods.h"
+
+#include "platform/systemlog.h"
+#include "search/search_result.h"
+
+namespace {
+
+const int kErrorInvalidParameter = 120;
+const int kErrorUnreadableStore = 5101;
+
+bool Read(const QUOR::APIRequest& request, QUOR::APIResponse* response, SearchRequest* search) {
+  std::string name, reason;
+  if (ReadSearchRequest(request, search, &name, &reason)) return true;
+  Json::Value detail(Json::objectValue);
+  detail["name"] = name;
+  detail["reason"] = reason;
+  response->SetError(kErrorInvalidParameter, detail);
+  return false;
+}
+
+void AnswerFailure(const QUOR::APIRequest& request, const SearchFailure& failure,
+                   QUOR::APIResponse* response) {
+  Json::Value detail(Json::objectValue);
+  detail["logtype"] = request.GetParam("logtype", "system");
+  detail["reason"] = failure.reason;
+  response->SetError(kErrorUnreadableStore, detail);
+}
+
+}  // namespace
+
+bool CheckSearchParams(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  SearchRequest search;
+  return Read(*request, response, &search);
+}
+
+void QueryMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  try {
+    SearchRequest search;
+    if (!Read(*request, response, &search)) return;
+    QueryResult result;
+    SearchFailure failure;
+    bool ok = search.logClass == LogClass::kPlain ? QueryPlain(search, &result, &failure)
+                                                  : QueryDatabases(search, &result, &failure);
+    if (!ok) return AnswerFailure(*request, failure, response);
+    Json::Value answer(Json::objectValue);
+    answer["total"] = static_cast<Json::Int64>(result.total);
+    answer["items"] = std::move(result.items);
+    Json::Value levels(Json::objectValue);
+    levels["info"] = static_cast<Json::Int64>(result.levels[1]);
+    levels["warn"] = static_cast<Json::Int64>(result.levels[2]);
+    levels["err"] = static_cast<Json::Int64>(result.levels[3]);
+    answer["levels"] = levels;
+    answer["partial"] = result.partial;
+    response->SetSuccess(std::move(answer));
+  } catch (const std::exception& e) {
+    // Only memory exhaustion gets here; the call then stays unanswered.
+    SLIBCSysLog(LOG_ERR, "QUOR.LogCenter.Search: query failed: %s", e.what());
+  }
+}
+
+void HistogramMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  try {
+    SearchRequest search;
+    if (!Read(*request, response, &search)) return;
+    Histogram histogram;
+    SearchFailure failure;
+    bool ok = search.logClass == LogClass::kPlain
+                  ? HistogramOfPlain(search, &histogram, &failure)
+                  : HistogramOfDatabases(search, &histogram, &failure);
+    if (!ok) return AnswerFailure(*request, failure, response);
+    Json::Value answer(Json::objectValue);
+    answer["from"] = static_cast<Json::Int64>(histogram.from);
+    answer["to"] = static_cast<Json::Int64>(histogram.to);
+    answer["bucket"] = static_cast<Json::Int64>(histogram.bucket);
+    answer["counts"] = std::move(histogram.counts);
+    response->SetSuccess(std::move(answer));
+  } catch (const std::exception& e) {
+    SLIBCSysLog(LOG_ERR, "QUOR.LogCenter.Search: histogram failed: %s", e.what());
+  }
+}

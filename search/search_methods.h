@@ -1,0 +1,13 @@
+// The methods of QUOR.LogCenter.Search, version 1, administrators only.
+//   query      {"total", "items", "levels": {"info", "warn", "err"}, "partial"}
+//   histogram  {"from", "to", "bucket", "counts": [[start, info, warn, err], ...]}
+// Both take "logtype", "level", "from", "to", "q", "sort", "order", "offset", "limit" (and
+// "buckets"); a bad one answers 120 {"name", "reason"}, a store that cannot be read 5101
+// {"logtype", "reason"}.
+#pragma once
+
+#include "platform/webapi.h"
+
+bool CheckSearchParams(QUOR::APIRequest* request, QUOR::APIResponse* response);
+void QueryMethod(QUOR::APIRequest* request, QUOR::APIResponse* response);
+void HistogramMethod(QUOR::APIRequest* request, QUOR::APIResponse* response);

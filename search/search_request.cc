@@ -1,0 +1,187 @@
+// The parameters of QUOR.LogCenter.Search.
+#include "search/search_request.h"
+
+#include <string.h>
+
+#include "catalogue/log_types.h"
+#include "catalogue/type_lists.h"
+#include "platform/slibc.h"
+
+namespace {
+
+// The record keys each class sorts by.
+const char* const kSystemKeys[] = {"time",    "level",          "who",  "descr",
+                                   "logtype", "orginalLogType", nullptr};
+const char* const kTransferKeys[] = {"time",  "ip",      "username",       "cmd",   "filesize",
+                                     "descr", "logtype", "orginalLogType", "isdir", nullptr};
+const char* const kDiskKeys[] = {"time",      "level", "model", "serial",
+                                 "container", "slot",  "msg",   nullptr};
+
+bool Listed(const std::string& key, const char* const* keys) {
+  for (; *keys != nullptr; ++keys) {
+    if (key == *keys) return true;
+  }
+  return false;
+}
+
+const char* const* SortKeys(LogClass c) {
+  switch (c) {
+    case LogClass::kTransfer:
+      return kTransferKeys;
+    case LogClass::kDisk:
+      return kDiskKeys;
+    default:
+      return kSystemKeys;
+  }
+}
+
+// A text parameter: absent gives def; present and not a string is a type error.
+bool Text(const QUOR::APIRequest& request, const char* name, const char* def, std::string* out) {
+  if (!request.HasParam(name)) {
+    *out = def;
+    return true;
+  }
+  Json::Value value = request.GetParam(name, Json::Value());
+  if (!value.isString()) return false;
+  *out = value.asString();
+  return true;
+}
+
+// An integer parameter within [min, max]: *type tells a kind error from a range error.
+bool Integer(const QUOR::APIRequest& request, const char* name, int64_t def, int64_t min,
+             int64_t max, int64_t* out, bool* type) {
+  *type = false;
+  if (!request.HasParam(name)) {
+    *out = def;
+    return true;
+  }
+  Json::Value value = request.GetParam(name, Json::Value());
+  if (!value.isInt64()) {
+    *type = true;
+    return false;
+  }
+  *out = value.asInt64();
+  return *out >= min && *out <= max;
+}
+
+// The log types of a logtype text, all of one class; false when they are not.
+bool ResolveTypes(const std::string& text, SearchRequest* search) {
+  std::string mapped = MapCategoriesToLogTypes(text);
+  PSLIBSZLIST split = nullptr;
+  if (mapped.empty() || SplitLogTypes(mapped, &split) < 0) return false;
+  SzList types(split);
+  if (types->nItem == 0) return false;
+  for (int i = 0; i < types->nItem; ++i) {
+    const char* type = SLIBCSzListGet(types.get(), i);
+    if (type == nullptr || FindLogTypeEntry(type) == nullptr) return false;
+    search->types.push_back(type);
+  }
+  struct {
+    bool (*test)(const char*);
+    LogClass logClass;
+    bool many;
+  } classes[] = {{IsDbLogType, LogClass::kSystem, true},
+                 {IsXferLogType, LogClass::kTransfer, true},
+                 {IsDiskLogType, LogClass::kDisk, false},
+                 {IsPlainLogType, LogClass::kPlain, false}};
+  for (const auto& c : classes) {
+    if (!AllLogTypesAre(c.test, types.get())) continue;
+    search->logClass = c.logClass;
+    return c.many || types->nItem == 1;
+  }
+  return false;
+}
+
+bool ReadLevels(const std::string& text, SearchRequest* search) {
+  if (text.empty()) return true;
+  bool wanted[4] = {false, false, false, false};
+  size_t at = 0;
+  while (at <= text.size()) {
+    size_t comma = text.find(',', at);
+    if (comma == std::string::npos) comma = text.size();
+    std::string word = text.substr(at, comma - at);
+    at = comma + 1;
+    if (word == "info") {
+      wanted[1] = true;
+    } else if (word == "warn" || word == "warning") {
+      wanted[2] = true;
+    } else if (word == "err") {
+      wanted[3] = true;
+    } else {
+      return false;
+    }
+  }
+  for (int i = 1; i <= 3; ++i) search->levels[i] = wanted[i];
+  search->levelFiltered = true;
+  return true;
+}
+
+}  // namespace
+
+std::vector<std::string> SplitTerms(const std::string& q) {
+  std::vector<std::string> terms;
+  size_t at = 0;
+  while (at < q.size()) {
+    char c = q[at];
+    if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
+      ++at;
+    } else if (c == '"') {
+      size_t close = q.find('"', at + 1);
+      if (close == std::string::npos) close = q.size();
+      std::string phrase = q.substr(at + 1, close - at - 1);
+      if (!phrase.empty()) terms.push_back(phrase);
+      at = close + 1;
+    } else {
+      size_t end = q.find_first_of(" \t\n\r\"", at);
+      if (end == std::string::npos) end = q.size();
+      terms.push_back(q.substr(at, end - at));
+      at = end;
+    }
+  }
+  return terms;
+}
+
+bool ReadSearchRequest(const QUOR::APIRequest& request, SearchRequest* search, std::string* name,
+                       std::string* reason) {
+  auto refuse = [&](const char* param, const char* why) {
+    *name = param;
+    *reason = why;
+    return false;
+  };
+  std::string logtype, level, q, sort, order;
+  if (!Text(request, "logtype", "system", &logtype)) return refuse("logtype", "type");
+  if (!Text(request, "level", "", &level)) return refuse("level", "type");
+  if (!Text(request, "q", "", &q)) return refuse("q", "type");
+  if (!Text(request, "sort", "time", &sort)) return refuse("sort", "type");
+  if (!Text(request, "order", "desc", &order)) return refuse("order", "type");
+  bool type = false;
+  int64_t buckets = 0;
+  const int64_t kMax = INT64_MAX, kMin = INT64_MIN;
+  if (!Integer(request, "from", 0, kMin, kMax, &search->from, &type)) return refuse("from", "type");
+  if (!Integer(request, "to", 0, kMin, kMax, &search->to, &type)) return refuse("to", "type");
+  if (!Integer(request, "offset", 0, 0, INT32_MAX, &search->offset, &type)) {
+    return refuse("offset", type ? "type" : "condition");
+  }
+  if (!Integer(request, "limit", 50, 1, 1000, &search->limit, &type)) {
+    return refuse("limit", type ? "type" : "condition");
+  }
+  if (!Integer(request, "buckets", 60, 1, 500, &buckets, &type)) {
+    return refuse("buckets", type ? "type" : "condition");
+  }
+  search->buckets = static_cast<int>(buckets);
+  search->hasFrom = request.HasParam("from");
+  search->hasTo = request.HasParam("to");
+  if (!ResolveTypes(logtype, search)) return refuse("logtype", "condition");
+  if (!ReadLevels(level, search)) return refuse("level", "condition");
+  if (order != "desc" && order != "asc") return refuse("order", "condition");
+  search->ascending = order == "asc";
+  if (!Listed(sort, SortKeys(search->logClass))) return refuse("sort", "condition");
+  search->sort = sort;
+  search->terms = SplitTerms(q);
+  // Transfer logs have no levels: a level filter selects nothing away.
+  if (search->logClass == LogClass::kTransfer) {
+    for (int i = 1; i <= 3; ++i) search->levels[i] = true;
+    search->levelFiltered = false;
+  }
+  return true;
+}

@@ -1,0 +1,42 @@
+// What a search finds: a page of records with the counts, or time buckets.
+#pragma once
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <string>
+
+#include "search/search_request.h"
+
+struct QueryResult {
+  int64_t total = 0;  // matches of every filter
+  Json::Value items{Json::arrayValue};
+  int64_t levels[4] = {0, 0, 0, 0};  // by level number: matches of every filter but the level's
+  bool partial = false;              // a plain-text log with more lines than its window
+};
+
+struct Histogram {
+  int64_t from = 0, to = 0, bucket = 1;
+  Json::Value counts{Json::arrayValue};  // [start, info, warn, err] per bucket
+};
+
+// Why a store could not be read, for the error 5101 answer (already logged).
+struct SearchFailure {
+  std::string reason;
+};
+
+// The database classes (system, transfer, disk). False with *failure when a store cannot be
+// read; a missing store is empty.
+bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFailure* failure);
+bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
+                          SearchFailure* failure);
+
+// The plain-text class: the window of the log's last lines, searched in memory.
+bool QueryPlain(const SearchRequest& search, QueryResult* result, SearchFailure* failure);
+bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchFailure* failure);
+
+// The bucket layout of [from, to] in at most buckets buckets of whole seconds, the counts'
+// rows made empty.
+void LayOutBuckets(int64_t from, int64_t to, int buckets, Histogram* histogram);
+// Adds count matches of level (1 to 3) at seconds to its bucket.
+void CountInBucket(int64_t seconds, int level, int64_t count, Histogram* histogram);

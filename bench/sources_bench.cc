@@ -19,6 +19,7 @@
 
 #include "api/methods.h"
 #include "bench/bare_sql.h"
+#include "bench/bench_roots.h"
 #include "platform/logdb.h"
 #include "platform/webapi.h"
 #include "sources/log_sources.h"
@@ -36,34 +37,7 @@ const char kSystemKeyword[] = "timed out";
 const char kPlainKeyword[] = "failed";
 const char kReadyStamp[] = "/.sources-bench-ready-v1";
 
-// The demo root, made once and kept between runs in QUOR_BENCH_ROOT (default under /tmp).
-const std::string& Root() {
-  static const std::string root = [] {
-    const char* given = getenv("QUOR_BENCH_ROOT");
-    std::string dir = given != nullptr && given[0] != '\0' ? given : "/tmp/quor-bench-sources";
-    struct stat st;
-    if (stat((dir + kReadyStamp).c_str(), &st) != 0) {
-      fprintf(stderr, "Laying out %s (once)...\n", dir.c_str());
-      DemoOptions options;
-      options.root = dir;
-      options.textsDir = QUOR_SOURCE_DIR "/texts";
-      options.rows = kSystemRows;
-      options.seed = 1;
-      options.end = 1735689600;
-      std::string error;
-      if (!BuildDemoRoot(options, &error) ||
-          !WritePlainLog(dir + "/var/log/quorbackup.log", "bkplog", 0, kPlainBytes, 1, options.end,
-                         &error) ||
-          !WriteTextFile(dir + kReadyStamp, "")) {
-        fprintf(stderr, "cannot lay out %s: %s\n", dir.c_str(), error.c_str());
-        exit(1);
-      }
-    }
-    setenv("QUOR_ROOT", dir.c_str(), 1);
-    return dir;
-  }();
-  return root;
-}
+const std::string& Root() { return SourcesBenchRoot(); }
 
 std::string Db(const char* file) { return Root() + "/var/log/quorlog/" + file; }
 
@@ -262,6 +236,35 @@ void SourcesPlainTailSmall(benchmark::State& s) { RunPlain(s, "copylog"); }
 void SourcesTailGrepSortSmall(benchmark::State& s) { RunTailGrepSort(s, "/var/log/quorcopy.log"); }
 
 }  // namespace
+
+// The demo root, made once and kept between runs in QUOR_BENCH_ROOT (default under /tmp).
+const std::string& SourcesBenchRoot() {
+  static const std::string root = [] {
+    const char* given = getenv("QUOR_BENCH_ROOT");
+    std::string dir = given != nullptr && given[0] != '\0' ? given : "/tmp/quor-bench-sources";
+    struct stat st;
+    if (stat((dir + kReadyStamp).c_str(), &st) != 0) {
+      fprintf(stderr, "Laying out %s (once)...\n", dir.c_str());
+      DemoOptions options;
+      options.root = dir;
+      options.textsDir = QUOR_SOURCE_DIR "/texts";
+      options.rows = kSystemRows;
+      options.seed = 1;
+      options.end = 1735689600;
+      std::string error;
+      if (!BuildDemoRoot(options, &error) ||
+          !WritePlainLog(dir + "/var/log/quorbackup.log", "bkplog", 0, kPlainBytes, 1, options.end,
+                         &error) ||
+          !WriteTextFile(dir + kReadyStamp, "")) {
+        fprintf(stderr, "cannot lay out %s: %s\n", dir.c_str(), error.c_str());
+        exit(1);
+      }
+    }
+    setenv("QUOR_ROOT", dir.c_str(), 1);
+    return dir;
+  }();
+  return root;
+}
 
 #define LIST_BENCHMARKS(name)                                                           \
   BENCHMARK(List##name)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);    \

@@ -2,6 +2,7 @@
 // databases, and the disk log. The filters are built from fixed fragments; user values enter
 // only through the platform's keyword condition or as numbers.
 #include <stdlib.h>
+#include <unistd.h>
 
 #include "api/module_log.h"
 #include "catalogue/log_levels.h"
@@ -10,6 +11,7 @@
 #include "platform/disk.h"
 #include "platform/logfiles.h"
 #include "platform/root.h"
+#include "search/level_count_cache.h"
 #include "search/search_result.h"
 #include "sources/disk_rows.h"
 #include "sources/record_fields.h"
@@ -99,14 +101,15 @@ std::string ArmFilter(const SearchRequest& search, const ClassShape& shape) {
   return filter;
 }
 
-std::string LevelList(const SearchRequest& search) {
+// " WHERE severity IN (...)" for the levels asked, or nothing when all are.
+std::string LevelFilter(const SearchRequest& search) {
   std::string list;
   for (int level = 1; level <= 3; ++level) {
     if (!search.levels[level]) continue;
     if (!list.empty()) list += ",";
     list += std::to_string(level);
   }
-  return list.empty() ? "0" : list;
+  return list == "1,2,3" ? std::string() : " WHERE severity IN (" + list + ")";
 }
 
 // The merged select of the search's stores, each row with its severity. Opens the first
@@ -122,14 +125,22 @@ class SearchScope {
     if (types == nullptr) return Fail("memory allocation failed", failure);
     for (const std::string& type : search_.types) SLIBCSzListPush(SzListSlot(&types), type.c_str());
     LogClass logClass = search_.logClass;
-    bool connected = merged_.AddTypes(types.get(), [logClass](const char* name, std::string* path) {
+    StoreStamp& stamp = stamp_;
+    bool opened = false;
+    bool connected = merged_.AddTypes(types.get(), [&](const char* name, std::string* path) {
       if (logClass == LogClass::kTransfer) {
         *path = XferlogDBPathGet(name);
       } else {
         const char* file = LogDatabaseFile(name);
         *path = file != nullptr ? QuorResolvePath(file) : std::string();
       }
-      return !path->empty();
+      if (path->empty()) return false;
+      stamp.AddFile(*path);
+      if (access(path->c_str(), F_OK) == 0) {
+        stamp.AddTable(opened ? name : "main");
+        opened = true;
+      }
+      return true;
     });
     if (!connected) return Fail("the database cannot be opened", failure);
     *empty = merged_.connection() == nullptr;
@@ -151,6 +162,11 @@ class SearchScope {
 
   const std::string& select() const { return select_; }
   const ClassShape& shape() const { return shape_; }
+  // The state of the stores, for the count cache; false when it cannot be read.
+  bool Stamp(const StoreStamp** stamp) {
+    *stamp = &stamp_;
+    return stamp_.ReadRowIds(merged_.connection());
+  }
 
  private:
   bool Fail(const std::string& reason, SearchFailure* failure) {
@@ -163,6 +179,7 @@ class SearchScope {
   const SearchRequest& search_;
   ClassShape shape_;
   MergedSelect merged_;
+  StoreStamp stamp_;
   std::string select_;
 };
 
@@ -231,26 +248,35 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
   bool empty = false;
   if (!scope.Open(failure, &empty)) return false;
   if (empty) return true;
-  // One scan counts every level; the total is the count of the levels asked for.
-  bool ok =
-      scope.Run("SELECT severity, count(*) AS n FROM (" + scope.select() + ") GROUP BY severity",
-                failure, [&](PQUORDBRESULT rows) {
-                  QUORDBROW row;
-                  while (QUORDBFetchRow(rows, &row) == 0) {
-                    int level = static_cast<int>(ReadInteger(QUORDBFetchFieldAt(rows, row, 0)));
-                    if (level < 1 || level > 3) level = 1;
-                    result->levels[level] += ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
-                  }
-                });
-  if (!ok) return false;
+  // One scan counts every level, kept while the stores do not change; the total is the count
+  // of the levels asked for.
+  const StoreStamp* stamp = nullptr;
+  bool stamped = scope.Stamp(&stamp);
+  if (!stamped || !FindLevelCounts(search, *stamp, result->levels)) {
+    bool ok =
+        scope.Run("SELECT severity, count(*) AS n FROM (" + scope.select() + ") GROUP BY severity",
+                  failure, [&](PQUORDBRESULT rows) {
+                    QUORDBROW row;
+                    while (QUORDBFetchRow(rows, &row) == 0) {
+                      int level = static_cast<int>(ReadInteger(QUORDBFetchFieldAt(rows, row, 0)));
+                      if (level < 1 || level > 3) level = 1;
+                      result->levels[level] += ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
+                    }
+                  });
+    if (!ok) return false;
+    if (stamped) KeepLevelCounts(search, *stamp, result->levels);
+  }
   for (int level = 1; level <= 3; ++level) {
     if (search.levels[level]) result->total += result->levels[level];
   }
-  const char* direction = search.ascending ? " ASC" : " DESC";
-  std::string page = scope.select() + " WHERE severity IN (" + LevelList(search) + ") ORDER BY " +
-                     SortExpression(scope.shape(), search.sort) + direction + ", orginalLogType" +
-                     direction + ", id" + direction + " LIMIT " + std::to_string(search.limit) +
-                     " OFFSET " + std::to_string(search.offset);
+  // Ties are broken by store and row id, so pages never overlap. One store needs no store key,
+  // and without it the time index (which holds the row id) gives the order without a sort.
+  const std::string direction = search.ascending ? " ASC" : " DESC";
+  std::string order = SortExpression(scope.shape(), search.sort) + direction;
+  if (search.types.size() > 1) order += ", orginalLogType" + direction;
+  order += ", id" + direction;
+  std::string page = scope.select() + LevelFilter(search) + " ORDER BY " + order + " LIMIT " +
+                     std::to_string(search.limit) + " OFFSET " + std::to_string(search.offset);
   return scope.Run(page, failure,
                    [&](PQUORDBRESULT rows) { AddRecords(search, rows, &result->items); });
 }
@@ -260,7 +286,7 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
   SearchScope scope(search);
   bool empty = false;
   if (!scope.Open(failure, &empty)) return false;
-  std::string matches = scope.select() + " WHERE severity IN (" + LevelList(search) + ")";
+  std::string matches = scope.select() + LevelFilter(search);
   int64_t from = search.from, to = search.to;
   bool any = search.hasFrom && search.hasTo;
   if (!empty && !any) {

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "platform/webapi.h"
+#include "search/search_methods.h"
 #include "tests/support/run_process.h"
 #include "tests/support/server_process.h"
 #include "tests/support/temp_root.h"
@@ -459,3 +460,36 @@ INSTANTIATE_TEST_SUITE_P(Channels, SearchModule, testing::Values(Channel::kCall,
                          [](const testing::TestParamInfo<Channel>& info) {
                            return info.param == Channel::kCall ? "Call" : "Server";
                          });
+
+// Counts kept for paging and sorting are dropped as soon as the log changes: an insert, the
+// oldest rows trimmed, a clear, all within the same second.
+TEST(SearchCounts, KeptOnlyWhileTheLogIsUnchanged) {
+  TempRoot root;
+  const std::string db = root.At("/var/log/quorlog/.QUORSYSDB");
+  MakeDatabase(db, std::string(QUOR_SYSTEM_LOG_SCHEMA) +
+                       "INSERT INTO logs (time, level, username, msg) VALUES "
+                       "(1, 'err', 'a', 'x'), (2, 'info', 'a', 'y'), (3, 'warning', 'a', 'z');");
+  auto levels = [](const char* params) {
+    QUOR::APIRequest request(QUOR::WebAPIUtil::ParseJson(params), "admin", "en");
+    QUOR::APIResponse response;
+    QueryMethod(&request, &response);
+    const Json::Value& l = response.GetData()["levels"];
+    return std::to_string(l["info"].asInt()) + "/" + std::to_string(l["warn"].asInt()) + "/" +
+           std::to_string(l["err"].asInt()) + " total " +
+           std::to_string(response.GetData()["total"].asInt());
+  };
+  EXPECT_EQ("1/1/1 total 1", levels(R"({"level":"err"})"));
+  EXPECT_EQ("1/1/1 total 3", levels(R"({"sort":"who","order":"asc","offset":1})"));
+  MakeDatabase(db, "INSERT INTO logs (time, level, username, msg) VALUES (4, 'err', 'b', 'w');");
+  EXPECT_EQ("1/1/2 total 2", levels(R"({"level":"err"})"));
+  MakeDatabase(db, "DELETE FROM logs WHERE id = 1;");
+  EXPECT_EQ("1/1/1 total 1", levels(R"({"level":"err"})"));
+  MakeDatabase(db, "UPDATE logs SET level = 'err' WHERE id = 2;");
+  EXPECT_EQ("0/1/2 total 2", levels(R"({"level":"err"})"));
+  MakeDatabase(db, "DELETE FROM logs;");
+  EXPECT_EQ("0/0/0 total 0", levels(R"({"level":"err"})"));
+  // Another filter is another count.
+  MakeDatabase(db, "INSERT INTO logs (time, level, username, msg) VALUES (5, 'err', 'c', 'v');");
+  EXPECT_EQ("0/0/1 total 1", levels(R"({"level":"err"})"));
+  EXPECT_EQ("0/0/0 total 0", levels(R"({"level":"err","q":"zzz"})"));
+}

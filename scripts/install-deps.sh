@@ -12,7 +12,7 @@ packages=(build-essential cmake pkg-config ccache libjsoncpp-dev
 for arg in "$@"; do
   case "$arg" in
     --browser)
-      packages+=(chromium)
+      packages+=(chromium fonts-noto-cjk sqlite3)
       # Node.js may come from elsewhere, bundling its own npm (which Debian's npm
       # package conflicts with): ask Debian only for what is missing.
       command -v node >/dev/null || packages+=(nodejs)

@@ -14,7 +14,7 @@ namespace http = boost::beast::http;
 
 const char kContentSecurityPolicy[] =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
-    "font-src 'self'; connect-src 'self'; form-action 'self'; base-uri 'none'; "
+    "font-src 'self'; connect-src 'self'; frame-src 'self'; form-action 'self'; base-uri 'none'; "
     "frame-ancestors 'none'";
 
 namespace {

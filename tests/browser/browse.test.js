@@ -1,7 +1,7 @@
-// Browsing logs in the page: layouts of each log class, level and keyword
-// filters, dates, sorting, paging, and the address that keeps the view. What
-// the page shows is compared with what the web API answers for the same
-// search.
+// Browsing logs in the page: layouts of each log class, level and search
+// filters over the whole log, time ranges, sorting both ways, paging, and the
+// address that keeps the view. What the page shows is compared with what the
+// search API answers for the same search.
 
 import assert from 'node:assert/strict';
 import {after, before, test} from 'node:test';
@@ -38,7 +38,7 @@ test('a database log in its columns, levels in colour with an icon, long text wr
      async () => {
        await Show('#log=system');
        assert.deepEqual(await TableHeadings(page), ['Level', 'Log', 'Time', 'User', 'Event']);
-       const expected = await api.List({logtype: 'system', offset: 0, limit: 50});
+       const expected = await api.Search({logtype: 'system', limit: 50});
        assert.ok(expected.total > 50, 'the demo system log fills more than one page');
        assert.deepEqual(await TableRows(page), expected.items.map(GeneralRow));
        assert.match(await page.locator('#total').innerText(), new RegExp(`^${expected.total} `));
@@ -59,27 +59,34 @@ test('a database log in its columns, levels in colour with an icon, long text wr
        const width = await page.evaluate(() => document.documentElement.scrollWidth);
        assert.ok(width <= 1280, `page is ${width}px wide`);
 
-       // The counts beside the level boxes are the answer's counts.
-       assert.equal(await page.locator('#count-info').innerText(), String(expected.infoCount));
-       assert.equal(await page.locator('#count-warning').innerText(), String(expected.warnCount));
-       assert.equal(await page.locator('#count-err').innerText(), String(expected.errorCount));
+       // The counts beside the level boxes count the whole log.
+       assert.equal(await page.locator('#count-info').innerText(), String(expected.levels.info));
+       assert.equal(await page.locator('#count-warning').innerText(), String(expected.levels.warn));
+       assert.equal(await page.locator('#count-err').innerText(), String(expected.levels.err));
+       assert.equal(expected.levels.info + expected.levels.warn + expected.levels.err,
+                    expected.total);
        await Screenshot(page, 'system-log');
      });
 
-test('level boxes and the keyword box filter as the list method does', async () => {
+test('level boxes filter the whole log, their counts stay; the search box finds every word',
+     async () => {
   await Show('#log=system');
   await page.locator('#level-info').uncheck();
   await Ready(page);
   await page.locator('#level-warning').uncheck();
   await Ready(page);
   assert.equal((await AddressState(page)).level, 'err');
-  const errors = await api.List({logtype: 'system', level: 'err', offset: 0, limit: 50});
+  const errors = await api.Search({logtype: 'system', level: 'err', limit: 50});
   const rows = await TableRows(page);
-  assert.ok(rows.length > 0);
+  // A full page of errors, not the errors of one page of everything.
+  assert.equal(rows.length, Math.min(50, errors.total));
   assert.ok(rows.every((row) => row[0] === 'Error'), 'only error rows are shown');
   assert.deepEqual(rows, errors.items.map(GeneralRow));
-  assert.equal(await page.locator('#count-err').innerText(), String(errors.errorCount));
-  assert.equal(await page.locator('#count-info').innerText(), '0');
+  assert.match(await page.locator('#total').innerText(), new RegExp(`^${errors.total} `));
+  // Each box still says what ticking it would add, on every page.
+  assert.equal(await page.locator('#count-err').innerText(), String(errors.levels.err));
+  assert.equal(await page.locator('#count-info').innerText(), String(errors.levels.info));
+  assert.ok(errors.levels.info > 0);
 
   // No level at all shows nothing instead of every level.
   await page.locator('#level-err').uncheck();
@@ -90,36 +97,52 @@ test('level boxes and the keyword box filter as the list method does', async () 
   // The keyword search starts by itself once typing pauses.
   await page.getByRole('button', {name: 'Reset filters'}).click();
   await Ready(page);
-  const sample = (await api.List({logtype: 'system', offset: 0, limit: 20})).items;
+  const sample = (await api.Search({logtype: 'system', limit: 20})).items;
   const keyword = sample.map((record) => record.who).find((who) => who.length >= 3);
   assert.ok(keyword, 'the demo log names users');
   await page.getByLabel('Search', {exact: true}).pressSequentially(keyword, {delay: 30});
   await page.waitForFunction(
       (typed) => new URLSearchParams(location.hash.slice(1)).get('q') === typed, keyword);
   await Ready(page);
-  const matching = await api.List({logtype: 'system', keyword, offset: 0, limit: 50});
+  const matching = await api.Search({logtype: 'system', q: keyword, limit: 50});
   assert.ok(matching.total > 0);
   assert.deepEqual(await TableRows(page), matching.items.map(GeneralRow));
   assert.match(await page.locator('#total').innerText(), new RegExp(`^${matching.total} `));
+  // The matches are marked in the table.
+  const marked = await page.$$eval('#log-table tbody mark', (marks) => marks.map((m) => m.textContent));
+  assert.ok(marked.length > 0 && marked.every((text) => text.toLowerCase() === keyword.toLowerCase()),
+            JSON.stringify(marked));
+
+  // Several words must all occur, in any order; a quoted phrase only as written.
+  const words = page.getByLabel('Search', {exact: true});
+  await words.fill('"to boot" started');
+  await words.press('Enter');
+  await Ready(page);
+  const phrase = await api.Search({logtype: 'system', q: '"to boot" started', limit: 50});
+  assert.ok(phrase.total > 0);
+  assert.deepEqual(await TableRows(page), phrase.items.map(GeneralRow));
+  assert.ok((await TableRows(page)).every((row) => row[4].includes('started to boot')));
+  assert.equal(await page.locator('#log-table tbody tr').first().locator('mark').count(), 2);
   await Screenshot(page, 'system-log-keyword');
   await page.getByRole('button', {name: 'Reset filters'}).click();
   await Ready(page);
   assert.equal(await page.getByLabel('Search', {exact: true}).inputValue(), '');
 });
 
-test('a date range keeps the entries of the chosen days', async () => {
+test('a time range keeps the entries of the chosen days', async () => {
   await Show('#log=system');
   const newest = (await TableRows(page))[0][2];
   const day = /(\d{4})\D(\d{2})\D(\d{2})/.exec(newest);
   assert.ok(day, `a date in "${newest}"`);
   const iso = `${day[1]}-${day[2]}-${day[3]}`;
-  await page.getByLabel('From', {exact: true}).fill(iso);
+  await page.getByLabel('From', {exact: true}).fill(`${iso}T00:00:00`);
   await Ready(page);
-  await page.getByLabel('To', {exact: true}).fill(iso);
+  await page.getByLabel('To', {exact: true}).fill(`${iso}T23:59:59`);
   await Ready(page);
   const state = await AddressState(page);
-  assert.equal(state.from, iso);
-  assert.equal(state.to, iso);
+  // The browser leaves out seconds of zero.
+  assert.match(state.from, new RegExp(`^${iso}T00:00(:00)?$`));
+  assert.equal(state.to, `${iso}T23:59:59`);
   const rows = await TableRows(page);
   assert.ok(rows.length > 0);
   const sameDay = (time) => {
@@ -131,25 +154,46 @@ test('a date range keeps the entries of the chosen days', async () => {
   await Ready(page);
 });
 
-test('clicking a heading sorts by that column; the pager pages and sizes', async () => {
+test('a heading sorts by its column, again the other way; the pager pages and sizes',
+     async () => {
   await Show('#log=system');
-  await page.locator('th button[data-sort="username"]').click();
+  await page.locator('th button[data-sort="who"]').click();
   await Ready(page);
-  assert.equal((await AddressState(page)).sort, 'username');
+  assert.equal((await AddressState(page)).sort, 'who');
   assert.equal(await page.locator('th[aria-sort="descending"] span').first().innerText(), 'User');
-  const byUser = await api.List({logtype: 'system', sort: 'username', offset: 0, limit: 50});
-  assert.deepEqual((await TableRows(page)).map((row) => row[3]),
-                   byUser.items.map((record) => record.who));
+  const byUserDown = await api.Search({logtype: 'system', sort: 'who', limit: 50});
+  assert.deepEqual(await TableRows(page), byUserDown.items.map(GeneralRow));
+  await page.locator('th button[data-sort="who"]').click();
+  await Ready(page);
+  assert.equal((await AddressState(page)).order, 'asc');
+  assert.equal(await page.locator('th[aria-sort="ascending"] span').first().innerText(), 'User');
+  const byUser = await api.Search({logtype: 'system', sort: 'who', order: 'asc', limit: 50});
+  assert.deepEqual(await TableRows(page), byUser.items.map(GeneralRow));
+  const users = (await TableRows(page)).map((row) => row[3]);
+  assert.deepEqual(users, [...users].sort((a, b) => (Buffer.from(a) < Buffer.from(b) ? -1 : a === b ? 0 : 1)));
+
+  // Level sorts by severity: errors first, then warnings.
+  await page.locator('th button[data-sort="level"]').click();
+  await Ready(page);
+  const levels = (await TableRows(page)).map((row) => row[0]);
+  assert.equal(levels[0], 'Error');
+  assert.deepEqual(levels, [...levels].sort((a, b) =>
+    ['Error', 'Warning', 'Information'].indexOf(a) - ['Error', 'Warning', 'Information'].indexOf(b)));
+  await page.locator('th button[data-sort="who"]').click();
+  await Ready(page);
+  await page.locator('th button[data-sort="who"]').click();
+  await Ready(page);
 
   await page.getByRole('button', {name: 'Next page'}).click();
   await Ready(page);
   assert.equal((await AddressState(page)).page, '2');
-  const second = await api.List({logtype: 'system', sort: 'username', offset: 50, limit: 50});
+  const second = await api.Search({logtype: 'system', sort: 'who', order: 'asc', offset: 50,
+                                   limit: 50});
   assert.deepEqual(await TableRows(page), second.items.map(GeneralRow));
 
   await page.getByLabel('Entries per page').selectOption('25');
   await Ready(page);
-  const first = await api.List({logtype: 'system', sort: 'username', offset: 0, limit: 25});
+  const first = await api.Search({logtype: 'system', sort: 'who', order: 'asc', limit: 25});
   assert.deepEqual(await TableRows(page), first.items.map(GeneralRow));
   const pages = Math.ceil(second.total / 25);
   assert.equal(await page.locator('#page-info').innerText(), `Page 1 of ${pages}`);
@@ -158,18 +202,18 @@ test('clicking a heading sorts by that column; the pager pages and sizes', async
   await Ready(page);
   // The pressed button is disabled now; the focus moved to one still usable.
   assert.equal(await page.evaluate(() => document.activeElement.id), 'page-first');
-  const last = await api.List({logtype: 'system', sort: 'username', offset: (pages - 1) * 25,
-                               limit: 25});
+  const last = await api.Search({logtype: 'system', sort: 'who', order: 'asc',
+                                 offset: (pages - 1) * 25, limit: 25});
   assert.deepEqual(await TableRows(page), last.items.map(GeneralRow));
   assert.ok(await page.getByRole('button', {name: 'Next page'}).isDisabled());
   await Screenshot(page, 'system-log-last-page');
 });
 
 test('the address keeps the view across a reload, Back, and a shared link', async () => {
-  await Show('#log=system&level=warning%2Cerr&sort=msg&page=2&size=25');
+  await Show('#log=system&level=warning%2Cerr&sort=descr&order=asc&page=2&size=25');
   const rows = await TableRows(page);
-  const expected = await api.List({logtype: 'system', level: 'warning,err', sort: 'msg',
-                                   offset: 25, limit: 25});
+  const expected = await api.Search({logtype: 'system', level: 'warning,err', sort: 'descr',
+                                     order: 'asc', offset: 25, limit: 25});
   assert.deepEqual(rows, expected.items.map(GeneralRow));
   assert.ok(!(await page.locator('#level-info').isChecked()));
   assert.equal(await page.getByLabel('Entries per page').inputValue(), '25');
@@ -203,7 +247,7 @@ test('a plain-text backup log, sorted and filtered in the same layout', async ()
   assert.equal(await page.getByRole('link', {name: 'Local Backup', exact: true}).getAttribute('aria-current'),
                'page');
   assert.deepEqual(await TableHeadings(page), ['Level', 'Log', 'Time', 'User', 'Event']);
-  const expected = await api.List({logtype: 'bkplog', offset: 0, limit: 50});
+  const expected = await api.Search({logtype: 'bkplog', limit: 50});
   assert.ok(expected.total > 0, 'the demo backup log has lines');
   assert.deepEqual(await TableRows(page), expected.items.map(GeneralRow));
 
@@ -211,8 +255,8 @@ test('a plain-text backup log, sorted and filtered in the same layout', async ()
   await Ready(page);
   await page.locator('#level-info').uncheck();
   await Ready(page);
-  const filtered = await api.List({logtype: 'bkplog', sort: 'who', level: 'warning,err',
-                                   offset: 0, limit: 50});
+  const filtered = await api.Search({logtype: 'bkplog', sort: 'who', level: 'warning,err',
+                                     limit: 50});
   assert.deepEqual(await TableRows(page), filtered.items.map(GeneralRow));
   assert.ok((await TableRows(page)).every((row) => row[0] !== 'Information'));
   // Text-file logs cannot be cleared, so the page does not offer it, and
@@ -228,8 +272,8 @@ test('transfer and disk logs in their own columns', async () => {
     'Log', 'Time', 'IP address', 'User', 'Action', 'File/Folder', 'Size', 'File Name',
   ]);
   assert.ok(await page.locator('#level-filter').isHidden(), 'transfer logs have no levels');
-  const transfers = await api.List({
-    logtype: 'ftpxfer,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer', offset: 0, limit: 50,
+  const transfers = await api.Search({
+    logtype: 'ftpxfer,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer', limit: 50,
   });
   assert.ok(transfers.total > 0);
   assert.deepEqual(await TableRows(page), transfers.items.map((record) => [
@@ -245,11 +289,25 @@ test('transfer and disk logs in their own columns', async () => {
   assert.deepEqual(await TableHeadings(page), [
     'Level', 'Time', 'Disk Model', 'Serial Number', 'Enclosure', 'Position', 'Event',
   ]);
-  const disk = await api.List({logtype: 'disk', offset: 0, limit: 50});
-  assert.deepEqual(await TableRows(page), disk.items.map((record) => [
+  const diskRow = (record) => [
     LEVEL_WORDS[record.level], record.time, record.model, record.serial, record.container,
     record.slot, record.msg,
-  ]));
+  ];
+  const disk = await api.Search({logtype: 'disk', limit: 50});
+  assert.deepEqual(await TableRows(page), disk.items.map(diskRow));
   await Screenshot(page, 'disk-log');
+  // Every disk heading sorts, both ways.
+  for (const key of ['level', 'time', 'model', 'serial', 'container', 'slot', 'msg']) {
+    for (const order of ['desc', 'asc']) {
+      await page.locator(`th button[data-sort="${key}"]`).click();
+      await Ready(page);
+      const state = await AddressState(page);
+      assert.equal(state.sort === undefined ? 'time' : state.sort, key);
+      assert.equal(state.order || 'desc', order);
+      const expected = await api.Search({logtype: 'disk', sort: key, order: state.order || 'desc',
+                                         limit: 50});
+      assert.deepEqual(await TableRows(page), expected.items.map(diskRow), `${key} ${order}`);
+    }
+  }
   assert.deepEqual(browser.problems, []);
 });

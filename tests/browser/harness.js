@@ -227,8 +227,8 @@ export class ApiClient {
 
   // Calls a method of the log API; texts are sent JSON-quoted as the page
   // does. Resolves to the answer envelope.
-  async Call(method, params = {}) {
-    const body = new URLSearchParams({api: 'QUOR.Core.SyslogClient.Log', version: '1', method});
+  async Call(method, params = {}, api = 'QUOR.Core.SyslogClient.Log') {
+    const body = new URLSearchParams({api, version: '1', method});
     for (const [name, value] of Object.entries(params)) {
       body.set(name, typeof value === 'number' ? String(value) : JSON.stringify(value));
     }
@@ -240,6 +240,13 @@ export class ApiClient {
   async List(params) {
     const answer = await this.Call('list', params);
     if (!answer.success) throw new Error(`list failed: ${JSON.stringify(answer)}`);
+    return answer.data;
+  }
+
+  // QUOR.LogCenter.Search: `query` by default, or `histogram`.
+  async Search(params, method = 'query') {
+    const answer = await this.Call(method, params, 'QUOR.LogCenter.Search');
+    if (!answer.success) throw new Error(`${method} failed: ${JSON.stringify(answer)}`);
     return answer.data;
   }
 }
@@ -287,4 +294,15 @@ export async function TableHeadings(page) {
 export async function AddressState(page) {
   const hash = new URL(page.url()).hash.replace(/^#/, '');
   return Object.fromEntries(new URLSearchParams(hash));
+}
+
+// The axe-core violations of the page as it is now (rule id and the first
+// offending element of each), evaluated in the page without touching its CSP.
+const AXE_SOURCE = fs.readFileSync(path.join(here, 'node_modules', 'axe-core', 'axe.min.js'), 'utf8');
+export async function AxeViolations(page) {
+  await page.evaluate(AXE_SOURCE);
+  return page.evaluate(async () => {
+    const result = await globalThis.axe.run(document, {resultTypes: ['violations']});
+    return result.violations.map((v) => `${v.id}: ${v.nodes[0] && v.nodes[0].html}`);
+  });
 }

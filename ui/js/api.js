@@ -4,6 +4,9 @@
 // with code 0 when the appliance could not be reached or answered nonsense.
 
 export const LOG_API = 'QUOR.Core.SyslogClient.Log';
+// Searches over whole logs: levels filtered and counted before paging, both
+// orders, time buckets.
+export const SEARCH_API = 'QUOR.LogCenter.Search';
 
 export const ERR_UNKNOWN_API = 102;
 export const ERR_PARAMETER = 120;
@@ -13,6 +16,7 @@ export const ERR_TOKEN = 112;
 export const ERR_PASSWORD = 150;
 export const ERR_LOCKED = 151;
 export const ERR_CLEAR = 5001;
+export const ERR_UNREADABLE = 5101;
 export const ERR_NETWORK = 0;
 
 const TOKEN_KEY = 'quor.token';
@@ -44,16 +48,17 @@ function StoreToken(token) {
 // Method parameters travel as form fields that the server decodes as JSON
 // when they parse as JSON: texts are therefore sent JSON-quoted (a keyword
 // "42" must stay a text), numbers as they are.
-function MethodBody(api, version, method, params) {
-  const body = new URLSearchParams();
-  body.set('api', api);
-  body.set('version', String(version));
-  body.set('method', method);
+function MethodFields(api, version, method, params) {
+  const fields = [['api', api], ['version', String(version)], ['method', method]];
   for (const [name, value] of Object.entries(params)) {
     if (value === undefined || value === null) continue;
-    body.set(name, typeof value === 'number' ? String(value) : JSON.stringify(String(value)));
+    fields.push([name, typeof value === 'number' ? String(value) : JSON.stringify(String(value))]);
   }
-  return body;
+  return fields;
+}
+
+function MethodBody(api, version, method, params) {
+  return new URLSearchParams(MethodFields(api, version, method, params));
 }
 
 async function Post(url, body, signal) {
@@ -121,18 +126,49 @@ export async function Call(method, params, signal) {
   return Envelope(await Post('webapi', body, signal));
 }
 
-// Runs a method that answers with a file. Resolves to {blob, fileName}; an
-// answer in the JSON envelope instead of a file is turned into its error.
-export async function Download(method, params) {
-  const body = MethodBody(LOG_API, 1, method, params);
-  const response = await Post('webapi', body);
-  const type = response.headers.get('Content-Type') || '';
-  const disposition = response.headers.get('Content-Disposition') || '';
-  if (type.startsWith('application/json') || !/attachment/i.test(disposition)) {
-    await Envelope(response);
-    throw new ApiError(ERR_NETWORK);
+export async function Search(method, params, signal) {
+  const body = MethodBody(SEARCH_API, 1, method, params);
+  return Envelope(await Post('webapi', body, signal));
+}
+
+// Runs a method that answers with a file through the browser's own download:
+// a form posted into a hidden frame, the token in its body. The browser
+// streams the file to disk and shows its progress. An answer that is not a
+// file (an error envelope, a refusal) lands in the frame, where `onFailure`
+// receives it as an ApiError.
+export function DownloadThroughBrowser(method, params, onFailure) {
+  const frame = document.getElementById('download-frame');
+  const form = document.createElement('form');
+  form.method = 'post';
+  form.action = 'webapi';
+  form.target = frame.name;
+  form.hidden = true;
+  const fields = MethodFields(LOG_API, 1, method, params);
+  fields.push(['_token', StoredToken()]);
+  for (const [name, value] of fields) {
+    const input = document.createElement('input');
+    input.type = 'hidden';
+    input.name = name;
+    input.value = value;
+    form.append(input);
   }
-  const match = /filename="?([^";]+)"?/i.exec(disposition);
-  const blob = await response.blob();
-  return {blob, fileName: match ? match[1] : 'log'};
+  frame.onload = () => {
+    let text = '';
+    try {
+      text = frame.contentDocument?.body?.textContent || '';
+    } catch {
+      // A frame the page cannot read says nothing more.
+    }
+    let error = new ApiError(ERR_NETWORK);
+    try {
+      const answer = JSON.parse(text);
+      if (answer && answer.error) error = new ApiError(Number(answer.error.code), answer.error.errors);
+    } catch {
+      if (text.trim()) error = Object.assign(new ApiError(ERR_NETWORK), {text: text.trim()});
+    }
+    onFailure(error);
+  };
+  document.body.append(form);
+  form.submit();
+  form.remove();
 }

@@ -1,55 +1,49 @@
 // The log types the page offers, how the navigation groups them, and the
 // column layout each class of log is shown in. Layouts follow the export
 // documents so that the screen and a downloaded file read the same way.
+// Plain-text logs show only their last lines: the page says so when a log
+// holds more.
 
 // Each column: `key` is the record key that fills the cell, `label` the text
-// key of its heading, `sort` the value the server accepts as the sort key for
-// this column (absent when the server cannot sort by it), `kind` a rendering
-// rule for cells that are not plain text.
-const GENERAL_DB = [
+// key of its heading, `sort` the search API's sort key for this column
+// (absent when it cannot sort by it), `kind` a rendering rule for cells that
+// are not plain text, `search` true for the fields the search text is found in
+// (they are highlighted).
+const GENERAL = [
   {key: 'level', label: 'col.level', sort: 'level', kind: 'level'},
-  {key: 'logtype', label: 'col.log'},
+  {key: 'logtype', label: 'col.log', sort: 'orginalLogType', kind: 'log'},
   {key: 'time', label: 'col.time', sort: 'time', kind: 'time'},
-  {key: 'who', label: 'col.user', sort: 'username'},
-  {key: 'descr', label: 'col.event', sort: 'msg', kind: 'message'},
-];
-
-// Plain-text logs are sorted by the server over the record keys themselves.
-const GENERAL_PLAIN = [
-  {key: 'level', label: 'col.level', sort: 'level', kind: 'level'},
-  {key: 'logtype', label: 'col.log', sort: 'logtype'},
-  {key: 'time', label: 'col.time', sort: 'time', kind: 'time'},
-  {key: 'who', label: 'col.user', sort: 'who'},
-  {key: 'descr', label: 'col.event', sort: 'descr', kind: 'message'},
+  {key: 'who', label: 'col.user', sort: 'who', search: true},
+  {key: 'descr', label: 'col.event', sort: 'descr', kind: 'message', search: true},
 ];
 
 const TRANSFER = [
-  {key: 'logtype', label: 'col.log', sort: 'logtype'},
+  {key: 'logtype', label: 'col.log', sort: 'orginalLogType', kind: 'log'},
   {key: 'time', label: 'col.time', sort: 'time', kind: 'time'},
   {key: 'ip', label: 'col.ip', sort: 'ip'},
-  {key: 'username', label: 'col.user', sort: 'username'},
+  {key: 'username', label: 'col.user', sort: 'username', search: true},
   {key: 'cmd', label: 'col.action', sort: 'cmd'},
   {key: 'isdir', label: 'col.fileFolder', sort: 'isdir', kind: 'isdir'},
   {key: 'filesize', label: 'col.size', sort: 'filesize', kind: 'size'},
-  {key: 'descr', label: 'col.fileName', sort: 'descr', kind: 'message'},
+  {key: 'descr', label: 'col.fileName', sort: 'descr', kind: 'message', search: true},
 ];
 
 const DISK = [
   {key: 'level', label: 'col.level', sort: 'level', kind: 'level'},
   {key: 'time', label: 'col.time', sort: 'time', kind: 'time'},
-  {key: 'model', label: 'col.diskModel', sort: 'model'},
-  {key: 'serial', label: 'col.serial', sort: 'serial'},
-  {key: 'container', label: 'col.enclosure', sort: 'container'},
-  {key: 'slot', label: 'col.position', sort: 'slot'},
-  {key: 'msg', label: 'col.event', sort: 'msg', kind: 'message'},
+  {key: 'model', label: 'col.diskModel', sort: 'model', search: true},
+  {key: 'serial', label: 'col.serial', sort: 'serial', search: true},
+  {key: 'container', label: 'col.enclosure', sort: 'container', search: true},
+  {key: 'slot', label: 'col.position', sort: 'slot', search: true},
+  {key: 'msg', label: 'col.event', sort: 'msg', kind: 'message', search: true},
 ];
 
 // A class says which layout a log uses, whether it has levels to filter and
 // count, and whether the clear method empties it (plain-text logs it never
 // does, so the page does not offer it).
 const CLASSES = {
-  db: {columns: GENERAL_DB, levels: true, clearable: true},
-  plain: {columns: GENERAL_PLAIN, levels: true, clearable: false},
+  db: {columns: GENERAL, levels: true, clearable: true},
+  plain: {columns: GENERAL, levels: true, clearable: false},
   transfer: {columns: TRANSFER, levels: false, clearable: true},
   disk: {columns: DISK, levels: true, clearable: true},
 };
@@ -82,12 +76,12 @@ export const GROUPS = ['system', 'backup', 'transfer', 'disk'];
 
 export const DEFAULT_LOG = 'system';
 
-// The level words the list method takes, in the order the page shows them,
-// with the key of the answer's counter for each.
+// The level words the search API takes, in the order the page shows them, with
+// the word records carry and the key of the answer's count for each.
 export const LEVELS = [
-  {name: 'info', record: 'info', count: 'infoCount'},
-  {name: 'warning', record: 'warn', count: 'warnCount'},
-  {name: 'err', record: 'err', count: 'errorCount'},
+  {name: 'info', record: 'info', count: 'info'},
+  {name: 'warning', record: 'warn', count: 'warn'},
+  {name: 'err', record: 'err', count: 'err'},
 ];
 
 export function FindLog(name) {

@@ -1,18 +1,24 @@
 // The confirmation before a clear. It names every log the clear will empty
-// and resolves to true only when the user confirms; Escape and Cancel keep
-// the logs.
+// with the number of entries it holds in all, says that filters do not
+// narrow a clear, and resolves to true only when the user confirms; Escape
+// and Cancel keep the logs.
 
 import {MembersOf} from './catalogue.js';
-import {T} from './i18n.js';
+import {FormatNumber, T} from './i18n.js';
 
-export function ConfirmClear(log) {
+// `totals` maps each member log to its number of entries (absent: unknown).
+export function ConfirmClear(log, totals, filtered) {
   const dialog = document.getElementById('clear-dialog');
   const list = document.getElementById('clear-list');
   list.replaceChildren(...MembersOf(log).map((name) => {
     const item = document.createElement('li');
-    item.textContent = T('log.' + name);
+    const count = totals.get(name);
+    item.textContent = Number.isInteger(count) ?
+        T('clear.item', {log: T('log.' + name), count: FormatNumber(count)}) :
+        T('log.' + name);
     return item;
   }));
+  document.getElementById('clear-filters').hidden = !filtered;
   dialog.returnValue = '';
   return new Promise((resolve) => {
     dialog.addEventListener('close', () => resolve(dialog.returnValue === 'confirm'), {once: true});

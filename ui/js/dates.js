@@ -48,6 +48,48 @@ function WallTimeToEpoch(date, [hour, minute, second], zone, offset) {
   return Math.floor(new Date(year, month - 1, day, hour, minute, second).getTime() / 1000);
 }
 
+// The wall time of `zone` at instant `seconds` as "YYYY-MM-DDTHH:MM:SS", the
+// form of the time fields (at the fixed `offset` when the zone is unknown).
+export function EpochToWall(seconds, zone, offset) {
+  let shift;
+  if (IsKnownZone(zone)) shift = ZoneOffset(zone, seconds);
+  else if (Number.isInteger(offset)) shift = offset;
+  else shift = -new Date(seconds * 1000).getTimezoneOffset() * 60;
+  return new Date((seconds + shift) * 1000).toISOString().slice(0, 19);
+}
+
+// Epoch seconds of a time field's value: "YYYY-MM-DD" alone is the day's
+// first second, or its last with `end`; a time without seconds is its first
+// second, or its last with `end`. 0 (no bound) when empty.
+export function WallToEpoch(wall, zone, offset, {end = false} = {}) {
+  if (!wall) return 0;
+  const [date, time = ''] = wall.split('T');
+  const parts = time ? time.split(':').map(Number) : [];
+  const hms = [parts[0] ?? (end ? 23 : 0), parts[1] ?? (end ? 59 : 0),
+               parts[2] ?? (end ? 59 : 0)];
+  return WallTimeToEpoch(date, hms, zone, offset);
+}
+
+// Epoch seconds of a record's time text ("YYYY/MM/DD HH:MM:SS").
+export function RecordTimeToEpoch(text, zone, offset) {
+  const match = /^(\d{4})\/(\d{2})\/(\d{2}) (\d{2}):(\d{2}):(\d{2})$/.exec(text || '');
+  if (!match) return 0;
+  return WallTimeToEpoch(`${match[1]}-${match[2]}-${match[3]}`,
+                         [Number(match[4]), Number(match[5]), Number(match[6])], zone, offset);
+}
+
+// The time field's form of a record's time text.
+export function RecordTimeToWall(text) {
+  return String(text || '').replace(/^(\d{4})\/(\d{2})\/(\d{2}) /, '$1-$2-$3T');
+}
+
+// True when a time field's value is a time the page can search: years 1970
+// to 9999 (a year being typed digit by digit passes through 0002 and 0020).
+export function IsSearchableWall(wall) {
+  const year = Number((wall || '').slice(0, 4));
+  return /^\d{4}-/.test(wall || '') && year >= 1970 && year <= 9999;
+}
+
 // The first second of `date`, or 0 (no bound) when no date is given.
 export function StartOfDay(date, zone, offset) {
   return date ? WallTimeToEpoch(date, [0, 0, 0], zone, offset) : 0;

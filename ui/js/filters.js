@@ -1,9 +1,11 @@
-// The filter form: level check boxes with the answer's counts beside them,
-// the date range and the keyword. It reports each change as a partial state
-// to the view; typing in the keyword box is reported after a short pause so
-// that a search does not start at every key.
+// The filter form: level check boxes with the whole log's counts beside them,
+// the time range (typed, picked or a quick range) and the search text. It
+// reports each change as a partial state to the view; typing in the search
+// box is reported after a short pause so that a search does not start at
+// every key. A field the user is editing is never rewritten under them.
 
 import {ClassOf, LEVELS} from './catalogue.js';
+import {IsSearchableWall} from './dates.js';
 import {FormatNumber, T} from './i18n.js';
 import {Icon} from './icons.js';
 
@@ -21,6 +23,8 @@ export class Filters {
     this.from = byId('date-from');
     this.to = byId('date-to');
     this.boxes = byId('level-boxes');
+    this.ranges = byId('quick-ranges');
+    this.rangeError = byId('range-error');
 
     this.keyword.addEventListener('input', () => {
       clearTimeout(this.keywordTimer);
@@ -33,28 +37,81 @@ export class Filters {
         this.ReportKeyword();
       }
     });
-    this.from.addEventListener('change', () => this.onChange({from: this.from.value, page: 1}));
-    this.to.addEventListener('change', () => this.onChange({to: this.to.value, page: 1}));
+    for (const field of [this.from, this.to]) {
+      // A field the user has typed in is theirs until they leave it.
+      field.addEventListener('input', () => (field.dataset.editing = '1'));
+      field.addEventListener('change', () => this.ReportTime(field, false));
+      field.addEventListener('blur', () => {
+        if (field.dataset.editing) this.ReportTime(field, true);
+        delete field.dataset.editing;
+      });
+    }
+    for (const button of this.ranges.querySelectorAll('button[data-range]')) {
+      button.addEventListener('click', () => {
+        const range = button.dataset.range;
+        this.onChange({range: this.state.range === range ? '' : range, from: '', to: '',
+                       page: 1, entry: ''});
+      });
+    }
     byId('filters').addEventListener('submit', (event) => event.preventDefault());
     byId('reset-filters').addEventListener('click', () => {
       clearTimeout(this.keywordTimer);
+      this.ShowRangeError('');
       this.onChange({
         levels: LEVELS.map((level) => level.name),
+        range: '',
         from: '',
         to: '',
         keyword: '',
         page: 1,
+        entry: '',
       });
+    });
+    // Narrow windows fold the filters behind one button.
+    const fold = byId('filters-toggle');
+    fold.addEventListener('click', () => {
+      const open = fold.getAttribute('aria-expanded') !== 'true';
+      fold.setAttribute('aria-expanded', String(open));
+      byId('filters').classList.toggle('open', open);
     });
   }
 
   ReportKeyword() {
     clearTimeout(this.keywordTimer);
     const keyword = this.keyword.value.trim();
-    if (keyword !== this.shownKeyword) this.onChange({keyword, page: 1}, {typing: true});
+    if (keyword !== this.shownKeyword) this.onChange({keyword, page: 1, entry: ''}, {typing: true});
   }
 
-  // Builds the level boxes in the current language.
+  // A time field's value goes to the view once it is a time the page can
+  // search; while the user is still typing, an unfinished year waits, and
+  // leaving the field with one says why nothing changed.
+  ReportTime(field, leaving) {
+    const key = field === this.from ? 'from' : 'to';
+    const value = field.value;
+    const invalid = field.validity.badInput || (value && !IsSearchableWall(value));
+    if (invalid) {
+      if (leaving || document.activeElement !== field) this.ShowRangeError(T('filters.badTime'));
+      return;
+    }
+    this.ShowRangeError('');
+    if (value === this.state[key] && !this.state.range) return;
+    const other = key === 'from' ? this.to.value : this.from.value;
+    const partial = {[key]: value, range: '', page: 1, entry: ''};
+    // A quick range given up for a typed bound keeps no other bound.
+    if (this.state.range) partial[key === 'from' ? 'to' : 'from'] = IsSearchableWall(other) ? other : '';
+    this.onChange(partial);
+  }
+
+  ShowRangeError(text) {
+    this.rangeError.textContent = text;
+    this.rangeError.hidden = !text;
+    for (const field of [this.from, this.to]) {
+      if (text) field.setAttribute('aria-invalid', 'true');
+      else field.removeAttribute('aria-invalid');
+    }
+  }
+
+  // Builds the level boxes and the quick ranges in the current language.
   Build() {
     const content = document.createDocumentFragment();
     for (const level of LEVELS) {
@@ -64,7 +121,8 @@ export class Filters {
       box.type = 'checkbox';
       box.value = level.name;
       box.id = 'level-' + level.name;
-      box.addEventListener('change', () => this.onChange({levels: this.CheckedLevels(), page: 1}));
+      box.addEventListener('change',
+                           () => this.onChange({levels: this.CheckedLevels(), page: 1, entry: ''}));
       const word = document.createElement('span');
       word.textContent = T('level.' + level.name);
       const count = document.createElement('span');
@@ -75,32 +133,45 @@ export class Filters {
       content.append(label);
     }
     this.boxes.replaceChildren(content);
+    for (const button of this.ranges.querySelectorAll('button[data-range]')) {
+      button.textContent = T('range.' + button.dataset.range);
+    }
+    if (!this.rangeError.hidden) this.rangeError.textContent = T('filters.badTime');
   }
 
   CheckedLevels() {
     return [...this.boxes.querySelectorAll('input:checked')].map((box) => box.value);
   }
 
-  // Shows `state` in the form. The keyword box is left alone while it has
-  // the focus, so an answer arriving during typing does not undo keys.
+  // Shows `state` in the form, leaving alone the field that has the focus.
   Show(state, log) {
+    this.state = state;
     for (const box of this.boxes.querySelectorAll('input')) {
       box.checked = state.levels.includes(box.value);
     }
     byId('level-filter').hidden = !ClassOf(log).levels;
-    this.from.value = state.from;
-    this.to.value = state.to;
-    this.from.max = state.to || '';
-    this.to.min = state.from || '';
+    for (const [field, value] of [[this.from, state.from], [this.to, state.to]]) {
+      if (!field.dataset.editing || document.activeElement !== field) {
+        field.value = value;
+        delete field.dataset.editing;
+      }
+    }
+    for (const button of this.ranges.querySelectorAll('button[data-range]')) {
+      button.setAttribute('aria-pressed', String(button.dataset.range === state.range));
+    }
     this.shownKeyword = state.keyword;
     if (document.activeElement !== this.keyword) this.keyword.value = state.keyword;
+    // A folded form says on its button that filters are set.
+    const set = state.keyword || state.range || state.from || state.to ||
+        (ClassOf(log).levels && state.levels.length < LEVELS.length);
+    byId('filters-toggle').classList.toggle('active', Boolean(set));
   }
 
-  // The answer's per-level counts beside the boxes; none when unknown.
-  ShowCounts(answer) {
+  // The whole log's per-level counts beside the boxes; none when unknown.
+  ShowCounts(levels) {
     for (const level of LEVELS) {
       const count = byId('count-' + level.name);
-      const value = answer ? answer[level.count] : undefined;
+      const value = levels ? levels[level.count] : undefined;
       count.textContent = Number.isInteger(value) ? FormatNumber(value) : '';
     }
   }

@@ -2,7 +2,7 @@
 
 import {
   ERR_CLEAR, ERR_FORBIDDEN, ERR_LOCKED, ERR_NETWORK, ERR_PARAMETER, ERR_PASSWORD, ERR_SESSION,
-  ERR_TOKEN, ERR_UNKNOWN_API,
+  ERR_TOKEN, ERR_UNKNOWN_API, ERR_UNREADABLE,
 } from './api.js';
 import {T} from './i18n.js';
 
@@ -23,6 +23,8 @@ export function ErrorText(error) {
       return T('error.unknownApi');
     case ERR_CLEAR:
       return T('error.clear');
+    case ERR_UNREADABLE:
+      return T('error.unreadable');
     case ERR_PARAMETER: {
       const detail = (error.errors && typeof error.errors === 'object') ? error.errors : {};
       return T('error.parameter', {name: detail.name || '?', reason: detail.reason || '?'});

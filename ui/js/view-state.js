@@ -1,24 +1,32 @@
-// The view's state (log, filters, sort, page) and its form in the address's
-// fragment, so that a reload or a shared link shows the same view. Only
-// values that differ from the defaults are written, keeping links short.
+// The view's state (log, filters, time range, sort, page, the entry open in
+// detail) and its form in the address's fragment, so that a reload or a
+// shared link shows the same view. Only values that differ from the defaults
+// are written, keeping links short.
 
 import {DEFAULT_LOG, FindLog, IsSortable, LEVELS} from './catalogue.js';
 
 export const PAGE_SIZES = [25, 50, 100, 200];
+// Quick ranges: the last hour, day, week or month up to now.
+export const RANGES = {'1h': 3600, '24h': 86400, '7d': 7 * 86400, '30d': 30 * 86400};
 const DEFAULT_SIZE = 50;
 const DEFAULT_SORT = 'time';
-const DATE_RE = /^\d{4}-\d{2}-\d{2}$/;
+// A wall time of the appliance's zone as the time fields give it: a day, and
+// optionally its time with or without seconds.
+const WALL_RE = /^\d{4}-\d{2}-\d{2}(T\d{2}:\d{2}(:\d{2})?)?$/;
 
 export function DefaultState() {
   return {
     log: DEFAULT_LOG,
     levels: LEVELS.map((level) => level.name),
+    range: '',
     from: '',
     to: '',
     keyword: '',
     sort: DEFAULT_SORT,
+    order: 'desc',
     page: 1,
     size: DEFAULT_SIZE,
+    entry: '',
   };
 }
 
@@ -33,17 +41,24 @@ export function ParseState(hash) {
     const wanted = params.get('level').split(',');
     state.levels = LEVELS.map((level) => level.name).filter((name) => wanted.includes(name));
   }
-  for (const key of ['from', 'to']) {
-    const value = params.get(key) || '';
-    if (DATE_RE.test(value)) state[key] = value;
+  const range = params.get('range') || '';
+  if (range in RANGES) {
+    state.range = range;
+  } else {
+    for (const key of ['from', 'to']) {
+      const value = params.get(key) || '';
+      if (WALL_RE.test(value)) state[key] = value;
+    }
   }
   state.keyword = params.get('q') || '';
   const sort = params.get('sort');
   if (sort && IsSortable(FindLog(state.log), sort)) state.sort = sort;
+  if (params.get('order') === 'asc') state.order = 'asc';
   const page = Number.parseInt(params.get('page') || '', 10);
   if (page >= 1) state.page = page;
   const size = Number.parseInt(params.get('size') || '', 10);
   if (PAGE_SIZES.includes(size)) state.size = size;
+  state.entry = params.get('entry') || '';
   return state;
 }
 
@@ -54,17 +69,33 @@ export function FormatState(state) {
   if (state.levels.join(',') !== defaults.levels.join(',')) {
     params.set('level', state.levels.join(','));
   }
+  if (state.range) params.set('range', state.range);
   if (state.from) params.set('from', state.from);
   if (state.to) params.set('to', state.to);
   if (state.keyword) params.set('q', state.keyword);
   if (state.sort !== defaults.sort) params.set('sort', state.sort);
+  if (state.order !== defaults.order) params.set('order', state.order);
   if (state.page !== 1) params.set('page', String(state.page));
   if (state.size !== defaults.size) params.set('size', String(state.size));
+  if (state.entry) params.set('entry', state.entry);
   return '#' + params.toString();
 }
 
 // The state for showing another log: filters stay, the sort and page start
 // over because each log has its own sortable columns.
 export function WithLog(state, name) {
-  return {...state, log: name, sort: DEFAULT_SORT, page: 1};
+  return {...state, log: name, sort: DEFAULT_SORT, order: 'desc', page: 1, entry: ''};
+}
+
+// The terms of a search text as the search API splits it: runs of non-blank
+// characters, or the text between double quotes as one term.
+export function SearchTerms(text) {
+  const terms = [];
+  const pattern = /"([^"]*)"?|([^\s"]+)/g;
+  let match;
+  while ((match = pattern.exec(text)) !== null) {
+    const term = match[1] ?? match[2];
+    if (term) terms.push(term);
+  }
+  return terms;
 }

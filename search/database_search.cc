@@ -287,19 +287,25 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
   bool empty = false;
   if (!scope.Open(failure, &empty)) return false;
   std::string matches = scope.select() + LevelFilter(search);
+  // Rows whose time is not a number (a damaged row) sort before every other row and count in
+  // the first bucket, so that the buckets add up to the query's total.
+  const std::string readable = "typeof(time) IN ('integer', 'real')";
   int64_t from = search.from, to = search.to;
   bool any = search.hasFrom && search.hasTo;
   if (!empty && !any) {
-    bool ok = scope.Run("SELECT min(time), max(time), count(*) FROM (" + matches + ")", failure,
-                        [&](PQUORDBRESULT rows) {
-                          QUORDBROW row;
-                          if (QUORDBFetchRow(rows, &row) != 0) return;
-                          const char* count = QUORDBFetchFieldAt(rows, row, 2);
-                          if (count == nullptr || ReadInteger(count) == 0) return;
-                          any = true;
-                          if (!search.hasFrom) from = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
-                          if (!search.hasTo) to = ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
-                        });
+    std::string bounds = "SELECT min(t), max(t), count(*) FROM (SELECT CASE WHEN " + readable +
+                         " THEN time END AS t FROM (" + matches + "))";
+    bool ok = scope.Run(bounds, failure, [&](PQUORDBRESULT rows) {
+      QUORDBROW row;
+      if (QUORDBFetchRow(rows, &row) != 0) return;
+      const char* count = QUORDBFetchFieldAt(rows, row, 2);
+      if (count == nullptr || ReadInteger(count) == 0) return;
+      any = true;
+      const char* low = QUORDBFetchFieldAt(rows, row, 0);
+      const char* high = QUORDBFetchFieldAt(rows, row, 1);
+      if (!search.hasFrom) from = low != nullptr ? ReadInteger(low) : search.hasTo ? search.to : 0;
+      if (!search.hasTo) to = high != nullptr ? ReadInteger(high) : from;
+    });
     if (!ok) return false;
   }
   if (!any) {
@@ -310,11 +316,11 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
   }
   LayOutBuckets(from, to, search.buckets, histogram);
   if (empty || to < from) return true;
-  std::string sql = "SELECT " + std::to_string(from) + " + (time - " + std::to_string(from) +
-                    ") / " + std::to_string(histogram->bucket) + " * " +
-                    std::to_string(histogram->bucket) + " AS start, severity, count(*) FROM (" +
-                    matches + ") WHERE time BETWEEN " + std::to_string(from) + " AND " +
-                    std::to_string(to) + " GROUP BY start, severity";
+  const std::string first = std::to_string(from), width = std::to_string(histogram->bucket);
+  std::string sql = "SELECT CASE WHEN " + readable + " THEN " + first + " + (time - " + first +
+                    ") / " + width + " * " + width + " ELSE " + first +
+                    " END AS start, severity, count(*) FROM (" + matches +
+                    ") GROUP BY start, severity";
   return scope.Run(sql, failure, [&](PQUORDBRESULT rows) {
     QUORDBROW row;
     while (QUORDBFetchRow(rows, &row) == 0) {

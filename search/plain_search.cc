@@ -24,6 +24,7 @@ struct Line {
   Json::Value record;
   int level;
   int64_t seconds;  // the line's local time as epoch seconds
+  bool timed;       // false when the line's time cannot be read (it then counts as 0)
 };
 
 int LevelOfRecord(const Json::Value& record) {
@@ -31,12 +32,14 @@ int LevelOfRecord(const Json::Value& record) {
   return level != nullptr ? level->number : 1;
 }
 
-// "YYYY/MM/DD HH:MM:SS" in local time as epoch seconds; 0 when it is not such a text.
-int64_t EpochOfLocalText(const std::string& text) {
+// "YYYY/MM/DD HH:MM:SS" in local time as epoch seconds; false when it is not such a text.
+bool EpochOfLocalText(const std::string& text, int64_t* seconds) {
   struct tm local = {};
-  if (strptime(text.c_str(), "%Y/%m/%d %H:%M:%S", &local) == nullptr) return 0;
+  *seconds = 0;
+  if (strptime(text.c_str(), "%Y/%m/%d %H:%M:%S", &local) == nullptr) return false;
   local.tm_isdst = -1;
-  return static_cast<int64_t>(mktime(&local));
+  *seconds = static_cast<int64_t>(mktime(&local));
+  return true;
 }
 
 bool Matches(const SearchRequest& search, const Json::Value& record, int64_t seconds) {
@@ -79,9 +82,10 @@ std::vector<Line> ReadLines(const SearchRequest& search) {
   FetchPlainLogs(window, &records);
   std::vector<Line> lines;
   for (Json::Value& record : records) {
-    int64_t seconds = EpochOfLocalText(record["time"].asString());
+    int64_t seconds = 0;
+    bool timed = EpochOfLocalText(record["time"].asString(), &seconds);
     if (!Matches(search, record, seconds)) continue;
-    lines.push_back({std::move(record), 0, seconds});
+    lines.push_back({std::move(record), 0, seconds, timed});
     lines.back().level = LevelOfRecord(lines.back().record);
   }
   return lines;
@@ -120,11 +124,19 @@ bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchF
   std::vector<Line> lines = ReadLines(search);
   int64_t from = search.from, to = search.to;
   bool any = false;
+  // Lines whose time cannot be read count in the first bucket, as they sort first.
+  bool timed = false;
   for (const Line& line : lines) {
     if (!search.levels[line.level]) continue;
-    if (!search.hasFrom && (!any || line.seconds < from)) from = line.seconds;
-    if (!search.hasTo && (!any || line.seconds > to)) to = line.seconds;
     any = true;
+    if (!line.timed) continue;
+    if (!search.hasFrom && (!timed || line.seconds < from)) from = line.seconds;
+    if (!search.hasTo && (!timed || line.seconds > to)) to = line.seconds;
+    timed = true;
+  }
+  if (any && !timed) {
+    if (!search.hasFrom) from = search.hasTo ? search.to : 0;
+    if (!search.hasTo) to = from;
   }
   if (!any && !(search.hasFrom && search.hasTo)) {
     histogram->from = search.hasFrom ? from : 0;
@@ -133,7 +145,9 @@ bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchF
   }
   LayOutBuckets(from, to, search.buckets, histogram);
   for (const Line& line : lines) {
-    if (search.levels[line.level]) CountInBucket(line.seconds, line.level, 1, histogram);
+    if (search.levels[line.level]) {
+      CountInBucket(line.timed ? line.seconds : from, line.level, 1, histogram);
+    }
   }
   return true;
 }

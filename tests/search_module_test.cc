@@ -493,3 +493,28 @@ TEST(SearchCounts, KeptOnlyWhileTheLogIsUnchanged) {
   EXPECT_EQ("0/0/1 total 1", levels(R"({"level":"err"})"));
   EXPECT_EQ("0/0/0 total 0", levels(R"({"level":"err","q":"zzz"})"));
 }
+
+// Rows whose time is missing or not a number are shown, sort first and count in the first
+// bucket: the timeline still adds up to the total.
+TEST(SearchHistogram, RowsWithoutATimeCountInTheFirstBucket) {
+  TempRoot root;
+  MakeDatabase(root.At("/var/log/quorlog/.QUORSYSDB"),
+               std::string(QUOR_SYSTEM_LOG_SCHEMA) +
+                   "INSERT INTO logs (time, level, username, msg) VALUES "
+                   "(1000, 'err', 'a', 'x'), (NULL, 'info', 'a', 'y'), ('soon', 'warning', 'a', "
+                   "'z'), (5000, 'info', 'b', 'w');");
+  auto call = [](void (*method)(QUOR::APIRequest*, QUOR::APIResponse*), const char* params) {
+    QUOR::APIRequest request(QUOR::WebAPIUtil::ParseJson(params), "admin", "en");
+    QUOR::APIResponse response;
+    method(&request, &response);
+    return response.GetData();
+  };
+  Json::Value histogram = call(HistogramMethod, R"({"buckets":4})");
+  EXPECT_EQ(1000, histogram["from"].asInt());
+  EXPECT_EQ(5000, histogram["to"].asInt());
+  EXPECT_EQ("[[1000,1,1,1],[2001,0,0,0],[3002,0,0,0],[4003,1,0,0]]",
+            QUOR::WebAPIUtil::ToText(histogram["counts"]));
+  Json::Value oldest = call(QueryMethod, R"({"sort":"time","order":"asc","limit":2})");
+  EXPECT_EQ(4, oldest["total"].asInt());
+  EXPECT_EQ("y", oldest["items"][0]["descr"].asString());
+}

@@ -383,6 +383,15 @@ TEST_F(ServerHttp, SecretsStayOutOfReach) {
   EXPECT_EQ(403, HttpRequest(plain->port(), "POST", "/webapi", call,
                              {cookie, "X-Quor-Token: " + client.token, "Origin: null"})
                      .status);
+  EXPECT_EQ(403, HttpRequest(plain->port(), "POST", "/webapi", call,
+                             {cookie, "X-Quor-Token: " + client.token, "Origin: null",
+                              "Sec-Fetch-Site: same-site"})
+                     .status);
+  // The page's own form post (a download) says "Origin: null" under its no-referrer policy.
+  EXPECT_TRUE(Parsed(HttpRequest(plain->port(), "POST", "/webapi", call + "&_token=" + client.token,
+                                 {cookie, "Origin: null", "Sec-Fetch-Site: same-origin"})
+                         .body)["success"]
+                  .asBool());
   std::string self = "Origin: http://127.0.0.1:" + std::to_string(plain->port());
   EXPECT_TRUE(Parsed(HttpRequest(plain->port(), "POST", "/webapi/auth", login,
                                  {self, "Sec-Fetch-Site: same-origin"})

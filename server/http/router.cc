@@ -47,11 +47,16 @@ bool ReadFields(const HttpRequest& request, RequestFields* fields, Exchange* exc
   return ok;
 }
 
-// True when the browser says the request comes from another site: an Origin header that names
-// another host than the request's, or Sec-Fetch-Site "cross-site". Clients that send neither
-// (curl, scripts) are not browsers a foreign page can drive.
+// True when the browser says the request comes from another site: Sec-Fetch-Site other than
+// "same-origin" or "none" (a header pages cannot set), or, from browsers that do not send it, an
+// Origin header that names another host than the request's. The page's form posts (downloads)
+// carry "Origin: null" under its no-referrer policy, with Sec-Fetch-Site "same-origin". Clients
+// that send neither (curl, scripts) are not browsers a foreign page can drive.
 bool IsCrossSite(const HttpRequest& request) {
-  if (beast::iequals(request["Sec-Fetch-Site"], "cross-site")) return true;
+  auto site = request.find("Sec-Fetch-Site");
+  if (site != request.end()) {
+    return !beast::iequals(site->value(), "same-origin") && !beast::iequals(site->value(), "none");
+  }
   auto origin = request.find(http::field::origin);
   if (origin == request.end()) return false;
   std::string value(origin->value());

@@ -5,8 +5,10 @@
 import assert from 'node:assert/strict';
 import {test} from 'node:test';
 
-import {DescribeZone, EndOfDay, StartOfDay} from '../../ui/js/dates.js';
-import {DefaultState, FormatState, ParseState} from '../../ui/js/view-state.js';
+import {
+  DescribeZone, EndOfDay, EpochToWall, IsSearchableWall, StartOfDay, WallToEpoch,
+} from '../../ui/js/dates.js';
+import {DefaultState, FormatState, ParseState, SearchTerms} from '../../ui/js/view-state.js';
 
 const iso = (seconds) => new Date(seconds * 1000).toISOString();
 
@@ -33,22 +35,52 @@ test('the address holds the view and falls back to defaults for what it cannot u
   const view = {
     log: 'bkplog',
     levels: ['warning', 'err'],
-    from: '2026-11-01',
-    to: '2026-11-20',
+    range: '',
+    from: '2026-11-01T08:30',
+    to: '2026-11-20T17:45:10',
     keyword: 'Büro, "Akten" & more',
     sort: 'who',
+    order: 'asc',
     page: 3,
     size: 100,
+    entry: 'bkplog.1x2y',
   };
   assert.deepEqual(ParseState(FormatState(view)), view);
   assert.equal(FormatState(DefaultState()), '#log=system');
+  // A quick range stands for itself: explicit bounds beside it are dropped.
+  assert.deepEqual(ParseState('#range=24h&from=2026-11-01'), {...DefaultState(), range: '24h'});
 
-  // Unknown logs, sorts the log cannot use, bad dates, pages and sizes.
-  const odd = ParseState('#log=nosuch&sort=who&from=2026-13&page=-2&size=7&level=err,bogus');
+  // Unknown logs, sorts the log cannot use, bad times, orders, pages and sizes.
+  const odd = ParseState(
+      '#log=nosuch&sort=ip&order=up&from=2026-13&to=2026-11-01T9:00&range=1y&page=-2&size=7&' +
+      'level=err,bogus');
   assert.deepEqual(odd, {...DefaultState(), levels: ['err']});
-  // "msg" sorts a database log but not a plain-text one, whose key is "descr".
-  assert.equal(ParseState('#log=system&sort=msg').sort, 'msg');
-  assert.equal(ParseState('#log=bkplog&sort=msg').sort, 'time');
+  assert.equal(ParseState('#log=filexfer&sort=ip').sort, 'ip');
   // An empty level list stays empty: the page shows nothing rather than all.
   assert.deepEqual(ParseState('#log=disk&level=').levels, []);
+});
+
+test('search terms split as the search API splits them', () => {
+  assert.deepEqual(SearchTerms('disk  "full volume" Straße "unclosed phrase'),
+                   ['disk', 'full volume', 'Straße', 'unclosed phrase']);
+  assert.deepEqual(SearchTerms(' "" x'), ['x']);
+});
+
+test('time fields and epoch seconds in the appliance zone', () => {
+  // Berlin in summer is UTC+2; a field without seconds spans its minute.
+  assert.equal(iso(WallToEpoch('2026-07-01T08:30', 'Europe/Berlin')), '2026-07-01T06:30:00.000Z');
+  assert.equal(iso(WallToEpoch('2026-07-01T08:30', 'Europe/Berlin', undefined, {end: true})),
+               '2026-07-01T06:30:59.000Z');
+  assert.equal(iso(WallToEpoch('2026-07-01', 'Europe/Berlin', undefined, {end: true})),
+               '2026-07-01T21:59:59.000Z');
+  assert.equal(EpochToWall(Date.UTC(2026, 0, 15, 23, 30, 5) / 1000, 'Europe/Berlin'),
+               '2026-01-16T00:30:05');
+  assert.equal(EpochToWall(0, 'Local/Appliance', -3600), '1969-12-31T23:00:00');
+  assert.equal(WallToEpoch('', 'Europe/Berlin'), 0);
+  // A year typed digit by digit is not searchable until it is a real one.
+  for (const wall of ['0002-11-18T10:00', '0202-11-18T10:00', '1969-12-31T23:59']) {
+    assert.equal(IsSearchableWall(wall), false, wall);
+  }
+  assert.ok(IsSearchableWall('2038-01-19T03:14:08'));
+  assert.ok(IsSearchableWall('9999-12-31T23:59'));
 });

@@ -165,7 +165,10 @@ export function RenderTable(table, view) {
       if (!window.getSelection()?.toString()) onOpen(record, event);
     });
     row.addEventListener('keydown', (event) => {
-      if (event.key === 'Enter' && event.target === row) onOpen(record, event);
+      if (event.key !== 'Enter' || event.target !== row) return;
+      // The dialog takes the focus at once: the key must not also press its button.
+      event.preventDefault();
+      onOpen(record, event);
     });
     body.append(row);
   }

@@ -460,7 +460,9 @@ export class LogView {
       return;
     }
     const remaining = [...totals].filter(([, count]) => count > 0);
-    if (remaining.length > 0) {
+    if (totals.size < MembersOf(log).length) {
+      this.Fail({code: -1, text: T('clear.uncounted')});
+    } else if (remaining.length > 0) {
       const left = remaining.reduce((sum, [, count]) => sum + count, 0);
       const names = remaining.map(([name]) => T('log.' + name)).join(', ');
       this.Fail({code: -1, text: T('clear.remain', {logs: names, count: FormatNumber(left)})});

@@ -125,4 +125,5 @@ export default {
   'export.frame': 'Downloads',
   'nav.select': 'Protokoll',
   'error.unreadable': 'Das Protokoll konnte nicht gelesen werden.',
+  'clear.uncounted': 'Das Leeren wurde gesendet, aber die Protokolle konnten zur Bestätigung nicht erneut gezählt werden.',
 };

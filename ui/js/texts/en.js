@@ -125,4 +125,5 @@ export default {
   'export.frame': 'Downloads',
   'nav.select': 'Log',
   'error.unreadable': 'The log could not be read.',
+  'clear.uncounted': 'The clear was sent, but the logs could not be counted again to confirm it.',
 };

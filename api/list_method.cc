@@ -36,6 +36,6 @@ void ListMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
     response->SetSuccess(std::move(answer));
   } catch (const std::exception& e) {
     // Only memory exhaustion gets here; the call then stays unanswered (error 100).
-    LOG_ERROR_AT(39, "list failed: %s", e.what());
+    LOG_ERROR_HERE("list failed: %s", e.what());
   }
 }

@@ -15,11 +15,11 @@ bool ContainsKeyword(const std::string& text, const std::string& keyword) {
   std::vector<char> upperText(text.size() + 1, '\0');
   std::vector<char> upperKeyword(keyword.size() + 1, '\0');
   if (SLIBCUnicodeUTF8StrUpper(text.c_str(), upperText.data(), upperText.size()) < 0) {
-    LOG_ERROR_AT(17, "SLIBCUnicodeUTF8StrUpper failed, str=%s.", upperText.data());
+    LOG_ERROR_HERE("SLIBCUnicodeUTF8StrUpper failed, str=%s.", upperText.data());
     return false;
   }
   if (SLIBCUnicodeUTF8StrUpper(keyword.c_str(), upperKeyword.data(), upperKeyword.size()) < 0) {
-    LOG_ERROR_AT(21, "SLIBCUnicodeUTF8StrUpper failed, str=%s.", upperKeyword.data());
+    LOG_ERROR_HERE("SLIBCUnicodeUTF8StrUpper failed, str=%s.", upperKeyword.data());
     return false;
   }
   return strstr(upperText.data(), upperKeyword.data()) != nullptr;

@@ -35,12 +35,12 @@ int SplitLogTypes(const std::string& text, PSLIBSZLIST* list) {
   if (text == "filexfer") {
     PSLIBSZLIST all = SLIBCSzListAlloc(56);
     if (all == nullptr) {
-      LOG_ERROR_AT(72, "memory allocation failed");
+      LOG_ERROR_HERE("memory allocation failed");
       return -1;
     }
     for (const char* const* type = kTransferLogTypes; *type != nullptr; ++type) {
       if (SLIBCSzListPush(&all, *type) < 0) {
-        LOG_ERROR_AT(78, "Set %s into list failed", *type);
+        LOG_ERROR_HERE("Set %s into list failed", *type);
         SLIBCSzListFree(all);
         return -1;
       }
@@ -50,11 +50,11 @@ int SplitLogTypes(const std::string& text, PSLIBSZLIST* list) {
   }
   PSLIBSZLIST items = SLIBCSzListAlloc(256);
   if (items == nullptr) {
-    LOG_ERROR_AT(88, "memory allocation failed");
+    LOG_ERROR_HERE("memory allocation failed");
     return -1;
   }
   if (SLIBCStrSep(text.c_str(), ",", &items) < 0) {
-    LOG_ERROR_AT(92, "SLIBCStrSep failed");
+    LOG_ERROR_HERE("SLIBCStrSep failed");
     SLIBCSzListFree(items);
     return -1;
   }
@@ -66,7 +66,7 @@ std::string MapCategoriesToLogTypes(const std::string& categories) {
   std::string result;
   PSLIBSZLIST items = SLIBCSzListAlloc(256);
   if (items == nullptr) {
-    LOG_ERROR_AT(104, "memory allocation failed");
+    LOG_ERROR_HERE("memory allocation failed");
   } else if (SLIBCStrSep(categories.c_str(), ",", &items) > 0) {
     for (int i = 0; i < items->nItem; ++i) {
       result += LogTypeOfWord(items->pszItem[i]);
@@ -80,7 +80,7 @@ std::string MapCategoriesToLogTypes(const std::string& categories) {
 std::string GetFirstLogType(const std::string& text) {
   PSLIBSZLIST items = nullptr;
   if (SplitLogTypes(text, &items) < 0 || items->nItem < 1) {
-    LOG_ERROR_AT(118, "Get first logtype failed. log types: %s.", text.c_str());
+    LOG_ERROR_HERE("Get first logtype failed. log types: %s.", text.c_str());
     SLIBCSzListFree(items);
     return "system";
   }

@@ -60,11 +60,11 @@ void EmptyDatabase(const std::string& logType) {
   std::string displayName = entry != nullptr ? bundle.Text(entry->textKey, "") : "";
   QuorDbHandle db(QUORDBConnect(0, 0, 0, DatabasePath(logType).c_str()));
   if (db == nullptr) {
-    LOG_ERROR_AT(67, "Failed to connect to database");
+    LOG_ERROR_HERE("Failed to connect to database");
     return;
   }
   if (QUORDBExecute(db.get(), "DELETE FROM logs", nullptr) == -1) {
-    LOG_ERROR_AT(71, "Failed to exec database command. (%s)", QUORDBErrorGet(db.get()));
+    LOG_ERROR_HERE("Failed to exec database command. (%s)", QUORDBErrorGet(db.get()));
   } else {
     QUORLogSet1(2, 1, kLogClearedEvent, displayName.c_str(), "", "", "");
   }
@@ -79,7 +79,7 @@ void ClearMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
         MapCategoriesToLogTypes(QUOR::WebAPIUtil::ToText(request->GetParam("logtype", "system")));
     PSLIBSZLIST items = nullptr;
     if (SplitLogTypes(logTypes, &items) < 0) {
-      LOG_ERROR_AT(87, "Split log type failed.");
+      LOG_ERROR_HERE("Split log type failed.");
       SLIBCSysLog(LOG_ERR, "Fail to clear logs (%s)", logTypes.c_str());
       response->SetError(5001, Json::Value());
       return;
@@ -96,6 +96,6 @@ void ClearMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
     response->SetSuccess(Json::Value());
   } catch (const std::exception& e) {
     // Only memory exhaustion gets here; the call then stays unanswered.
-    LOG_ERROR_AT(104, "clear failed: %s", e.what());
+    LOG_ERROR_HERE("clear failed: %s", e.what());
   }
 }

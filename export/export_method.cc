@@ -57,7 +57,7 @@ void ExportMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
   } catch (const std::exception& e) {
     // Only memory exhaustion gets here; the download then ends where it stopped, and every
     // connection, statement and list of the request has been released on the way.
-    LOG_ERROR_AT(73, "export failed: %s", e.what());
+    LOG_ERROR_HERE("export failed: %s", e.what());
   }
   fflush(stdout);
 }

@@ -22,7 +22,7 @@ DiskRowDecoder::DiskRowDecoder(PQUORDBRESULT result)
     : columns_(result, {"level", "time", "logtime", "container", "model", "serial", "slot", "path",
                         "msg", "info"}) {
   if (SLIBCFileGetKeyValue(kInfoFile, kModelKey, model_, sizeof model_, 0) < 1) {
-    LOG_DEBUG_AT(84, "Failed to get value of %s in %s", kModelKey, kInfoFile);
+    LOG_DEBUG_HERE("Failed to get value of %s in %s", kModelKey, kInfoFile);
     model_[0] = '\0';
   }
 }
@@ -46,13 +46,13 @@ void DiskRowDecoder::Decode(QUORDBROW row, LogRecord* record) {
   const char* slot = Field(row, kSlot);
   const char* devicePath = Field(row, kPath);
   if (Disk::DiskSlotConverter(devicePath, slot, inThisUnit_, text, sizeof text) < 0) {
-    LOG_ERROR_AT(117, "Failed to convert slot %s of %s", LogText(slot), LogText(devicePath));
+    LOG_ERROR_HERE("Failed to convert slot %s of %s", LogText(slot), LogText(devicePath));
   }
   record->Set("slot", OrDash(text));
   memset(text, 0, sizeof text);
   const char* msg = Field(row, kMsg);
   if (Disk::DiskLogConverter(msg, Field(row, kInfo), text, sizeof text) < 0) {
-    LOG_ERROR_AT(123, "Failed to convert disk log message %s", LogText(msg));
+    LOG_ERROR_HERE("Failed to convert disk log message %s", LogText(msg));
   }
   record->Set("msg", OrDash(text));
 }

@@ -25,7 +25,7 @@ const char* const kSortColumns[] = {"level",     "time", "model", "serial",
 std::string MessageCondition(const std::string& keyword) {
   SzList codes(SLIBCSzListAlloc(512));
   if (codes == nullptr) {
-    LOG_ERROR_AT(29, "Failed to allocation list");
+    LOG_ERROR_HERE("Failed to allocation list");
     return std::string();
   }
   std::string group;
@@ -60,12 +60,12 @@ int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts
   std::string sql = " SELECT * FROM logs " + clause;
   std::string path = QuorResolvePath(LogDatabaseFile("disk"));
   if (!SLIBCFileExist(path.c_str())) {
-    LOG_DEBUG_AT(66, "%s is not exist. (%s is not enable?)", path.c_str(), search.logtype.c_str());
+    LOG_DEBUG_HERE("%s is not exist. (%s is not enable?)", path.c_str(), search.logtype.c_str());
     return 0;
   }
   QuorDbHandle conn(QUORDBConnect(0, 0, 0, path.c_str()));
   if (conn == nullptr) {
-    LOG_ERROR_AT(71, "Failed to connect to %s database", search.logtype.c_str());
+    LOG_ERROR_HERE("Failed to connect to %s database", search.logtype.c_str());
     return -1;
   }
   // The newest events by the drive's own clock come first; the requested field only orders

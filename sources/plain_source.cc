@@ -43,24 +43,24 @@ void AddLine(char* line, const LogSearch& search, const LineFilter& filter,
   char* save = nullptr;
   const char* level = strtok_r(line, "\t", &save);
   if (level == nullptr) {
-    LOG_DEBUG_AT(42, "Bad Log format szLevel: %s", original.c_str());
+    LOG_DEBUG_HERE("Bad Log format szLevel: %s", original.c_str());
     return;
   }
   int levelNumber = LevelNumber(level);
   const char* time = strtok_r(nullptr, "\t", &save);
   if (time == nullptr) {
-    LOG_DEBUG_AT(48, "Bad Log formate szTime: %s", original.c_str());
+    LOG_DEBUG_HERE("Bad Log formate szTime: %s", original.c_str());
     return;
   }
   char* user = strtok_r(nullptr, "\t", &save);
   if (user == nullptr) {
-    LOG_DEBUG_AT(53, "Bad Log formate szUser: %s", original.c_str());
+    LOG_DEBUG_HERE("Bad Log formate szUser: %s", original.c_str());
     return;
   }
   // The services end the user field with a separator character; it is not part of the name.
   user[strlen(user) - 1] = '\0';
   if (save == nullptr) {
-    LOG_DEBUG_AT(59, "Bad Log formate saveptr: %s", original.c_str());
+    LOG_DEBUG_HERE("Bad Log formate saveptr: %s", original.c_str());
     return;
   }
   const char* message = save;
@@ -126,7 +126,7 @@ void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records) 
   if (file == nullptr) return;
   ReadLines lines;
   if (readfileinreverse(file.get(), &lines.lines, &lines.count, kMaxLines) < 0) {
-    LOG_ERROR_AT(105, "Read %s inversely failed.", path);
+    LOG_ERROR_HERE("Read %s inversely failed.", path);
   } else {
     for (int i = 0; i < lines.count; ++i) {
       if (lines.lines[i] != nullptr) AddLine(lines.lines[i], search, filter, records);

@@ -45,7 +45,7 @@ bool CheckSortField(const std::string& sort, const char* const* allowed) {
   for (; *allowed != nullptr; ++allowed) {
     if (sort == *allowed) return true;
   }
-  LOG_ERROR_AT(48, "Bad sort field.");
+  LOG_ERROR_HERE("Bad sort field.");
   return false;
 }
 
@@ -53,7 +53,7 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
                                              const std::string& displayName,
                                              const std::string& path) {
   if (!SLIBCFileExist(path.c_str())) {
-    LOG_DEBUG_AT(56, "%s is not exist. (%s is not enable?)", path.c_str(), typeName.c_str());
+    LOG_DEBUG_HERE("%s is not exist. (%s is not enable?)", path.c_str(), typeName.c_str());
     return kSkipped;
   }
   // The display name is localized text: escaped so that a quote in a translation cannot break
@@ -62,7 +62,7 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
   if (conn_ == nullptr) {
     conn_.reset(QUORDBConnect(0, 0, 0, path.c_str()));
     if (conn_ == nullptr) {
-      LOG_ERROR_AT(65, "Failed to connect to %s database", typeName.c_str());
+      LOG_ERROR_HERE("Failed to connect to %s database", typeName.c_str());
       return kConnectFailed;
     }
     sql_ += " SELECT *, '" + typeName + "' as orginalLogType, '" + display +
@@ -71,7 +71,7 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
   }
   std::string attach = "ATTACH \"" + path + "\" as " + typeName;
   if (QUORDBExecute(conn_.get(), attach.c_str(), nullptr) < 0) {
-    LOG_ERROR_AT(74, "Failed to attach %s database", typeName.c_str());
+    LOG_ERROR_HERE("Failed to attach %s database", typeName.c_str());
     return kSkipped;
   }
   sql_ += " UNION ALL SELECT *, '" + typeName + "' as orginalLogType, '" + display +
@@ -107,8 +107,7 @@ int SelectPage(PQUORDB conn, const std::string& sql, const LogSearch& search, Qu
   int rc = QUORDBSelectLimit(conn, sql.c_str(), clamp(search.limit), clamp(search.offset), &rows);
   result->reset(rows);
   if (rc < 0) {
-    LOG_ERROR_AT(108, "Failed to select %s from database. [%s]", search.logtype.c_str(),
-                 sql.c_str());
+    LOG_ERROR_HERE("Failed to select %s from database. [%s]", search.logtype.c_str(), sql.c_str());
     return -1;
   }
   return 0;
@@ -120,17 +119,17 @@ int CountRows(PQUORDB conn, const std::string& select) {
   int rc = QUORDBExecute(conn, count.c_str(), &rows);
   QuorDbRows result(rows);
   if (rc < 0) {
-    LOG_ERROR_AT(119, "SELECT error: %s\n", QUORDBErrorGet(conn));
+    LOG_ERROR_HERE("SELECT error: %s\n", QUORDBErrorGet(conn));
     return -1;
   }
   QUORDBROW row;
   if (QUORDBFetchRow(result.get(), &row) < 0) {
-    LOG_ERROR_AT(125, "Failed to fetch row");
+    LOG_ERROR_HERE("Failed to fetch row");
     return -1;
   }
   const char* total = QUORDBFetchField(result.get(), row, "count_result");
   if (total == nullptr) {
-    LOG_ERROR_AT(131, "Failed to fetch field");
+    LOG_ERROR_HERE("Failed to fetch field");
     return -1;
   }
   return static_cast<int>(strtoll(total, nullptr, 10));

@@ -30,12 +30,12 @@ int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* s
   if (!CheckSortField(search.sort, kSortColumns)) return -1;
   bool connected = merged.AddTypes(typeList, [](const char* name, std::string* path) {
     *path = DatabasePath(name);
-    if (path->empty()) LOG_ERROR_AT(42, "unsupported log type %s", name);
+    if (path->empty()) LOG_ERROR_HERE("unsupported log type %s", name);
     return !path->empty();
   });
   if (!connected) return -1;
   if (merged.connection() == nullptr) {
-    LOG_ERROR_AT(47, "Failed to connect to %s database", search.logtype.c_str());
+    LOG_ERROR_HERE("Failed to connect to %s database", search.logtype.c_str());
     return -1;
   }
   std::string& sql = merged.sql();

@@ -75,9 +75,7 @@ TEST(Catalogue, FirstTypeAndTitleKey) {
   EXPECT_EQ("copylog", GetFirstLogType("copylog,system"));
   EXPECT_TRUE(log.lines().empty());
   EXPECT_EQ("system", GetFirstLogType(""));
-  EXPECT_TRUE(
-      log.Has(LOG_ERR, "QUOR.Core.SyslogClient.Log:118 Get first logtype failed. log types: ."))
-      << log.Dump();
+  EXPECT_TRUE(log.Has(LOG_ERR, " Get first logtype failed. log types: .")) << log.Dump();
 
   EXPECT_EQ("log_xfer", GetLogTypeTextKey("smbxfer"));
   EXPECT_EQ("disk_related", GetLogTypeTextKey("disk"));

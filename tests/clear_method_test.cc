@@ -188,9 +188,9 @@ TEST_F(ClearTest, MissingAndBrokenDatabasesAreLoggedAndStillRecorded) {
   MakeDatabase(Db(".QUORDISKDB"), "DROP TABLE logs;");
   // "System" passes the case-blind class test but names no database exactly.
   EXPECT_TRUE(Clear("connection,disk,System,system").IsSuccess());
-  EXPECT_TRUE(log_.Has(LOG_ERR, "QUOR.Core.SyslogClient.Log:67 Failed to connect to database"));
+  EXPECT_TRUE(log_.Has(LOG_ERR, " Failed to connect to database"));
   EXPECT_TRUE(log_.Has(LOG_ERR,
-                       "QUOR.Core.SyslogClient.Log:71 Failed to exec database command. (no such "
+                       " Failed to exec database command. (no such "
                        "table: logs)"))
       << log_.Dump();
   EXPECT_EQ(access(Db(".QUORCONNDB").c_str(), F_OK), -1);  // never created by a clear
@@ -209,7 +209,7 @@ TEST_F(ClearTest, UnsplittableListIsRefusedWith5001) {
   EXPECT_TRUE(response.IsAnswered());
   EXPECT_EQ(5001, response.GetErrorCode());
   EXPECT_TRUE(response.GetErrors().isNull());
-  EXPECT_TRUE(log_.Has(LOG_ERR, "QUOR.Core.SyslogClient.Log:87 Split log type failed."));
+  EXPECT_TRUE(log_.Has(LOG_ERR, " Split log type failed."));
   bool bare = false;
   for (const auto& line : log_.lines()) bare |= line.second == "Fail to clear logs (system)";
   EXPECT_TRUE(bare) << log_.Dump();

@@ -3,6 +3,9 @@
 
 #include <string>
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 // A snapshot of "/etc/quor.conf" taken when the object is made (key="value" lines).
 class QuorConf {
  public:
@@ -13,3 +16,5 @@ class QuorConf {
  private:
   std::string path_;
 };
+
+#pragma GCC visibility pop

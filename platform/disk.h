@@ -5,6 +5,9 @@
 
 #include "platform/slibc.h"
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 namespace QUOR {
 namespace SDS {
 namespace STORAGE_MANAGER {
@@ -33,3 +36,5 @@ int DiskSlotReverseConverter(const char* keyword, char* buffer, size_t size);
 }  // namespace STORAGE_MANAGER
 }  // namespace SDS
 }  // namespace QUOR
+
+#pragma GCC visibility pop

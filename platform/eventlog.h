@@ -3,6 +3,9 @@
 
 #include <string>
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 // Writes one event row to the system log database "/var/log/quorlog/.QUORSYSDB" (created with
 // its schema when missing): time now, level "info", user "SYSTEM", and the localized message of
 // the event code filled with the text arguments that follow (exactly four const char*).
@@ -17,3 +20,5 @@ class Logger {
   // Returns 0, or -1 when the line cannot be written.
   int LogAddLogClear(const std::string& logType, const std::string& user);
 };
+
+#pragma GCC visibility pop

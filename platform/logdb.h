@@ -4,6 +4,9 @@
 #include <memory>
 #include <string>
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 typedef struct QuorDbConnection* PQUORDB;    // one open database (and what is attached to it)
 typedef struct QuorDbResult* PQUORDBRESULT;  // the rows of one statement, read in order
 typedef int QUORDBROW;                       // the current row of a result
@@ -63,3 +66,5 @@ struct QuorDbResultFreer {
 };
 using QuorDbHandle = std::unique_ptr<QuorDbConnection, QuorDbCloser>;
 using QuorDbRows = std::unique_ptr<QuorDbResult, QuorDbResultFreer>;
+
+#pragma GCC visibility pop

@@ -7,6 +7,9 @@
 
 #include <string>
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 // Local time of seconds as "YYYY/MM/DD HH:MM:SS", zero padded: the text sorts chronologically.
 std::string QUORLogConvertTime1(time_t seconds);
 
@@ -26,3 +29,5 @@ int QUORLogFilePathGet(int logId, char* buffer, size_t size);
 // the cost follows the bytes of the lines returned, not the file's size. Returns *count (0 or
 // more), or -1 on a read failure or a file that is not a regular file.
 int readfileinreverse(FILE* file, char*** lines, int* count, int maxLines);
+
+#pragma GCC visibility pop

@@ -3,6 +3,9 @@
 
 #include <string>
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 // The root directory taken from the environment variable QUOR_ROOT; "/" when it is unset or
 // empty. Read on every call, so a process (or a test) may switch roots between requests.
 std::string QuorRoot();
@@ -13,3 +16,5 @@ std::string QuorRoot();
 // paths (log file and database locations) give resolved ones, and operations that take paths
 // accept either form.
 std::string QuorResolvePath(const std::string& fixedPath);
+
+#pragma GCC visibility pop

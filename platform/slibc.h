@@ -5,6 +5,9 @@
 
 #include <memory>
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 // A growable list of owned C strings: a count and the items in order. Created by
 // SLIBCSzListAlloc, released with SLIBCSzListFree by whoever created it, on every path.
 typedef struct _SLIBSZLIST {
@@ -74,3 +77,5 @@ int SLIBCFileGetKeyValue(const char* path, const char* key, char* value, size_t 
 // unchanged. Returns 0, or -1 when an argument is null or the result with its terminating
 // NUL does not fit in targetSize bytes.
 int SLIBCUnicodeUTF8StrUpper(const char* source, char* target, size_t targetSize);
+
+#pragma GCC visibility pop

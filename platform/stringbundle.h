@@ -3,6 +3,9 @@
 
 #include <memory>
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 // A read-only view of up to six sections of the platform's localized texts. The texts of the
 // bundle's language (the key "language" of "/etc/quor.conf", default "en") come from
 // "/usr/quor/quorman/webman/texts/<language>/strings", parsed once per process and again when
@@ -27,3 +30,5 @@ class StringBundle {
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };
+
+#pragma GCC visibility pop

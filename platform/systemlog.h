@@ -3,6 +3,9 @@
 
 #include <syslog.h>
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 // Formats the message and sends it to the system log at the given priority (LOG_ERR,
 // LOG_DEBUG, ...). Never fails visibly: a message that cannot be formatted is dropped.
 void SLIBCSysLog(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -12,3 +15,5 @@ void SLIBCSysLog(int priority, const char* format, ...) __attribute__((format(pr
 // process-wide and may be called from any thread.
 typedef void (*SysLogSink)(int priority, const char* line, void* context);
 void SLIBCSysLogSetSink(SysLogSink sink, void* context);
+
+#pragma GCC visibility pop

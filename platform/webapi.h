@@ -6,6 +6,9 @@
 
 #include <string>
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 namespace QUOR {
 
 // Whether a checked parameter must be present.
@@ -142,3 +145,5 @@ typedef const APIMethodEntry* (*GetAPITableFn)();
 typedef const APICheckEntry* (*GetAPICheckTableFn)();
 
 }  // namespace QUOR
+
+#pragma GCC visibility pop

@@ -5,6 +5,9 @@
 
 #include <string>
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 namespace WebUtils {
 // text with "&", "<", ">", '"' and "'" replaced by character references. With
 // keepLineBreaks, line feeds become "<br>" as well.
@@ -22,3 +25,5 @@ class LocalizedStringParser {
 };
 }  // namespace SDS
 }  // namespace QUOR
+
+#pragma GCC visibility pop

@@ -1,6 +1,6 @@
 // The storage manager's disk events. Their display texts are the templates of the same key in
 // the localized texts section "disk_events".
-#include "disk_codes.h"
+#include "platform/disk_codes.h"
 
 const DiskEventCode kDiskEventCodes[] = {
     // Self-tests the administrator or the schedule started; "test" is "quick" or "extended".

@@ -12,7 +12,7 @@
 #include <mutex>
 #include <string>
 
-#include "disk_codes.h"
+#include "platform/disk_codes.h"
 #include "platform/disk.h"
 #include "platform/root.h"
 #include "platform/stringbundle.h"

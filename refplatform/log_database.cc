@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "log_database_faults.h"
+#include "fault_hooks.h"
 #include "platform/logdb.h"
 #include "platform/root.h"
 #include "sql_contains.h"
@@ -25,9 +25,9 @@ struct QuorDbConnection {
 // select over every row of a large log never holds more than one row in memory.
 struct QuorDbResult {
   sqlite3_stmt* stmt = nullptr;
-  bool pending = false;      // a stepped row not yet handed out by QUORDBFetchRow
-  bool current = false;      // a row is current (fetched and not yet passed)
-  bool hideColumns = false;  // test fault: every column reads as missing
+  bool pending = false;           // a stepped row not yet handed out by QUORDBFetchRow
+  bool current = false;           // a row is current (fetched and not yet passed)
+  bool hideColumns = false;       // test fault: every column reads as missing
   bool throwOnSecondRow = false;  // test fault: memory runs out at the second row
   QUORDBROW row = -1;
 };
@@ -64,7 +64,7 @@ bool OnlyBlanks(const char* text) {
 
 // Prepares the one statement of sql and steps it once. On success *result owns the statement.
 int RunStatement(PQUORDB conn, const std::string& sql, PQUORDBRESULT* result) {
-  DbFault fault = TakeDbFault(sql);
+  DbFault fault = TakeDbFault(sql.c_str());
   if (fault == DbFault::kFail) {
     SetError(conn, "injected failure");
     return -1;
@@ -101,7 +101,7 @@ int RunStatement(PQUORDB conn, const std::string& sql, PQUORDBRESULT* result) {
 
 // Runs every statement of sql, discarding rows.
 int RunScript(PQUORDB conn, const std::string& sql) {
-  if (TakeDbFault(sql) == DbFault::kFail) {
+  if (TakeDbFault(sql.c_str()) == DbFault::kFail) {
     SetError(conn, "injected failure");
     return -1;
   }

@@ -34,7 +34,8 @@ bool IsSafeLanguage(const std::string& language) {
 
 }  // namespace
 
-struct StringBundle::Impl {
+// Internal to the library, although nested in an exported class.
+struct __attribute__((visibility("hidden"))) StringBundle::Impl {
   std::vector<std::string> sections;
   std::mutex mutex;  // guards the members below
   std::string ownLanguage;

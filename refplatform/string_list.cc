@@ -2,11 +2,11 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "fault_hooks.h"
 #include "platform/slibc.h"
-#include "string_list_faults.h"
 
 PSLIBSZLIST SLIBCSzListAlloc(int initialSize) {
-  if (TakeStringListAllocFault()) return nullptr;
+  if (TakeListAllocFault()) return nullptr;
   PSLIBSZLIST list = static_cast<PSLIBSZLIST>(calloc(1, sizeof(SLIBSZLIST)));
   if (list == nullptr) return nullptr;
   list->nCapacity = initialSize > 0 ? initialSize : 1;

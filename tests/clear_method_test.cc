@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "api/methods.h"
-#include "refplatform/string_list_faults.h"
+#include "tests/support/platform_faults.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/log_schemas.h"
 

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "api/methods.h"
-#include "refplatform/log_database_faults.h"
+#include "tests/support/platform_faults.h"
 #include "sources/log_sources.h"
 #include "tests/support/source_search.h"
 #include "tests/support/stdout_capture.h"

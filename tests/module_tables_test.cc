@@ -4,25 +4,43 @@
 #include <sqlite3.h>
 #include <stdio.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
 #include <set>
 #include <string>
 
 #include "platform/webapi.h"
 
-TEST(ModuleLibrary, ExportsExactlyItsEntryPoints) {
-  std::string command = "nm -D -C --defined-only '" QUOR_MODULE_PATH "'";
+namespace {
+
+// The demangled names of a library's exported definitions.
+std::set<std::string> DynamicSymbols(const std::string& library) {
+  std::string command = "nm -D -C --defined-only '" + library + "'";
   FILE* nm = popen(command.c_str(), "r");
-  ASSERT_NE(nullptr, nm);
   std::set<std::string> names;
-  char line[512];
-  while (fgets(line, sizeof line, nm) != nullptr) {
+  char line[4096];
+  while (nm != nullptr && fgets(line, sizeof line, nm) != nullptr) {
     std::string text(line);
     text.erase(text.find_last_not_of("\n") + 1);
     // "<address> <type> <name>"; the name may contain blanks only inside a signature.
     size_t second = text.find(' ', text.find(' ') + 1);
     names.insert(text.substr(second + 1));
   }
-  ASSERT_EQ(0, pclose(nm));
+  EXPECT_TRUE(nm != nullptr && pclose(nm) == 0) << command;
+  return names;
+}
+
+std::string FileText(const std::string& path) {
+  std::ifstream in(path);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+}  // namespace
+
+TEST(ModuleLibrary, ExportsExactlyItsEntryPoints) {
+  std::set<std::string> names = DynamicSymbols(QUOR_MODULE_PATH);
   EXPECT_EQ((std::set<std::string>{"GetAPITable", "GetAPICheckTable", "gCheckTable",
                                    "LogConvertTime(long)"}),
             names);
@@ -74,6 +92,30 @@ TEST(ModuleLibrary, TablesWalkToTheirTerminators) {
   ASSERT_NE(nullptr, convert);
   EXPECT_EQ(10u, std::string(convert(86400 * 365)).size());
   dlclose(module);
+}
+
+// The platform library exports what its headers declare, SQLite's API and the fault hooks;
+// its helpers, caches and the standard library's instantiations stay inside.
+TEST(PlatformLibrary, ExportsOnlyItsDeclaredOperations) {
+  std::string declared = FileText(QUOR_SOURCE_DIR "/refplatform/fault_hooks.h");
+  for (const auto& entry : std::filesystem::directory_iterator(QUOR_SOURCE_DIR "/platform")) {
+    declared += FileText(entry.path().string());
+  }
+  // The last name of a symbol: "QUOR::APIRequest::GetParam(...) const" gives "GetParam".
+  const std::regex kLastName(
+      R"(^(?:typeinfo for |typeinfo name for |vtable for )?(?:[\w:]*::)?~?(\w+))");
+  size_t sqlite = 0;
+  for (const std::string& symbol : DynamicSymbols(QUOR_BUILD_DIR "/lib/libquorplatform.so")) {
+    if (symbol.rfind("sqlite3_", 0) == 0) {
+      ++sqlite;
+      continue;
+    }
+    std::smatch name;
+    ASSERT_TRUE(std::regex_search(symbol, name, kLastName)) << symbol;
+    EXPECT_TRUE(std::regex_search(declared, std::regex("\\b" + name[1].str() + "\\b")))
+        << symbol << " is exported but declared in no platform header";
+  }
+  EXPECT_GT(sqlite, 200u);
 }
 
 // Every program of the project holds one SQLite, the pinned one inside the platform library:

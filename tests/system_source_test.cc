@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/logfiles.h"
-#include "refplatform/log_database_faults.h"
+#include "tests/support/platform_faults.h"
 #include "sources/log_sources.h"
 #include "tests/support/source_search.h"
 #include "tests/support/temp_root.h"

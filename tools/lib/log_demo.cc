@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/logfiles.h"
-#include "refplatform/disk_codes.h"
+#include "platform/disk_codes.h"
 #include "tools/lib/log_schemas.h"
 #include "tools/lib/root_layout.h"
 

@@ -2,6 +2,9 @@
 // realistic disk logs.
 #pragma once
 
+// Everything declared below is the platform's exported surface.
+#pragma GCC visibility push(default)
+
 // One disk event as the storage manager records it: the code goes into the column msg, the
 // values of its template into the column info as a JSON object.
 struct DiskEventCode {
@@ -17,3 +20,5 @@ struct DiskEventCode {
 // The events, ended by a row whose code is null. No code is part of another, so a containment
 // condition on one code never matches the rows of another.
 extern const DiskEventCode kDiskEventCodes[];
+
+#pragma GCC visibility pop

@@ -3,33 +3,41 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: deps configure build test run bench soak clean format
+.PHONY: run-deps test-deps configure-run configure-test test run bench soak clean format
 
-deps:
-	@scripts/install-deps.sh --browser
+# Running needs the compiler, the libraries and curl (for the pinned SQLite); testing also
+# GoogleTest, Chromium and Node.js with the browser tests' npm packages.
+run-deps:
+	@scripts/install-deps.sh
+
+test-deps:
+	@scripts/install-deps.sh --test --browser
 	@[ -d tests/browser/node_modules/playwright-core ] || \
 	  (cd tests/browser && npm ci --no-audit --no-fund --loglevel=error)
 
-configure: deps
-	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+configure-run: run-deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUOR_TESTS=OFF >/dev/null
 
-build: configure
+configure-test: test-deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUOR_TESTS=ON >/dev/null
+
+test: configure-test
 	@cmake --build $(BUILD) -j $(JOBS)
-
-test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
-run: build
+# Only the server, the modules and the demo-data tool.
+run: configure-run
+	@cmake --build $(BUILD) -j $(JOBS) --target quor-webapi quor-logdemo
 	@scripts/run.sh $(BUILD)
 
-bench: deps
+bench: test-deps
 	@scripts/install-deps.sh --bench
-	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUOR_TESTS=ON >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target all log_bench
 	@scripts/bench.sh $(BUILD)
 
-soak: configure
-	@cmake --build $(BUILD) -j $(JOBS) --target all quor-soak
+soak: configure-run
+	@cmake --build $(BUILD) -j $(JOBS) --target quor-webapi quor-logdemo quor-soak
 	@scripts/soak.sh $(BUILD)
 
 format:

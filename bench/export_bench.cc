@@ -35,7 +35,7 @@ std::string BenchRoot() {
       dir = mkdtemp(pattern) != nullptr ? pattern : "/tmp";
     }
     std::string error;
-    if (!MakeDirs(dir + "/var/log/quorlog") ||
+    if (!MakeParentDirectories(dir + "/var/log/quorlog/", &error) ||
         !InstallTexts(dir, QUOR_SOURCE_DIR "/texts", &error)) {
       fprintf(stderr, "cannot lay out %s: %s\n", dir.c_str(), error.c_str());
       exit(1);

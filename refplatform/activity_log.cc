@@ -6,9 +6,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 
-#include "log_dir.h"
 #include "platform/eventlog.h"
 #include "platform/root.h"
 
@@ -20,7 +20,9 @@ const char kActivityLog[] = "/var/log/quorlog/activity.jsonl";
 // of concurrent writers (threads or processes) never interleave or tear.
 int AppendLine(const std::string& line) {
   std::string path = QuorResolvePath(kActivityLog);
-  if (!MakeParentDirs(path)) return -1;
+  std::error_code failed;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failed);
+  if (failed) return -1;
   int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) return -1;
   int rc = -1;

@@ -4,9 +4,9 @@
 #include <stdio.h>
 #include <time.h>
 
+#include <filesystem>
 #include <string>
 
-#include "log_dir.h"
 #include "platform/eventlog.h"
 #include "platform/root.h"
 #include "platform/stringbundle.h"
@@ -63,7 +63,9 @@ sqlite3_stmt* PrepareInsert(sqlite3* db) {
 
 int InsertEvent(const std::string& message) {
   std::string path = QuorResolvePath(kSystemDb);
-  if (!MakeParentDirs(path)) return -1;
+  std::error_code failed;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failed);
+  if (failed) return -1;
   sqlite3* db = nullptr;
   if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
       SQLITE_OK) {

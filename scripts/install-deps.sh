@@ -2,22 +2,24 @@
 # Installs the Debian packages the project builds, tests and runs with.
 # Idempotent: installs only what is missing. As root it uses apt-get; otherwise
 # it prints the exact install line and exits non-zero.
-#   install-deps.sh          build and unit-test packages
-#   install-deps.sh --browser  also Chromium and Node.js for the page's browser tests
+#   install-deps.sh            what building and running the server needs
+#   install-deps.sh --test     also the unit-test framework
+#   install-deps.sh --browser  also Chromium, fonts and Node.js for the page's browser tests
 #   install-deps.sh --bench    also the tools the benchmarks compare against
 set -euo pipefail
 
-packages=(build-essential cmake pkg-config ccache libjsoncpp-dev
-          libgtest-dev libgmock-dev libicu-dev libboost-dev libsodium-dev curl)
+packages=(build-essential cmake pkg-config ccache libjsoncpp-dev libicu-dev libboost-dev
+          libsodium-dev curl)
 for arg in "$@"; do
   case "$arg" in
+    --test) packages+=(libgtest-dev libgmock-dev) ;;
     --browser)
       packages+=(chromium fonts-noto-cjk sqlite3)
       # Node.js may come from elsewhere, bundling its own npm (which Debian's npm
       # package conflicts with): ask Debian only for what is missing.
       command -v node >/dev/null || packages+=(nodejs)
       command -v npm >/dev/null || packages+=(npm) ;;
-    --bench) packages+=(libbenchmark-dev wrk libsqlite3-dev) ;;
+    --bench) packages+=(libgtest-dev libbenchmark-dev wrk libsqlite3-dev) ;;
     *) echo "install-deps.sh: unknown option $arg" >&2; exit 2 ;;
   esac
 done

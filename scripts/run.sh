@@ -1,19 +1,30 @@
 #!/usr/bin/env bash
 # make run: serves the log center on a demo appliance root until Ctrl-C.
 #   scripts/run.sh [BUILD_DIR]
-# The demo root (BUILD_DIR/demo-root) is laid out by quor-logdemo once and kept between runs.
-# The administrator "admin" is created with a random password printed once, or with the
-# password in QUOR_ADMIN_PASSWORD (which also resets it on later runs). PORT changes the port.
+# Environment:
+#   HOST, PORT      where to listen (default 127.0.0.1 and 8080); LISTEN=ADDRESS:PORT sets both
+#   DEMO_ROWS       system-log rows of the demo root (default 20000); a different number lays
+#                   the root out again
+#   QUOR_ADMIN_PASSWORD  sets (or resets) the administrator's password; without it a random
+#                   one is made on the first run and printed once
+# The demo root (BUILD_DIR/demo-root) is laid out by quor-logdemo and kept between runs.
 set -euo pipefail
 build=${1:-build}
 src=$(cd "$(dirname "$0")/.." && pwd)
 bin="$build/bin"
 root="$(cd "$build" && pwd)/demo-root"
-port=${PORT:-8080}
+listen=${LISTEN:-${HOST:-127.0.0.1}:${PORT:-8080}}
+rows=${DEMO_ROWS:-20000}
+case "$rows" in
+  '' | *[!0-9]*) echo "run.sh: DEMO_ROWS must be a number of rows, not '$rows'" >&2; exit 2 ;;
+esac
 
-if [ ! -f "$root/etc/quor.conf" ]; then
-  echo "Laying out the demo appliance root in $root ..."
-  "$bin/quor-logdemo" --root "$root"
+if [ ! -f "$root/etc/quor.conf" ] || [ "$(cat "$root/.demo-rows" 2>/dev/null)" != "$rows" ]; then
+  echo "Laying out the demo appliance root in $root ($rows system-log rows) ..."
+  # The users and sessions of an earlier root are kept.
+  rm -rf "$root/var/log" "$root/etc/quor.conf"
+  "$bin/quor-logdemo" --root "$root" --rows "$rows"
+  echo "$rows" > "$root/.demo-rows"
 fi
 
 users="$root/etc/quor-webapi/users"
@@ -23,10 +34,12 @@ if [ -n "${QUOR_ADMIN_PASSWORD:-}" ]; then
 elif ! grep -q '^admin:' "$users" 2>/dev/null; then
   password=$(head -c 18 /dev/urandom | base64 | tr -d '/+=' | cut -c1-16)
   printf '%s\n' "$password" | "$bin/quor-webapi" adduser --root "$root" admin --admin
-  echo "Administrator: admin, password: $password   (shown once; QUOR_ADMIN_PASSWORD sets one)"
+  echo "Administrator: admin, password: $password   (shown once)"
 else
-  echo "Administrator: admin (password unchanged; QUOR_ADMIN_PASSWORD sets a new one)"
+  echo "Administrator: admin (password unchanged)"
 fi
 
-echo "Open http://127.0.0.1:$port/ - Ctrl-C stops the server."
-exec "$bin/quor-webapi" serve --root "$root" --listen "127.0.0.1:$port" --ui "$src/ui"
+host=${listen%:*}
+[ "$host" = 0.0.0.0 ] && host=$(hostname)
+echo "Open http://$host:${listen##*:}/ - Ctrl-C stops the server."
+exec "$bin/quor-webapi" serve --root "$root" --listen "$listen" --ui "$src/ui"

@@ -8,17 +8,11 @@
 
 #include "server/auth/users_file.h"
 #include "server/commands.h"
+#include "server/error_report.h"
 
 namespace {
 
-int Usage(const std::string& message) {
-  fprintf(stderr,
-          "quor-webapi adduser: %s\n"
-          "usage: quor-webapi adduser --root DIR NAME [--admin] [--lang en|de]\n"
-          "       (the password is read from standard input)\n",
-          message.c_str());
-  return kExitUsage;
-}
+int Usage(const std::string& message) { return UsageError("adduser", message); }
 
 // Reads one line from standard input; on a terminal, without echo and after a prompt.
 bool ReadPassword(std::string* password) {
@@ -72,10 +66,10 @@ int AddUserCommand(const Args& args) {
   bool replaced = false;
   std::string error;
   if (!StoreUser(UsersFilePath(), name, password, admin, lang, &replaced, &error)) {
-    fprintf(stderr, "quor-webapi adduser: %s\n", error.c_str());
+    ReportError("adduser: %s", error.c_str());
     return kExitErrorAnswer;
   }
-  fprintf(stderr, "quor-webapi adduser: %s %s%s\n", replaced ? "updated" : "added", name.c_str(),
+  ReportError("adduser: %s %s%s", replaced ? "updated" : "added", name.c_str(),
           admin ? " (administrator)" : "");
   return kExitOk;
 }

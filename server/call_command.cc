@@ -5,6 +5,7 @@
 #include "server/commands.h"
 #include "server/dispatch/dispatch.h"
 #include "server/module_log_output.h"
+#include "server/error_report.h"
 
 namespace {
 
@@ -56,7 +57,7 @@ int CallCommand(const Args& args) {
   ModuleRegistry registry;
   std::string error;
   if (!registry.LoadDirectory(modules, &error)) {
-    fprintf(stderr, "quor-webapi call: %s\n", error.c_str());
+    ReportError("call: %s", error.c_str());
     return kExitUsage;
   }
   QUOR::APIRequest request(params, user, lang);

@@ -18,8 +18,6 @@ int AddUserCommand(const Args& args);
 extern const char kUsage[];
 // Reports a usage error of command ("call", "serve", ...) with the usage text; kExitUsage.
 int UsageError(const char* command, const std::string& message);
-// Reports a failure on standard error as "quor-webapi: message".
-void ReportError(const std::string& message);
 
 // Makes dir the appliance root of this process (QUOR_ROOT), as the platform reads it.
 void UseRoot(const std::string& dir);

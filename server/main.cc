@@ -18,10 +18,6 @@ int UsageError(const char* command, const std::string& message) {
   return kExitUsage;
 }
 
-void ReportError(const std::string& message) {
-  fprintf(stderr, "quor-webapi: %s\n", message.c_str());
-}
-
 void UseRoot(const std::string& dir) {
   // Absolute, so that a worker or a method that changes directory still finds it.
   char* absolute = realpath(dir.c_str(), nullptr);

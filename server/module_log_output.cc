@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "platform/systemlog.h"
+#include "server/error_report.h"
 
 namespace {
 
@@ -31,7 +32,7 @@ const char* PriorityName(int priority) {
 
 void ToStandardError(int priority, const char* line, void*) {
   // One write per line, so that lines of several processes do not interleave.
-  fprintf(stderr, "quor-webapi: syslog %s: %s\n", PriorityName(priority), line);
+  ReportError("syslog %s: %s", PriorityName(priority), line);
   fflush(stderr);
 }
 

@@ -13,6 +13,7 @@
 #include "server/http/router.h"
 #include "server/http/worker.h"
 #include "server/module_log_output.h"
+#include "server/error_report.h"
 
 namespace {
 
@@ -34,7 +35,7 @@ int WorkerMain(int listenFd, const ServerConfig& config, const ModuleRegistry& r
   mallopt(M_MMAP_THRESHOLD, 16 << 20);
   SessionStore sessions;
   if (!sessions.Open(SessionsDatabasePath(), config.sessions)) {
-    fprintf(stderr, "quor-webapi: %s\n", sessions.LastError().c_str());
+    ReportError("%s", sessions.LastError().c_str());
     return 1;
   }
   Router router(config, registry, &sessions);
@@ -120,26 +121,26 @@ int ServeCommand(const Args& args) {
     config.workers = cores > 2 ? static_cast<int>(cores) : 2;
   }
   if (stat(config.uiDir.c_str(), &info) != 0) {
-    fprintf(stderr, "quor-webapi: warning: no UI directory %s; only the web API is served\n",
+    ReportError("warning: no UI directory %s; only the web API is served",
             config.uiDir.c_str());
   }
 
   std::string bound, error;
   int listenFd = BindListener(config.listen, &bound, &error);
   if (listenFd < 0) {
-    fprintf(stderr, "quor-webapi: %s\n", error.c_str());
+    ReportError("%s", error.c_str());
     return kExitUsage;
   }
   ModuleRegistry registry;
   if (!registry.LoadDirectory(config.modulesDir, &error)) {
-    fprintf(stderr, "quor-webapi: %s\n", error.c_str());
+    ReportError("%s", error.c_str());
     return kExitUsage;
   }
   {
     // Created (or checked) once here, so a broken root fails at start, not per request.
     SessionStore sessions;
     if (!sessions.Open(SessionsDatabasePath(), config.sessions)) {
-      fprintf(stderr, "quor-webapi: %s\n", sessions.LastError().c_str());
+      ReportError("%s", sessions.LastError().c_str());
       return kExitUsage;
     }
   }
@@ -149,6 +150,6 @@ int ServeCommand(const Args& args) {
   int status = RunProcessPool(config.workers, config.graceMs,
                               [&] { return WorkerMain(listenFd, config, registry); });
   close(listenFd);
-  fprintf(stderr, "quor-webapi: stopped\n");
+  ReportError("stopped");
   return status;
 }

@@ -5,6 +5,8 @@
 
 #include <stdlib.h>
 
+#include <filesystem>
+
 #include "catalogue/text_helpers.h"
 #include "platform/logfiles.h"
 #include "sources/log_sources.h"
@@ -66,7 +68,7 @@ TEST(ReverseReader, LastLinesNewestFirst) {
   EXPECT_EQ(big.substr(0, 64 * 1024), all[50000]);  // cut to its first 64 KiB
   EXPECT_EQ("first", all[50001]);
   // A directory opens but is not a regular file.
-  ASSERT_TRUE(MakeDirs(root.At("/tmp/dir")));
+  ASSERT_TRUE(std::filesystem::create_directories(root.At("/tmp/dir")));
   ReadBack(root.At("/tmp/dir"), 10, &rc);
   EXPECT_EQ(-1, rc);
 }
@@ -210,7 +212,7 @@ TEST(PlainSource, TailLimitAndQuietFailures) {
 
   // Paths that are not regular files are missing logs, and a FIFO without a writer does not
   // hold the request.
-  ASSERT_TRUE(MakeDirs(root.At("/var/log/quorbackup_server.log")));
+  ASSERT_TRUE(std::filesystem::create_directories(root.At("/var/log/quorbackup_server.log")));
   EXPECT_TRUE(Fetch(SourceSearch("bkpserverlog")).empty());
   ASSERT_EQ(0, mkfifo(root.At("/var/log/quorcopy.log.fifo").c_str(), 0600));
   ASSERT_EQ(0, rename(root.At("/var/log/quorcopy.log.fifo").c_str(),

@@ -89,6 +89,16 @@ TEST(ServerCall, RefusesFilesThatAreNotModules) {
       << result.err;
 }
 
+TEST(ServerCall, RefusesAModuleWithAnIncompleteTableRow) {
+  ProcessResult result =
+      RunProcess({kWebApi, "call", "--modules", QUOR_BUILD_DIR "/test-modules-broken",
+                  "QUOR.Test.Half", "1", "whole"});
+  EXPECT_EQ(2, result.status);
+  EXPECT_NE(std::string::npos,
+            result.err.find("QUOR.Test.Half.so: row 1 of its method table is incomplete"))
+      << result.err;
+}
+
 TEST(ServerCall, UsageErrorsExitWithTwo) {
   TempRoot root;
   for (std::vector<std::string> tail : {std::vector<std::string>{},

@@ -10,10 +10,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <vector>
 
 #include "platform/root.h"
-#include "tools/lib/root_layout.h"
 
 namespace {
 
@@ -110,13 +110,12 @@ bool SessionStore::Open(const std::string& path, const SessionLimits& limits) {
   limits_ = limits;
   // The database holds live session keys' hashes and request tokens: the folder is the
   // server's alone (0700) and the file 0600, which SQLite gives its journal files too.
-  size_t slash = path.rfind('/');
-  if (slash != std::string::npos && slash > 0) {
-    std::string folder = path.substr(0, slash);
-    if (!MakeDirs(folder) || chmod(folder.c_str(), 0700) != 0) {
-      error_ = "cannot create the directory of " + path;
-      return false;
-    }
+  std::string folder = std::filesystem::path(path).parent_path();
+  std::error_code failed;
+  std::filesystem::create_directories(folder, failed);
+  if (failed || chmod(folder.c_str(), 0700) != 0) {
+    error_ = "cannot create the directory of " + path;
+    return false;
   }
   int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (fd < 0 || fchmod(fd, 0600) != 0) {

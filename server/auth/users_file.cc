@@ -6,12 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <vector>
 
 #include "platform/root.h"
-#include "tools/lib/root_layout.h"
 
 namespace {
 
@@ -100,9 +100,10 @@ bool StoreUser(const std::string& path, const std::string& name, const std::stri
   }
   if (!*replaced) lines.push_back(FormatLine(user));
 
-  size_t slash = path.rfind('/');
-  if (slash != std::string::npos && slash > 0 && !MakeDirs(path.substr(0, slash))) {
-    *error = "cannot create the directory of " + path;
+  std::error_code failed;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failed);
+  if (failed) {
+    *error = "cannot create the directory of " + path + ": " + failed.message();
     return false;
   }
   std::string temp = path + ".tmp";

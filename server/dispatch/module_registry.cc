@@ -63,10 +63,21 @@ bool ModuleRegistry::LoadFile(const std::string& path, std::string* error) {
     return false;
   }
 
+  // A row with a gap is a module built wrong: serving the rest would hide a method (or, for a
+  // check row, let requests through unchecked), so the module is refused as a whole.
+  auto refuseRow = [&](const char* table, int index, const char* needs) {
+    *error = "module " + path + ": row " + std::to_string(index) + " of its " + table +
+             " table is incomplete (" + needs + " are required before the all-zero end row)";
+    dlclose(handle);
+    return false;
+  };
   std::map<Key, MethodEntry> added;
+  int index = 0;
   for (const QUOR::APIMethodEntry* row = getMethods();
-       row != nullptr && !IsEndRow(row->api, row->version, row->method); ++row) {
-    if (row->api == nullptr || row->method == nullptr || row->handler == nullptr) continue;
+       row != nullptr && !IsEndRow(row->api, row->version, row->method); ++row, ++index) {
+    if (row->api == nullptr || row->method == nullptr || row->handler == nullptr) {
+      return refuseRow("method", index, "API, method and handler");
+    }
     Key key(row->api, row->version, row->method);
     if (methods_.count(key) != 0 || added.count(key) != 0) {
       *error = "module " + path + " serves " + row->api + " version " +
@@ -84,8 +95,10 @@ bool ModuleRegistry::LoadFile(const std::string& path, std::string* error) {
   size_t checkRows = 0;
   for (const QUOR::APICheckEntry* row = getChecks();
        row != nullptr && !IsEndRow(row->api, row->version, row->method); ++row) {
+    if (row->api == nullptr || row->method == nullptr || row->checker == nullptr) {
+      return refuseRow("check", static_cast<int>(checkRows), "API, method and checker");
+    }
     ++checkRows;
-    if (row->api == nullptr || row->method == nullptr) continue;
     auto found = added.find(Key(row->api, row->version, row->method));
     if (found != added.end() && found->second.checker == nullptr) {
       found->second.checker = row->checker;

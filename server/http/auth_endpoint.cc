@@ -3,6 +3,7 @@
 
 #include "server/auth/users_file.h"
 #include "server/dispatch/dispatch.h"
+#include "server/error_report.h"
 #include "server/http/appliance_time.h"
 #include "server/http/router.h"
 
@@ -48,7 +49,7 @@ void Router::HandleAuth(const HttpRequest& request, const RequestFields& fields,
       // Counted against the address only: a name this long is no account, and is not stored.
       exchange->user = "-";
       if (!sessions_->RecordFailure("", exchange->client)) {
-        fprintf(stderr, "quor-webapi: %s\n", sessions_->LastError().c_str());
+        ReportError("%s", sessions_->LastError().c_str());
       }
       answer.SetError(kErrorBadLogin);
       return AnswerEnvelope(exchange, EnvelopeText(answer));
@@ -56,7 +57,7 @@ void Router::HandleAuth(const HttpRequest& request, const RequestFields& fields,
     exchange->user = account.empty() ? "-" : account;
     bool locked = false;
     if (!sessions_->IsLockedOut(account, exchange->client, &locked)) {
-      fprintf(stderr, "quor-webapi: %s\n", sessions_->LastError().c_str());
+      ReportError("%s", sessions_->LastError().c_str());
       return AnswerText(exchange, 500, "Internal server error\n");
     }
     if (locked) {
@@ -67,7 +68,7 @@ void Router::HandleAuth(const HttpRequest& request, const RequestFields& fields,
     bool known = IsValidUserName(account) && FindUser(UsersFilePath(), account, &user);
     if (!VerifyPassword(known ? &user : nullptr, fields.Raw("passwd"))) {
       if (!sessions_->RecordFailure(account, exchange->client)) {
-        fprintf(stderr, "quor-webapi: %s\n", sessions_->LastError().c_str());
+        ReportError("%s", sessions_->LastError().c_str());
       }
       answer.SetError(kErrorBadLogin);
       return AnswerEnvelope(exchange, EnvelopeText(answer));
@@ -82,7 +83,7 @@ void Router::HandleAuth(const HttpRequest& request, const RequestFields& fields,
     session.admin = user.admin;
     std::string cookie;
     if (!sessions_->Create(&session, &cookie)) {
-      fprintf(stderr, "quor-webapi: %s\n", sessions_->LastError().c_str());
+      ReportError("%s", sessions_->LastError().c_str());
       return AnswerText(exchange, 500, "Internal server error\n");
     }
     answer.SetSuccess(SessionData(session));

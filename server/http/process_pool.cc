@@ -1,6 +1,7 @@
 // The master and worker processes.
 #include "server/http/process_pool.h"
 
+#include "server/error_report.h"
 #include "server/http/monotonic_clock.h"
 
 #include <errno.h>
@@ -123,11 +124,9 @@ int RunProcessPool(int count, int64_t graceMs, const std::function<int()>& worke
       workers.erase(found);
       if (stopping) continue;
       if (WIFSIGNALED(status)) {
-        fprintf(stderr, "quor-webapi: worker %d died of signal %d; replacing it\n", pid,
-                WTERMSIG(status));
+        ReportError("worker %d died of signal %d; replacing it", pid, WTERMSIG(status));
       } else {
-        fprintf(stderr, "quor-webapi: worker %d exited with %d; replacing it\n", pid,
-                WEXITSTATUS(status));
+        ReportError("worker %d exited with %d; replacing it", pid, WEXITSTATUS(status));
       }
       if (lived < 1000) usleep(200 * 1000);
       start();

@@ -4,6 +4,7 @@
 #include <sodium.h>
 #include <stdio.h>
 
+#include "server/error_report.h"
 #include "server/http/static_files.h"
 
 #include <boost/beast/core/string.hpp>
@@ -124,7 +125,7 @@ void Router::Handle(const HttpRequest& request, Exchange* exchange) {
       ServeStaticFile(config_.uiDir, request, exchange);
     }
   } catch (const std::exception& e) {
-    fprintf(stderr, "quor-webapi: request failed: %s\n", e.what());
+    ReportError("request failed: %s", e.what());
     AnswerText(exchange, 500, "Internal server error\n");
   }
 }
@@ -136,7 +137,7 @@ bool Router::FindSession(const HttpRequest& request, Session* session, bool* fou
     if (*found) exchange->user = session->user;
     return true;
   }
-  fprintf(stderr, "quor-webapi: %s\n", sessions_->LastError().c_str());
+  ReportError("%s", sessions_->LastError().c_str());
   AnswerText(exchange, 500, "Internal server error\n");
   return false;
 }

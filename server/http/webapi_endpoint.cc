@@ -3,6 +3,7 @@
 
 #include "server/auth/session_store.h"
 #include "server/dispatch/dispatch.h"
+#include "server/error_report.h"
 #include "server/http/chunked_output.h"
 #include "server/http/download_process.h"
 #include "server/http/download_slots.h"
@@ -63,7 +64,7 @@ void Router::HandleWebApi(const HttpRequest& request, const RequestFields& field
       DownloadSlot slot;
       std::string error;
       if (!slot.Take(DownloadSlotsFolder(), config_.maxDownloads, &error)) {
-        if (!error.empty()) fprintf(stderr, "quor-webapi: %s\n", error.c_str());
+        if (!error.empty()) ReportError("%s", error.c_str());
         AnswerText(exchange, 503, "Too many downloads at once; try again in a moment.\n");
         exchange->response.set("Retry-After", "5");
         return;

@@ -50,8 +50,8 @@ std::string SysLogCapture::Dump() const {
 }
 
 void MakeDatabase(const std::string& realPath, const std::string& sql) {
-  size_t slash = realPath.rfind('/');
-  ASSERT_TRUE(MakeDirs(realPath.substr(0, slash)));
+  std::string folderError;
+  ASSERT_TRUE(MakeParentDirectories(realPath, &folderError)) << folderError;
   sqlite3* db = nullptr;
   ASSERT_EQ(SQLITE_OK, sqlite3_open(realPath.c_str(), &db));
   char* error = nullptr;

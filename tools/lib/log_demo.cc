@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <random>
@@ -180,11 +181,7 @@ class BulkWriter {
   }
 
   bool Open(const std::string& path, const char* schema, const char* insert, std::string* error) {
-    size_t slash = path.rfind('/');
-    if (slash != std::string::npos && !MakeDirs(path.substr(0, slash))) {
-      *error = "cannot create the folder of " + path;
-      return false;
-    }
+    if (!MakeParentDirectories(path, error)) return false;
     unlink(path.c_str());
     if (sqlite3_open(path.c_str(), &db_) != SQLITE_OK ||
         sqlite3_exec(db_, "PRAGMA synchronous=OFF; PRAGMA journal_mode=MEMORY;", nullptr, nullptr,
@@ -431,11 +428,7 @@ bool WriteDiskLog(const std::string& path, const std::string& model, int64_t row
 bool WritePlainLog(const std::string& path, const char* kind, int64_t minLines, int64_t minBytes,
                    uint64_t seed, time_t end, std::string* error) {
   const MessageSet& set = MessagesOf(kind, "bkplog");
-  size_t slash = path.rfind('/');
-  if (slash != std::string::npos && !MakeDirs(path.substr(0, slash))) {
-    *error = "cannot create the folder of " + path;
-    return false;
-  }
+  if (!MakeParentDirectories(path, error)) return false;
   // Lines of a large file are spread over the same months as a small one.
   int64_t lines = minBytes > 0 ? std::max<int64_t>(minLines, minBytes / 70) : minLines;
   Random random(seed);
@@ -458,7 +451,9 @@ bool BuildDemoRoot(const DemoOptions& options, std::string* error) {
   const std::string& root = options.root;
   int64_t rows = options.rows > 0 ? options.rows : 0;
   uint64_t seed = options.seed;
-  if (!MakeDirs(root) || !InstallTexts(root, options.textsDir, error)) {
+  std::error_code failed;
+  std::filesystem::create_directories(root, failed);
+  if (failed || !InstallTexts(root, options.textsDir, error)) {
     if (error->empty()) *error = "cannot create " + root;
     return false;
   }

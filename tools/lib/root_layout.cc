@@ -6,26 +6,21 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <vector>
 
-bool MakeDirs(const std::string& path) {
-  std::string partial;
-  std::stringstream parts(path);
-  std::string part;
-  if (!path.empty() && path[0] == '/') partial = "/";
-  while (std::getline(parts, part, '/')) {
-    if (part.empty()) continue;
-    partial += part + "/";
-    if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) return false;
-  }
-  return true;
+bool MakeParentDirectories(const std::string& path, std::string* error) {
+  std::error_code failed;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failed);
+  if (failed) *error = "cannot create the folder of " + path + ": " + failed.message();
+  return !failed;
 }
 
 bool WriteTextFile(const std::string& path, const std::string& content) {
-  size_t slash = path.rfind('/');
-  if (slash != std::string::npos && slash > 0 && !MakeDirs(path.substr(0, slash))) return false;
+  std::string error;
+  if (!MakeParentDirectories(path, &error)) return false;
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << content;
   return static_cast<bool>(out);

@@ -3,8 +3,9 @@
 
 #include <string>
 
-// Creates the directory and its parents (like mkdir -p). Returns false on failure.
-bool MakeDirs(const std::string& path);
+// Creates the folders above the file path that are missing. Returns false with *error set
+// when one cannot be created.
+bool MakeParentDirectories(const std::string& path, std::string* error);
 
 // Writes content to path (under nothing: path is real), creating parent directories.
 bool WriteTextFile(const std::string& path, const std::string& content);

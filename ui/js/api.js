@@ -3,6 +3,8 @@
 // Every failure comes back as an ApiError with the server's error code, or
 // with code 0 when the appliance could not be reached or answered nonsense.
 
+import {byId} from './dom.js';
+
 export const LOG_API = 'QUOR.Core.SyslogClient.Log';
 // Searches over whole logs: levels filtered and counted before paging, both
 // orders, time buckets.
@@ -137,7 +139,7 @@ export async function Search(method, params, signal) {
 // file (an error envelope, a refusal) lands in the frame, where `onFailure`
 // receives it as an ApiError.
 export function DownloadThroughBrowser(method, params, onFailure) {
-  const frame = document.getElementById('download-frame');
+  const frame = byId('download-frame');
   const form = document.createElement('form');
   form.method = 'post';
   form.action = 'webapi';

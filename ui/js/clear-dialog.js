@@ -4,12 +4,13 @@
 // and Cancel keep the logs.
 
 import {MembersOf} from './catalogue.js';
+import {byId} from './dom.js';
 import {FormatNumber, T} from './i18n.js';
 
 // `totals` maps each member log to its number of entries (absent: unknown).
 export function ConfirmClear(log, totals, filtered) {
-  const dialog = document.getElementById('clear-dialog');
-  const list = document.getElementById('clear-list');
+  const dialog = byId('clear-dialog');
+  const list = byId('clear-list');
   list.replaceChildren(...MembersOf(log).map((name) => {
     const item = document.createElement('li');
     const count = totals.get(name);
@@ -18,11 +19,11 @@ export function ConfirmClear(log, totals, filtered) {
         T('log.' + name);
     return item;
   }));
-  document.getElementById('clear-filters').hidden = !filtered;
+  byId('clear-filters').hidden = !filtered;
   dialog.returnValue = '';
   return new Promise((resolve) => {
     dialog.addEventListener('close', () => resolve(dialog.returnValue === 'confirm'), {once: true});
     dialog.showModal();
-    document.getElementById('clear-cancel').focus();
+    byId('clear-cancel').focus();
   });
 }

@@ -3,10 +3,9 @@
 // the entry's second, with the entry named in the address).
 
 import {ClassOf} from './catalogue.js';
+import {byId} from './dom.js';
 import {T} from './i18n.js';
 import {LevelOfRecord, LogName} from './log-table.js';
-
-const byId = (id) => document.getElementById(id);
 
 // The fields of a record in the order its layout shows them, then any other
 // key it carries (the row id), each as [label, text].

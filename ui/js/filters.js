@@ -6,12 +6,11 @@
 
 import {ClassOf, LEVELS} from './catalogue.js';
 import {IsSearchableWall} from './dates.js';
+import {byId} from './dom.js';
 import {FormatNumber, T} from './i18n.js';
 import {Icon} from './icons.js';
 
 const KEYWORD_PAUSE_MS = 350;
-
-const byId = (id) => document.getElementById(id);
 
 export class Filters {
   // `onChange(partial, {typing})` receives the changed part of the state;

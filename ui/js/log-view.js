@@ -7,6 +7,7 @@ import * as api from './api.js';
 import {ClassOf, FindLog, LEVELS, MembersOf} from './catalogue.js';
 import {ConfirmClear} from './clear-dialog.js';
 import {DescribeZone, EpochToWall, RecordTimeToEpoch, RecordTimeToWall, WallToEpoch} from './dates.js';
+import {byId} from './dom.js';
 import {ShowEntry} from './entry-dialog.js';
 import {Filters} from './filters.js';
 import {FormatNumber, OnLanguageChange, T} from './i18n.js';
@@ -21,7 +22,6 @@ import {FormatState, ParseState, RANGES, SearchTerms} from './view-state.js';
 const LIVE_MS = 2000;
 const LIVE_KEY = 'quor.live';
 const BUCKETS = 60;
-const byId = (id) => document.getElementById(id);
 
 // A short stable text for a record without a row id (plain-text lines).
 function Digest(text) {

@@ -2,10 +2,9 @@
 // is back at it (session expired, signed out).
 
 import * as api from './api.js';
+import {byId} from './dom.js';
 import {ChosenLanguage, T} from './i18n.js';
 import {ErrorText} from './messages.js';
-
-const byId = (id) => document.getElementById(id);
 
 export class LoginView {
   // `onSignedIn()` runs after a successful sign-in.

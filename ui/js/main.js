@@ -2,13 +2,12 @@
 // form or the log center, and move between the two as sessions begin and end.
 
 import * as api from './api.js';
+import {byId} from './dom.js';
 import {
   ChooseLanguage, CurrentLanguage, LANGUAGES, OnLanguageChange, PreferredLanguage, SetLanguage, T,
 } from './i18n.js';
 import {LoginView} from './login-view.js';
 import {LogView} from './log-view.js';
-
-const byId = (id) => document.getElementById(id);
 
 // What the page keeps of a login or status answer.
 function SessionInfo(data) {

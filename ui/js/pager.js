@@ -1,9 +1,8 @@
 // Paging: first, previous, next and last page, the page size and the total.
 
+import {byId} from './dom.js';
 import {FormatNumber, T} from './i18n.js';
 import {PAGE_SIZES} from './view-state.js';
-
-const byId = (id) => document.getElementById(id);
 
 export function PageCount(total, size) {
   return Math.max(1, Math.ceil(Math.max(total, 0) / size));

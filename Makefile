@@ -22,6 +22,7 @@ configure-test: test-deps
 	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUOR_TESTS=ON >/dev/null
 
 test: configure-test
+	@scripts/check-format.sh
 	@cmake --build $(BUILD) -j $(JOBS)
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
@@ -41,7 +42,7 @@ soak: configure-run
 	@scripts/soak.sh $(BUILD)
 
 format:
-	@clang-format -i $$(git ls-files '*.cc' '*.h')
+	@clang-format -i $$(git ls-files '*.cc' '*.h' '*.c')
 
 clean:
 	@rm -rf $(BUILD)

@@ -12,8 +12,8 @@
 #include <mutex>
 #include <string>
 
-#include "platform/disk_codes.h"
 #include "platform/disk.h"
+#include "platform/disk_codes.h"
 #include "platform/root.h"
 #include "platform/stringbundle.h"
 #include "upper_text.h"

@@ -3,7 +3,7 @@
 # Idempotent: installs only what is missing. As root it uses apt-get; otherwise
 # it prints the exact install line and exits non-zero.
 #   install-deps.sh            what building and running the server needs
-#   install-deps.sh --test     also the unit-test framework
+#   install-deps.sh --test     also the unit-test framework and clang-format
 #   install-deps.sh --browser  also Chromium, fonts and Node.js for the page's browser tests
 #   install-deps.sh --bench    also the tools the benchmarks compare against
 set -euo pipefail
@@ -12,7 +12,7 @@ packages=(build-essential cmake pkg-config ccache libjsoncpp-dev libicu-dev libb
           libsodium-dev curl)
 for arg in "$@"; do
   case "$arg" in
-    --test) packages+=(libgtest-dev libgmock-dev) ;;
+    --test) packages+=(libgtest-dev libgmock-dev clang-format) ;;
     --browser)
       packages+=(chromium fonts-noto-cjk sqlite3)
       # Node.js may come from elsewhere, bundling its own npm (which Debian's npm

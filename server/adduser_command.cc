@@ -70,6 +70,6 @@ int AddUserCommand(const Args& args) {
     return kExitErrorAnswer;
   }
   ReportError("adduser: %s %s%s", replaced ? "updated" : "added", name.c_str(),
-          admin ? " (administrator)" : "");
+              admin ? " (administrator)" : "");
   return kExitOk;
 }

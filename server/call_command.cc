@@ -4,8 +4,8 @@
 
 #include "server/commands.h"
 #include "server/dispatch/dispatch.h"
-#include "server/module_log_output.h"
 #include "server/error_report.h"
+#include "server/module_log_output.h"
 
 namespace {
 

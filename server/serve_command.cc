@@ -8,12 +8,12 @@
 #include "server/auth/session_store.h"
 #include "server/commands.h"
 #include "server/dispatch/module_registry.h"
+#include "server/error_report.h"
 #include "server/http/listener.h"
 #include "server/http/process_pool.h"
 #include "server/http/router.h"
 #include "server/http/worker.h"
 #include "server/module_log_output.h"
-#include "server/error_report.h"
 
 namespace {
 
@@ -121,8 +121,7 @@ int ServeCommand(const Args& args) {
     config.workers = cores > 2 ? static_cast<int>(cores) : 2;
   }
   if (stat(config.uiDir.c_str(), &info) != 0) {
-    ReportError("warning: no UI directory %s; only the web API is served",
-            config.uiDir.c_str());
+    ReportError("warning: no UI directory %s; only the web API is served", config.uiDir.c_str());
   }
 
   std::string bound, error;

@@ -4,11 +4,11 @@
 #include <string.h>
 
 #include "platform/disk.h"
+#include "platform/disk_codes.h"
 #include "platform/logdb.h"
 #include "platform/logfiles.h"
-#include "platform/disk_codes.h"
-#include "tests/support/platform_faults.h"
 #include "sources/log_sources.h"
+#include "tests/support/platform_faults.h"
 #include "tests/support/source_search.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/log_schemas.h"

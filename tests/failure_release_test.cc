@@ -7,8 +7,8 @@
 #include <unistd.h>
 
 #include "api/methods.h"
-#include "tests/support/platform_faults.h"
 #include "sources/log_sources.h"
+#include "tests/support/platform_faults.h"
 #include "tests/support/source_search.h"
 #include "tests/support/stdout_capture.h"
 #include "tests/support/temp_root.h"

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/logfiles.h"
-#include "tests/support/platform_faults.h"
 #include "sources/log_sources.h"
+#include "tests/support/platform_faults.h"
 #include "tests/support/source_search.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/log_schemas.h"

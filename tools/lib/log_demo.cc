@@ -12,8 +12,8 @@
 #include <random>
 #include <vector>
 
-#include "platform/logfiles.h"
 #include "platform/disk_codes.h"
+#include "platform/logfiles.h"
 #include "tools/lib/log_schemas.h"
 #include "tools/lib/root_layout.h"
 

@@ -11,11 +11,7 @@
 #include "server/auth/users_file.h"
 #include "tests/support/temp_root.h"
 
-namespace {
-
-void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
-}  // namespace
+namespace {}  // namespace
 
 TEST(ServerAuth, UsersFileStoresArgon2idHashesAndReplacesUsers) {
   TempRoot root;

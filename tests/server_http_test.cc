@@ -14,8 +14,6 @@
 
 namespace {
 
-void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
 Json::Value Parsed(const std::string& text) { return QUOR::WebAPIUtil::ParseJson(text); }
 
 int ErrorCode(const Json::Value& envelope) { return envelope["error"]["code"].asInt(); }

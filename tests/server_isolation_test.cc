@@ -19,23 +19,12 @@ namespace {
 
 const char kTestModules[] = QUOR_BUILD_DIR "/test-modules";
 
-void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
 std::vector<pid_t> ChildrenOf(pid_t pid) {
   std::ifstream in("/proc/" + std::to_string(pid) + "/task/" + std::to_string(pid) + "/children");
   std::vector<pid_t> children;
   pid_t child;
   while (in >> child) children.push_back(child);
   return children;
-}
-
-std::string CallRequest(const WebApiClient& client, const std::string& method,
-                        const std::string& form) {
-  std::string body = "api=QUOR.Test.Stream&version=1&method=" + method + "&" + form;
-  return "POST /webapi HTTP/1.1\r\nHost: x\r\nCookie: " + client.cookie +
-         "\r\nX-Quor-Token: " + client.token +
-         "\r\nContent-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
-         std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
 class ServerIsolation : public testing::Test {
@@ -69,7 +58,7 @@ class ServerIsolation : public testing::Test {
 // free: every other call answers.
 TEST_F(ServerIsolation, SlowSendersAndDownloadsHoldNoWorker) {
   Start({"--workers", "2", "--request-timeout-ms", "20000"});
-  std::string request = CallRequest(*client_, "echo", "slow=1");
+  std::string request = client_->RawCall("echo", "slow=1");
   std::vector<std::unique_ptr<HttpConnection>> slow;
   for (int i = 0; i < 8; ++i) {
     slow.push_back(std::make_unique<HttpConnection>(server_->port()));
@@ -78,7 +67,7 @@ TEST_F(ServerIsolation, SlowSendersAndDownloadsHoldNoWorker) {
   std::vector<std::unique_ptr<HttpConnection>> downloads;
   for (int i = 0; i < 2; ++i) {
     downloads.push_back(std::make_unique<HttpConnection>(server_->port()));
-    ASSERT_TRUE(downloads.back()->Send(CallRequest(*client_, "stream", "size=268435456")));
+    ASSERT_TRUE(downloads.back()->Send(client_->RawCall("stream", "size=268435456")));
     EXPECT_FALSE(downloads.back()->ReadSome(1024).empty());
   }
   for (int i = 0; i < 20; ++i) {
@@ -98,7 +87,7 @@ TEST_F(ServerIsolation, SlowSendersAndDownloadsHoldNoWorker) {
 TEST_F(ServerIsolation, DownloadsBeyondTheBoundAreRefusedClearly) {
   Start({"--workers", "2", "--max-downloads", "1"});
   HttpConnection first(server_->port());
-  ASSERT_TRUE(first.Send(CallRequest(*client_, "stream", "size=268435456")));
+  ASSERT_TRUE(first.Send(client_->RawCall("stream", "size=268435456")));
   EXPECT_FALSE(first.ReadSome(1024).empty());
   HttpAnswer refused = client_->Call("stream", "size=10", "QUOR.Test.Stream");
   EXPECT_EQ(503, refused.status);
@@ -142,7 +131,7 @@ TEST_F(ServerIsolation, AMethodPastItsLimitIsStopped) {
 TEST_F(ServerIsolation, ACutOffDownloadReadsAsTruncated) {
   Start({"--workers", "1"});
   HttpConnection download(server_->port());
-  ASSERT_TRUE(download.Send(CallRequest(*client_, "stream", "size=268435456")));
+  ASSERT_TRUE(download.Send(client_->RawCall("stream", "size=268435456")));
   // Kill the download's process once its head and some body have come.
   std::string raw;
   while (raw.find("\r\n\r\n") == std::string::npos || raw.size() < 4096) {

@@ -17,8 +17,6 @@ namespace {
 
 const char kTestModules[] = QUOR_BUILD_DIR "/test-modules";
 
-void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
 // A value in kB from /proc/PID/status ("VmRSS").
 long StatusKb(pid_t pid, const std::string& key) {
   std::ifstream in("/proc/" + std::to_string(pid) + "/status");
@@ -27,15 +25,6 @@ long StatusKb(pid_t pid, const std::string& key) {
     if (line.compare(0, key.size() + 1, key + ":") == 0) return atol(line.c_str() + key.size() + 1);
   }
   return -1;
-}
-
-std::string CallRequest(const WebApiClient& client, const std::string& method,
-                        const std::string& form) {
-  std::string body = "api=QUOR.Test.Stream&version=1&method=" + method + "&" + form;
-  return "POST /webapi HTTP/1.1\r\nHost: x\r\nCookie: " + client.cookie +
-         "\r\nX-Quor-Token: " + client.token +
-         "\r\nContent-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
-         std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
 class ServerStream : public testing::Test {
@@ -62,7 +51,7 @@ TEST_F(ServerStream, DocumentStreamsWholeWhileTheWorkerStaysFlat) {
   const long size = 24L << 20;
   HttpConnection connection(server_->port());
   long before = StatusKb(worker, "VmRSS");
-  ASSERT_TRUE(connection.Send(CallRequest(*client_, "stream", "size=" + std::to_string(size))));
+  ASSERT_TRUE(connection.Send(client_->RawCall("stream", "size=" + std::to_string(size))));
 
   // The first bytes arrive while the method is still writing: the client has read little and
   // the rest cannot fit in the socket buffers, so the worker waits inside the method.
@@ -95,7 +84,7 @@ TEST_F(ServerStream, DocumentStreamsWholeWhileTheWorkerStaysFlat) {
   // The worker's own standard output is back: the next call answers its envelope normally.
   Json::Value echo = QUOR::WebAPIUtil::ParseJson([&] {
     HttpConnection next(server_->port());
-    next.Send(CallRequest(*client_, "echo", "n=10&t=text&j=%7B%22a%22%3A1%7D"));
+    next.Send(client_->RawCall("echo", "n=10&t=text&j=%7B%22a%22%3A1%7D"));
     return next.Read().body;
   }());
   EXPECT_EQ(10, echo["data"]["params"]["n"].asInt());
@@ -111,12 +100,12 @@ TEST_F(ServerStream, ClientsThatLeaveOrStallCostOnlyTheirRequest) {
   pid_t worker = server_->Workers().at(0);
   {
     HttpConnection leaving(server_->port());
-    ASSERT_TRUE(leaving.Send(CallRequest(*client_, "stream", "size=50000000")));
+    ASSERT_TRUE(leaving.Send(client_->RawCall("stream", "size=50000000")));
     EXPECT_FALSE(leaving.ReadSome(1000).empty());
   }  // closed mid-document
   {
     HttpConnection stalled(server_->port());
-    ASSERT_TRUE(stalled.Send(CallRequest(*client_, "stream", "size=50000000")));
+    ASSERT_TRUE(stalled.Send(client_->RawCall("stream", "size=50000000")));
     SleepMs(1200);  // reads nothing: the send timeout ends the method's writes
   }
   HttpAnswer answer = client_->Call("echo", "x=1", "QUOR.Test.Stream");
@@ -131,7 +120,7 @@ TEST_F(ServerStream, ClientsThatLeaveOrStallCostOnlyTheirRequest) {
 TEST_F(ServerStream, AModuleThatCrashesLosesOnlyItsRequest) {
   pid_t worker = server_->Workers().at(0);
   HttpConnection crashing(server_->port());
-  ASSERT_TRUE(crashing.Send(CallRequest(*client_, "crash", "")));
+  ASSERT_TRUE(crashing.Send(client_->RawCall("crash", "")));
   EXPECT_EQ(0, crashing.Read().status);  // no answer, the connection just ends
   HttpAnswer next = client_->Call("echo", "x=1", "QUOR.Test.Stream");
   EXPECT_EQ(200, next.status);

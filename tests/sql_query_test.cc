@@ -21,8 +21,6 @@ TEST(SqlQuery, FilterClause) {
   // The GLOB part is escaped here; the pattern part is built from the raw keyword.
   EXPECT_EQ(" WHERE ((username GLOB '*it''s*') OR " + GenSQLRegexp("it's", "filename") + ")",
             BuildFilterClause(search, "filename"));
-  EXPECT_EQ(" ORDER BY time DESC", OrderBy("time", false));
-  EXPECT_EQ(" ORDER BY msg ASC", OrderBy("msg", true));
 }
 
 TEST(SqlQuery, SortFieldMustBeListed) {

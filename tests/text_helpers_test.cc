@@ -99,12 +99,6 @@ TEST(LogCompareOrder, TextOrderInBothDirections) {
   EXPECT_EQ("2024/01/10", records[0]["time"].asString());
   EXPECT_EQ("2023/12/31", records[2]["time"].asString());
   EXPECT_FALSE(records[3].isMember("time"));
-
-  LogSearch search;
-  EXPECT_TRUE(search.logtype.empty() && search.sort.empty() && search.level.empty());
-  EXPECT_EQ(0, search.offset);
-  EXPECT_EQ(0, search.limit);
-  EXPECT_FALSE(search.ascending);
 }
 
 TEST(RecordFields, ReadIntegerReadsAsStrtoll) {

@@ -11,20 +11,11 @@ import {after, before, test} from 'node:test';
 
 import {OpenLogCenter, Ready, Screenshot, TableHeadings, TableRows} from './harness.js';
 
-let server;
-let browser;
-let page;
-let api;
-let center;
-
+let server, browser, page, api, center;
 before(async () => {
-  center = await OpenLogCenter({rows: 300});
-  ({server, browser, page, api} = center);
+  ({server, browser, page, api} = center = await OpenLogCenter({rows: 300}));
 });
-
-after(async () => {
-  await center?.close();
-});
+after(() => center?.close());
 
 async function DownloadOf(buttonName) {
   const [download] = await Promise.all([

@@ -6,23 +6,16 @@
 import assert from 'node:assert/strict';
 import {after, before, test} from 'node:test';
 
-import {AddressState, OpenLogCenter, Ready, Screenshot, TableHeadings, TableRows} from './harness.js';
+import {
+  AddressState, OpenLogCenter, Ready, Screenshot, TableHeadings, TableRows,
+} from './harness.js';
 
 const LEVEL_WORDS = {info: 'Information', warn: 'Warning', err: 'Error'};
-let server;
-let browser;
-let page;
-let api;
-let center;
-
+let server, browser, page, api, center;
 before(async () => {
-  center = await OpenLogCenter({rows: 400});
-  ({server, browser, page, api} = center);
+  ({server, browser, page, api} = center = await OpenLogCenter({rows: 400}));
 });
-
-after(async () => {
-  await center?.close();
-});
+after(() => center?.close());
 
 // The cells the general layout shows for a record of the list method.
 function GeneralRow(record) {

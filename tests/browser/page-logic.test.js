@@ -1,35 +1,14 @@
-// The page's pure parts, run in node without a browser: days in the
+// The page's pure parts, run in node without a browser: times and days in the
 // appliance's time zone turned into epoch seconds (offset changes included),
-// and the view's state read from and written to the address.
+// search terms, and the view's state read from and written to the address.
 
 import assert from 'node:assert/strict';
 import {test} from 'node:test';
 
-import {
-  DescribeZone, EndOfDay, EpochToWall, IsSearchableWall, StartOfDay, WallToEpoch,
-} from '../../ui/js/dates.js';
+import {DescribeZone, EpochToWall, IsSearchableWall, WallToEpoch} from '../../ui/js/dates.js';
 import {DefaultState, FormatState, ParseState, SearchTerms} from '../../ui/js/view-state.js';
 
 const iso = (seconds) => new Date(seconds * 1000).toISOString();
-
-test('a day spans the wall-clock day of the appliance zone, across offset changes', () => {
-  // Berlin moves from UTC+1 to UTC+2 during 29 March 2026: a day of 23 hours.
-  assert.equal(iso(StartOfDay('2026-03-29', 'Europe/Berlin')), '2026-03-28T23:00:00.000Z');
-  assert.equal(iso(EndOfDay('2026-03-29', 'Europe/Berlin')), '2026-03-29T21:59:59.000Z');
-  // And back on 25 October: a day of 25 hours.
-  assert.equal(iso(StartOfDay('2026-10-25', 'Europe/Berlin')), '2026-10-24T22:00:00.000Z');
-  assert.equal(iso(EndOfDay('2026-10-25', 'Europe/Berlin')), '2026-10-25T22:59:59.000Z');
-  assert.equal(iso(StartOfDay('2026-07-01', 'Asia/Kolkata')), '2026-06-30T18:30:00.000Z');
-  assert.equal(iso(StartOfDay('2026-07-01', 'Etc/UTC')), '2026-07-01T00:00:00.000Z');
-  // A zone name the browser does not know falls back to the offset given.
-  assert.equal(iso(StartOfDay('2026-07-01', 'Local/Appliance', -5 * 3600)),
-               '2026-07-01T05:00:00.000Z');
-  assert.equal(DescribeZone('Local/Appliance', 19800), 'Local/Appliance (UTC+05:30)');
-  assert.equal(DescribeZone('', -16200), 'UTC−04:30');
-  // No date is no bound.
-  assert.equal(StartOfDay('', 'Europe/Berlin'), 0);
-  assert.equal(EndOfDay('', 'Europe/Berlin'), 0);
-});
 
 test('the address holds the view and falls back to defaults for what it cannot use', () => {
   const view = {
@@ -66,13 +45,24 @@ test('search terms split as the search API splits them', () => {
   assert.deepEqual(SearchTerms(' "" x'), ['x']);
 });
 
-test('time fields and epoch seconds in the appliance zone', () => {
+test('time fields, days and epoch seconds in the appliance zone, across offset changes', () => {
   // Berlin in summer is UTC+2; a field without seconds spans its minute.
   assert.equal(iso(WallToEpoch('2026-07-01T08:30', 'Europe/Berlin')), '2026-07-01T06:30:00.000Z');
   assert.equal(iso(WallToEpoch('2026-07-01T08:30', 'Europe/Berlin', undefined, {end: true})),
                '2026-07-01T06:30:59.000Z');
-  assert.equal(iso(WallToEpoch('2026-07-01', 'Europe/Berlin', undefined, {end: true})),
-               '2026-07-01T21:59:59.000Z');
+  // Berlin moves from UTC+1 to UTC+2 during 29 March 2026: a day of 23 hours; and back on 25
+  // October: a day of 25 hours.
+  assert.equal(iso(WallToEpoch('2026-03-29', 'Europe/Berlin')), '2026-03-28T23:00:00.000Z');
+  assert.equal(iso(WallToEpoch('2026-03-29', 'Europe/Berlin', undefined, {end: true})),
+               '2026-03-29T21:59:59.000Z');
+  assert.equal(iso(WallToEpoch('2026-10-25', 'Europe/Berlin', undefined, {end: true})),
+               '2026-10-25T22:59:59.000Z');
+  assert.equal(iso(WallToEpoch('2026-07-01', 'Asia/Kolkata')), '2026-06-30T18:30:00.000Z');
+  // A zone name the browser does not know falls back to the offset given.
+  assert.equal(iso(WallToEpoch('2026-07-01', 'Local/Appliance', -5 * 3600)),
+               '2026-07-01T05:00:00.000Z');
+  assert.equal(DescribeZone('Local/Appliance', 19800), 'Local/Appliance (UTC+05:30)');
+  assert.equal(DescribeZone('', -16200), 'UTC−04:30');
   assert.equal(EpochToWall(Date.UTC(2026, 0, 15, 23, 30, 5) / 1000, 'Europe/Berlin'),
                '2026-01-16T00:30:05');
   assert.equal(EpochToWall(0, 'Local/Appliance', -3600), '1969-12-31T23:00:00');

@@ -12,21 +12,12 @@ import {
   AddressState, AxeViolations, OpenLogCenter, Ready, Screenshot, SignIn, TableRows,
 } from './harness.js';
 
-let server;
-let browser;
-let page;
-let api;
-let center;
-
+let server, browser, page, api, center;
 before(async () => {
-  center = await OpenLogCenter({rows: 500});
-  ({server, browser, page, api} = center);
+  ({server, browser, page, api} = center = await OpenLogCenter({rows: 500}));
   await browser.context.grantPermissions(['clipboard-read', 'clipboard-write']);
 });
-
-after(async () => {
-  await center?.close();
-});
+after(() => center?.close());
 
 async function Show(hash) {
   await page.goto(server.url + hash);

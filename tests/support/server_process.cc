@@ -304,6 +304,13 @@ HttpAnswer WebApiClient::Call(const std::string& method, const std::string& form
   return HttpRequest(port_, "POST", "/webapi", body, headers);
 }
 
+std::string WebApiClient::RawCall(const std::string& method, const std::string& form) const {
+  std::string body = "api=QUOR.Test.Stream&version=1&method=" + method + "&" + form;
+  return "POST /webapi HTTP/1.1\r\nHost: x\r\nCookie: " + cookie + "\r\nX-Quor-Token: " + token +
+         "\r\nContent-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
+         std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
 Json::Value WebApiClient::CallJson(const std::string& method, const std::string& form) {
   return QUOR::WebAPIUtil::ParseJson(Call(method, form).body);
 }

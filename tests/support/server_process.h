@@ -92,6 +92,9 @@ class WebApiClient {
   HttpAnswer Call(const std::string& method, const std::string& form = "",
                   const std::string& api = "QUOR.Core.SyslogClient.Log");
   Json::Value CallJson(const std::string& method, const std::string& form = "");
+  // The raw text of a POST of method of the test module QUOR.Test.Stream with the form
+  // fields, cookie and token: for a connection of the test's own.
+  std::string RawCall(const std::string& method, const std::string& form) const;
 
   std::string cookie;
   std::string token;

@@ -4,7 +4,9 @@
 #include <sqlite3.h>
 #include <stdlib.h>
 
+#include <chrono>
 #include <mutex>
+#include <thread>
 
 #include "platform/systemlog.h"
 #include "tools/lib/root_layout.h"
@@ -61,3 +63,5 @@ void MakeDatabase(const std::string& realPath, const std::string& sql) {
   sqlite3_close(db);
   ASSERT_EQ(SQLITE_OK, rc) << message;
 }
+
+void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }

@@ -40,5 +40,8 @@ class SysLogCapture {
   std::vector<std::pair<int, std::string>> lines_;
 };
 
+// Sleeps for ms milliseconds.
+void SleepMs(int ms);
+
 // A SQLite database file created with the given statements (schema and rows).
 void MakeDatabase(const std::string& realPath, const std::string& sql);

@@ -5,7 +5,7 @@
 // appliance's present offset from UTC, and without that to the browser's zone.
 
 // True when the browser knows `zone` as an IANA time-zone name.
-export function IsKnownZone(zone) {
+function IsKnownZone(zone) {
   if (!zone) return false;
   try {
     new Intl.DateTimeFormat('en-US', {timeZone: zone});
@@ -88,16 +88,6 @@ export function RecordTimeToWall(text) {
 export function IsSearchableWall(wall) {
   const year = Number((wall || '').slice(0, 4));
   return /^\d{4}-/.test(wall || '') && year >= 1970 && year <= 9999;
-}
-
-// The first second of `date`, or 0 (no bound) when no date is given.
-export function StartOfDay(date, zone, offset) {
-  return date ? WallTimeToEpoch(date, [0, 0, 0], zone, offset) : 0;
-}
-
-// The last second of `date`, or 0 (no bound) when no date is given.
-export function EndOfDay(date, zone, offset) {
-  return date ? WallTimeToEpoch(date, [23, 59, 59], zone, offset) : 0;
 }
 
 function FormatOffset(seconds) {

@@ -2,6 +2,7 @@
 # Each installs what is missing first (scripts/install-deps.sh).
 BUILD ?= build
 JOBS ?= $(shell nproc)
+MAKEFLAGS += --no-print-directory
 
 .PHONY: run-deps test-deps configure-run configure-test test run bench soak clean format
 

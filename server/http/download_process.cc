@@ -22,7 +22,9 @@ namespace http = boost::beast::http;
 
 namespace {
 
-constexpr int kDownloadNice = 10;
+// The lowest priority: a download takes the CPU the workers leave, so a page change does not
+// wait behind one.
+constexpr int kDownloadNice = 19;
 
 // The worker's other connections, its listening socket and its sessions database stay the
 // worker's: the download process closes every descriptor but the standard streams and keep.

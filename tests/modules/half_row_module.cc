@@ -1,6 +1,7 @@
 // A module built wrong, for the server's tests: its method table has a row without a handler
 // before the end row.
 #include "platform/webapi.h"
+#include "tests/modules/module_tables.h"
 
 namespace {
 
@@ -17,11 +18,4 @@ const QUOR::APICheckEntry kChecks[] = {
 
 }  // namespace
 
-extern "C" {
-__attribute__((visibility("default"))) const QUOR::APIMethodEntry* GetAPITable() {
-  return kMethods;
-}
-__attribute__((visibility("default"))) const QUOR::APICheckEntry* GetAPICheckTable() {
-  return kChecks;
-}
-}
+QUOR_TEST_MODULE_TABLES(kMethods, kChecks)

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/webapi.h"
+#include "tests/modules/module_tables.h"
 
 namespace {
 
@@ -62,11 +63,4 @@ const QUOR::APICheckEntry kChecks[] = {
 
 }  // namespace
 
-extern "C" {
-__attribute__((visibility("default"))) const QUOR::APIMethodEntry* GetAPITable() {
-  return kMethods;
-}
-__attribute__((visibility("default"))) const QUOR::APICheckEntry* GetAPICheckTable() {
-  return kChecks;
-}
-}
+QUOR_TEST_MODULE_TABLES(kMethods, kChecks)

@@ -64,7 +64,8 @@ test('an expired session returns to the sign-in, and signing in again restores t
          await Ready(tab);
          const rows = await TableRows(tab);
          assert.ok(rows.length > 0);
-         await tab.waitForTimeout(2500);
+         // Past the idle limit even when the last of the page's requests came late.
+         await tab.waitForTimeout(3500);
          await tab.getByRole('button', {name: 'Refresh'}).click();
          await tab.locator('#login-message')
              .filter({hasText: 'Your session has expired. Please sign in again.'})

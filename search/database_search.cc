@@ -16,6 +16,7 @@
 #include "sources/disk_rows.h"
 #include "sources/record_fields.h"
 #include "sources/sql_query.h"
+#include "sources/transfer_rows.h"
 
 namespace {
 
@@ -202,23 +203,12 @@ void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* 
     return;
   }
   if (search.logClass == LogClass::kTransfer) {
-    RowColumns columns(result, {"time", "ip", "username", "cmd", "filesize", "filename",
-                                "orginalLogType", "logtype", "isdir", "id"});
+    TransferRowDecoder decoder(result);
     while (QUORDBFetchRow(result, &row) == 0) {
       record.Clear();
-      const char* time = columns.Field(row, 0);
-      times.Convert(ReadInteger(time != nullptr ? time : ""), &record.Set("time"));
-      record.Point("ip", columns.Field(row, 1));
-      record.Point("username", columns.Field(row, 2));
-      record.Point("cmd", columns.Field(row, 3));
-      const char* size = columns.Field(row, 4);
-      record.Set("filesize", FileSizeText(size != nullptr ? size : ""));
-      record.Point("descr", columns.Field(row, 5));
-      record.Point("orginalLogType", columns.Field(row, 6));
-      record.Point("logtype", columns.Field(row, 7));
-      const char* isdir = columns.Field(row, 8);
-      record.Point("isdir", isdir != nullptr && std::string(isdir) == "1" ? "true" : "false");
-      record.Point("id", columns.Field(row, 9));
+      const char* time = decoder.Field(row, TransferRowDecoder::kTime);
+      decoder.Decode(row, ReadInteger(time != nullptr ? time : ""), &record);
+      record.Point("id", decoder.Field(row, TransferRowDecoder::kId));
       items->append(record.ToJson());
     }
     return;

@@ -7,6 +7,7 @@
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
 #include "sources/sql_query.h"
+#include "sources/transfer_rows.h"
 
 namespace {
 
@@ -32,27 +33,15 @@ int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink*
   sql += OrderBy(sort, search.ascending) + " ,id" + (search.ascending ? " ASC" : " DESC");
   QuorDbRows result;
   if (SelectPage(merged.connection(), sql, search, &result) < 0) return -1;
-  RowColumns columns(result.get(), {"time", "ip", "username", "cmd", "filesize", "filename",
-                                    "orginalLogType", "logtype", "isdir"});
+  TransferRowDecoder decoder(result.get());
   LogRecord record;
-  TimeTexts times;
   int sent = 0;
   QUORDBROW row;
   while (QUORDBFetchRow(result.get(), &row) == 0) {
-    const char* time = columns.Field(row, 0);
+    const char* time = decoder.Field(row, TransferRowDecoder::kTime);
     if (time == nullptr) continue;
     record.Clear();
-    times.Convert(ReadInteger(time), &record.Set("time"));
-    record.Point("ip", columns.Field(row, 1));
-    record.Point("username", columns.Field(row, 2));
-    record.Point("cmd", columns.Field(row, 3));
-    const char* size = columns.Field(row, 4);
-    record.Set("filesize", FileSizeText(size != nullptr ? size : ""));
-    record.Point("descr", columns.Field(row, 5));
-    record.Point("orginalLogType", columns.Field(row, 6));
-    record.Point("logtype", columns.Field(row, 7));
-    const char* isdir = columns.Field(row, 8);
-    record.Point("isdir", isdir != nullptr && strcmp(isdir, "1") == 0 ? "true" : "false");
+    decoder.Decode(row, ReadInteger(time), &record);
     sink->Add(record);
     ++sent;
   }

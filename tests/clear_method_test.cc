@@ -1,7 +1,6 @@
 // The clear method on real temporary roots: service switches, what is emptied, the event row,
 // the activity entries, missing and broken databases, and the refused request.
 #include <json/reader.h>
-#include <sqlite3.h>
 
 #include <fstream>
 
@@ -48,38 +47,14 @@ class ClearTest : public ::testing::Test {
   }
 
   long Count(const std::string& name, const std::string& where = "1") const {
-    sqlite3* db = nullptr;
-    EXPECT_EQ(SQLITE_OK, sqlite3_open_v2(Db(name).c_str(), &db, SQLITE_OPEN_READONLY, nullptr));
-    sqlite3_stmt* stmt = nullptr;
-    std::string sql = "SELECT count(*) FROM logs WHERE " + where;
-    EXPECT_EQ(SQLITE_OK, sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr));
-    long count =
-        stmt != nullptr && sqlite3_step(stmt) == SQLITE_ROW ? sqlite3_column_int64(stmt, 0) : -1;
-    sqlite3_finalize(stmt);
-    sqlite3_close(db);
-    return count;
+    std::vector<std::string> rows = QueryRows(Db(name), "SELECT count(*) FROM logs WHERE " + where);
+    return rows.empty() ? -1 : std::stol(rows[0]);
   }
 
   // The system database's event messages, oldest first.
   std::vector<std::string> Events() const {
-    std::vector<std::string> events;
-    sqlite3* db = nullptr;
-    sqlite3_open_v2(Db(".QUORSYSDB").c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_stmt* stmt = nullptr;
-    sqlite3_prepare_v2(
-        db, "SELECT level, username, msg FROM logs WHERE username = 'SYSTEM' ORDER BY id", -1,
-        &stmt, nullptr);
-    while (stmt != nullptr && sqlite3_step(stmt) == SQLITE_ROW) {
-      std::string event;
-      for (int i = 0; i < 3; ++i) {
-        event += (i ? "|" : "") +
-                 std::string(reinterpret_cast<const char*>(sqlite3_column_text(stmt, i)));
-      }
-      events.push_back(event);
-    }
-    sqlite3_finalize(stmt);
-    sqlite3_close(db);
-    return events;
+    return QueryRows(Db(".QUORSYSDB"),
+                     "SELECT level, username, msg FROM logs WHERE username = 'SYSTEM' ORDER BY id");
   }
 
   // The activity log as "user cleared logtype" lines.

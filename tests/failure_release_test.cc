@@ -41,15 +41,8 @@ bool WriterInAnotherProcessSucceeds(const std::string& path, const char* insert)
 }
 
 long Rows(const std::string& path, const std::string& where) {
-  sqlite3* db = nullptr;
-  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-  sqlite3_stmt* stmt = nullptr;
-  sqlite3_prepare_v2(db, ("SELECT count(*) FROM logs WHERE " + where).c_str(), -1, &stmt, nullptr);
-  long rows =
-      stmt != nullptr && sqlite3_step(stmt) == SQLITE_ROW ? sqlite3_column_int64(stmt, 0) : -1;
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
-  return rows;
+  std::vector<std::string> rows = QueryRows(path, "SELECT count(*) FROM logs WHERE " + where);
+  return rows.empty() ? -1 : std::stol(rows[0]);
 }
 
 void Call(void (*method)(QUOR::APIRequest*, QUOR::APIResponse*), const Json::Value& params) {

@@ -1,6 +1,5 @@
 // Reference platform: configuration, HTML escaping, language files, events and activity log.
 #include <json/reader.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,26 +14,6 @@
 namespace {
 
 const unsigned int kClearEvent = 0x11801E12;
-
-// Rows of a database as "time|level|username|msg" lines, in id order.
-std::vector<std::string> Rows(const std::string& realPath, const std::string& sql) {
-  std::vector<std::string> rows;
-  sqlite3* db = nullptr;
-  EXPECT_EQ(SQLITE_OK, sqlite3_open_v2(realPath.c_str(), &db, SQLITE_OPEN_READONLY, nullptr));
-  sqlite3_stmt* stmt = nullptr;
-  EXPECT_EQ(SQLITE_OK, sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr));
-  while (stmt != nullptr && sqlite3_step(stmt) == SQLITE_ROW) {
-    std::string row;
-    for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
-      const unsigned char* text = sqlite3_column_text(stmt, i);
-      row += (i ? "|" : "") + std::string(text ? reinterpret_cast<const char*>(text) : "NULL");
-    }
-    rows.push_back(row);
-  }
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
-  return rows;
-}
 
 std::vector<std::string> Lines(const std::string& realPath) {
   std::ifstream in(realPath);
@@ -82,9 +61,10 @@ TEST(PlatformEvents, WritesLocalizedRowsIntoTheSystemDatabase) {
   time_t before = time(nullptr);
   // Missing database (and directory): made with the system log's schema.
   ASSERT_EQ(0, QUORLogSet1(2, 1, kClearEvent, "System", "", "", ""));
-  std::vector<std::string> schema = Rows(db,
-                                         "SELECT type, name, sql FROM sqlite_master WHERE name NOT "
-                                         "LIKE 'sqlite_%' ORDER BY type DESC");
+  std::vector<std::string> schema =
+      QueryRows(db,
+                "SELECT type, name, sql FROM sqlite_master WHERE name NOT "
+                "LIKE 'sqlite_%' ORDER BY type DESC");
   ASSERT_EQ(2u, schema.size());
   EXPECT_EQ(
       "table|logs|CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER, level "
@@ -96,11 +76,12 @@ TEST(PlatformEvents, WritesLocalizedRowsIntoTheSystemDatabase) {
   root.Write("/etc/quor.conf", "language=\"de\"\n");
   ASSERT_EQ(0, QUORLogSet1(2, 1, kClearEvent, "%s%n {2}", "x", "", ""));
   EXPECT_EQ(-1, QUORLogSet1(2, 1, 0x1234u, "System", "", "", ""));
-  std::vector<std::string> rows = Rows(db, "SELECT level, username, msg FROM logs ORDER BY id");
+  std::vector<std::string> rows =
+      QueryRows(db, "SELECT level, username, msg FROM logs ORDER BY id");
   EXPECT_EQ((std::vector<std::string>{"info|SYSTEM|System logs were cleared.",
                                       "info|SYSTEM|%s%n {2}-Protokolle wurden gelöscht."}),
             rows);
-  std::vector<std::string> times = Rows(db, "SELECT typeof(time), time FROM logs");
+  std::vector<std::string> times = QueryRows(db, "SELECT typeof(time), time FROM logs");
   for (const std::string& t : times) {
     EXPECT_EQ("integer|", t.substr(0, 8));
     long seconds = std::stol(t.substr(8));

@@ -1,6 +1,5 @@
 // The server's users file and its shared sessions database, in-process on a temporary root.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -160,14 +159,8 @@ TEST(ServerAuth, FailedLoginsLockPairsAndThenWholeAddresses) {
   ASSERT_TRUE(worker1.RecordFailure("op", "10.2.0.1"));
   ASSERT_TRUE(worker1.IsLockedOut("op", "10.2.0.1", &locked));
   EXPECT_FALSE(locked);
-  sqlite3* db = nullptr;
-  ASSERT_EQ(SQLITE_OK, sqlite3_open(SessionsDatabasePath().c_str(), &db));
-  sqlite3_stmt* stmt = nullptr;
-  sqlite3_prepare_v2(db, "SELECT count(*) FROM lockouts", -1, &stmt, nullptr);
-  ASSERT_EQ(SQLITE_ROW, sqlite3_step(stmt));
-  EXPECT_EQ(0, sqlite3_column_int(stmt, 0));
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
+  EXPECT_EQ(std::vector<std::string>{"0"},
+            QueryRows(SessionsDatabasePath(), "SELECT count(*) FROM lockouts"));
 
   // The database holds live tokens: the server's alone.
   struct stat st;

@@ -43,5 +43,9 @@ class SysLogCapture {
 // Sleeps for ms milliseconds.
 void SleepMs(int ms);
 
+// The rows of a query on a database file, each as its columns' texts joined by "|" (NULL for
+// NULL); empty when the file cannot be read.
+std::vector<std::string> QueryRows(const std::string& realPath, const std::string& sql);
+
 // A SQLite database file created with the given statements (schema and rows).
 void MakeDatabase(const std::string& realPath, const std::string& sql);

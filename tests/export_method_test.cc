@@ -177,22 +177,6 @@ TEST_F(ExportTest, TransferLogsByCategoryWord) {
       Export("filexfer", "csv"));
 }
 
-TEST_F(ExportTest, DiskLog) {
-  MakeDatabase(root_.At("/var/log/quorlog/.QUORDISKDB"),
-               std::string(QUOR_DISK_LOG_SCHEMA) +
-                   "INSERT INTO logs (level, time, logtime, model, serial, container, slot, path, "
-                   "msg, info, SHOW) VALUES ('err', 1700000300, 1700000300, 'WD40EFRX', 'WX1', "
-                   "'', '2', '', 'drive_crashed', '{}', 1);");
-  // The slot and the event through the storage manager's texts.
-  EXPECT_EQ(
-      "Content-Type: text/csv\r\n"
-      "Content-Disposition:attachment; filename=\"disklog_STAMP.csv\"\r\n\r\n"
-      "Disk\r\n"
-      "Level,Time,Disk Model,Serial Number,Enclosure,Position,Event,\r\n"
-      "Error,2023/11/14 22:18:20,WD40EFRX,WX1,-,2,The drive has crashed.\r\n",
-      Export("disk", "csv"));
-}
-
 TEST_F(ExportTest, EmptyResultsAndTypesWithoutLayout) {
   const std::string htmlEnd =
       "<table border=1 width=95%>\n"

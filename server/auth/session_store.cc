@@ -147,21 +147,30 @@ bool SessionStore::Touch(const std::string& cookie, Session* session, bool* foun
   if (cookie.empty()) return true;
   std::string key = KeyHash(cookie);
   int64_t now = NowMs();
-  Statement select(db_,
-                   "SELECT token, user, lang, admin, last_used FROM sessions WHERE key_hash = ?");
-  if (!select.ok()) return Fail("sessions database");
-  select.Bind(1, key);
-  int rc = select.Step();
-  if (rc == SQLITE_DONE) return true;
-  if (rc != SQLITE_ROW) return Fail("cannot read the session");
-  if (now - select.Int(4) > limits_.idleMs) return End(cookie);
-  session->token = select.Text(0);
-  session->user = select.Text(1);
-  session->lang = select.Text(2);
-  session->admin = select.Int(3) != 0;
+  int64_t lastUsed = 0;
+  {
+    // The read ends before any write below: a write from inside a read transaction cannot wait
+    // for another worker's commit in WAL mode and would fail with "database is locked".
+    Statement select(db_,
+                     "SELECT token, user, lang, admin, last_used FROM sessions WHERE key_hash = ?");
+    if (!select.ok()) return Fail("sessions database");
+    select.Bind(1, key);
+    int rc = select.Step();
+    if (rc == SQLITE_DONE) return true;
+    if (rc != SQLITE_ROW) return Fail("cannot read the session");
+    session->token = select.Text(0);
+    session->user = select.Text(1);
+    session->lang = select.Text(2);
+    session->admin = select.Int(3) != 0;
+    lastUsed = select.Int(4);
+  }
+  if (now - lastUsed > limits_.idleMs) {
+    *session = Session();
+    return End(cookie);
+  }
   *found = true;
   // Refreshing the use time is a write; a slightly older time changes nothing that matters.
-  if (now - select.Int(4) < std::min<int64_t>(limits_.idleMs / 20, 5000)) return true;
+  if (now - lastUsed < std::min<int64_t>(limits_.idleMs / 20, 5000)) return true;
   Statement update(db_, "UPDATE sessions SET last_used = ? WHERE key_hash = ?");
   if (!update.ok()) return Fail("sessions database");
   update.Bind(1, now).Bind(2, key);

@@ -49,11 +49,7 @@ TEST(Catalogue, SplittingExpandsOnlyTheWholeGroupWord) {
 
 TEST(Catalogue, CategoryMapping) {
   EXPECT_EQ("bkplog,ftpxfer,all", MapCategoriesToLogTypes("backup,ftp,all"));
-  EXPECT_EQ("system", MapCategoriesToLogTypes("system"));
   EXPECT_EQ("syslog", MapCategoriesToLogTypes(""));
-  EXPECT_EQ(
-      "bkpserverlog,copylog,netbkplog,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer,disk",
-      MapCategoriesToLogTypes("backupserver,usbcopy,netbackup,filedeck,webdav,cifs,afp,tftp,disk"));
   // Exact words only; empty items keep their separators.
   EXPECT_EQ("Backup,,connection", MapCategoriesToLogTypes("Backup,,connection"));
   EXPECT_EQ(",", MapCategoriesToLogTypes(","));

@@ -56,32 +56,14 @@ TEST(ModuleLibrary, TablesWalkToTheirTerminators) {
   ASSERT_NE(nullptr, getApiTable);
   ASSERT_NE(nullptr, getCheckTable);
   ASSERT_EQ(checkTable, getCheckTable());
-  EXPECT_EQ(getApiTable(), getApiTable());
-  EXPECT_EQ(getCheckTable(), getCheckTable());
-
-  std::string methods;
-  const QUOR::APIMethodEntry* row = getApiTable();
-  for (; row->api != nullptr; ++row) {
-    EXPECT_STREQ("QUOR.Core.SyslogClient.Log", row->api);
-    EXPECT_EQ(1, row->version);
-    EXPECT_NE(nullptr, row->handler);
-    methods += std::string(row->method) + " ";
-  }
-  EXPECT_EQ("list export clear ", methods);
-  EXPECT_EQ(0, row->version);
-  EXPECT_EQ(nullptr, row->method);
-  EXPECT_EQ(nullptr, row->handler);
-
-  std::string checks;
+  // What the server's registry does not see: the check rows' reserved fields, and the row
+  // without a method, whose checker lets everything through.
   const QUOR::APICheckEntry* check = checkTable;
   for (; check->api != nullptr; ++check) {
-    checks += std::string(check->method) + "/" + std::to_string(check->version) + " ";
     EXPECT_EQ(nullptr, check->reserved1);
     EXPECT_EQ(nullptr, check->reserved2);
   }
-  EXPECT_EQ("export/1 clear/1 list/1 get_remotearch_subfolder/0 ", checks);
-  EXPECT_EQ(nullptr, check->checker);
-  EXPECT_EQ(nullptr, check->method);
+  EXPECT_EQ(4, check - checkTable);
   QUOR::APIRequest request(Json::Value(), "", "");
   QUOR::APIResponse response;
   EXPECT_TRUE(checkTable[3].checker(&request, &response));

@@ -1,5 +1,5 @@
 // Browsing logs in the page: layouts of each log class, level and search
-// filters over the whole log, time ranges, sorting both ways, paging, and the
+// filters over the whole log, sorting both ways, paging, and the
 // address that keeps the view. What the page shows is compared with what the
 // search API answers for the same search.
 
@@ -122,31 +122,6 @@ test('level boxes filter the whole log, their counts stay; the search box finds 
   assert.equal(await page.getByLabel('Search', {exact: true}).inputValue(), '');
 });
 
-test('a time range keeps the entries of the chosen days', async () => {
-  await Show('#log=system');
-  const newest = (await TableRows(page))[0][2];
-  const day = /(\d{4})\D(\d{2})\D(\d{2})/.exec(newest);
-  assert.ok(day, `a date in "${newest}"`);
-  const iso = `${day[1]}-${day[2]}-${day[3]}`;
-  await page.getByLabel('From', {exact: true}).fill(`${iso}T00:00:00`);
-  await Ready(page);
-  await page.getByLabel('To', {exact: true}).fill(`${iso}T23:59:59`);
-  await Ready(page);
-  const state = await AddressState(page);
-  // The browser leaves out seconds of zero.
-  assert.match(state.from, new RegExp(`^${iso}T00:00(:00)?$`));
-  assert.equal(state.to, `${iso}T23:59:59`);
-  const rows = await TableRows(page);
-  assert.ok(rows.length > 0);
-  const sameDay = (time) => {
-    const match = /(\d{4})\D(\d{2})\D(\d{2})/.exec(time);
-    return match && `${match[1]}-${match[2]}-${match[3]}` === iso;
-  };
-  assert.ok(rows.every((row) => sameDay(row[2])), 'every row is of the chosen day');
-  await page.getByRole('button', {name: 'Reset filters'}).click();
-  await Ready(page);
-});
-
 test('a heading sorts by its column, again the other way; the pager pages and sizes',
      async () => {
   await Show('#log=system');
@@ -162,16 +137,12 @@ test('a heading sorts by its column, again the other way; the pager pages and si
   assert.equal(await page.locator('th[aria-sort="ascending"] span').first().innerText(), 'User');
   const byUser = await api.Search({logtype: 'system', sort: 'who', order: 'asc', limit: 50});
   assert.deepEqual(await TableRows(page), byUser.items.map(GeneralRow));
-  const users = (await TableRows(page)).map((row) => row[3]);
-  assert.deepEqual(users, [...users].sort((a, b) => (Buffer.from(a) < Buffer.from(b) ? -1 : a === b ? 0 : 1)));
 
   // Level sorts by severity: errors first, then warnings.
   await page.locator('th button[data-sort="level"]').click();
   await Ready(page);
-  const levels = (await TableRows(page)).map((row) => row[0]);
-  assert.equal(levels[0], 'Error');
-  assert.deepEqual(levels, [...levels].sort((a, b) =>
-    ['Error', 'Warning', 'Information'].indexOf(a) - ['Error', 'Warning', 'Information'].indexOf(b)));
+  assert.deepEqual(await TableRows(page),
+                   (await api.Search({logtype: 'system', sort: 'level', limit: 50})).items.map(GeneralRow));
   await page.locator('th button[data-sort="who"]').click();
   await Ready(page);
   await page.locator('th button[data-sort="who"]').click();

@@ -5,8 +5,6 @@
 
 import {spawn, spawnSync} from 'node:child_process';
 import fs from 'node:fs';
-import http from 'node:http';
-import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
 import {fileURLToPath} from 'node:url';
@@ -40,36 +38,10 @@ function Run(command, args, input) {
   return result.stdout;
 }
 
-function FreePort() {
-  return new Promise((resolve, reject) => {
-    const probe = net.createServer();
-    probe.unref();
-    probe.on('error', reject);
-    probe.listen(0, '127.0.0.1', () => {
-      const {port} = probe.address();
-      probe.close(() => resolve(port));
-    });
-  });
-}
-
-async function WaitUntilServing(url, child, output) {
-  const deadline = Date.now() + 20000;
-  while (Date.now() < deadline) {
-    if (child.exitCode !== null) throw new Error(`quor-webapi serve exited: ${output()}`);
-    try {
-      const status = await new Promise((resolve, reject) => {
-        http.get(url, {agent: false, headers: {Connection: 'close'}}, (response) => {
-          response.resume();
-          resolve(response.statusCode);
-        }).on('error', reject);
-      });
-      if (status === 200) return;
-    } catch {
-      // Not listening yet.
-    }
-    await new Promise((resolve) => setTimeout(resolve, 100));
-  }
-  throw new Error(`quor-webapi serve did not answer on ${url}: ${output()}`);
+// The address quor-webapi serve prints once it listens, from its output so far.
+function ServingUrl(output) {
+  const match = /serving (http:\/\/127\.0\.0\.1:\d+\/)/.exec(output);
+  return match && match[1];
 }
 
 // Lays out a demo root with an administrator and a user who is not one, and
@@ -81,12 +53,10 @@ export async function StartServer({rows = 300, extraArgs = []} = {}) {
   Run(WEBAPI, ['adduser', '--root', root, ADMIN.account, '--admin', '--lang', 'en'],
       ADMIN.passwd + '\n');
   Run(WEBAPI, ['adduser', '--root', root, GUEST.account, '--lang', 'de'], GUEST.passwd + '\n');
-  const port = await FreePort();
-  const url = `http://127.0.0.1:${port}/`;
   const child = spawn(WEBAPI, [
     // Two workers, as on a two-core appliance: fewer than the connections
     // Chromium opens, which the server must cope with.
-    'serve', '--root', root, '--listen', `127.0.0.1:${port}`, '--workers', '2',
+    'serve', '--root', root, '--listen', '127.0.0.1:0', '--workers', '2',
     '--modules', path.join(BUILD_DIR, 'modules'), '--ui', path.join(SOURCE_DIR, 'ui'),
     ...extraArgs,
   ], {stdio: ['ignore', 'pipe', 'pipe']});
@@ -95,12 +65,15 @@ export async function StartServer({rows = 300, extraArgs = []} = {}) {
   child.stdout.on('data', (chunk) => (log += chunk));
   child.stderr.on('data', (chunk) => (log += chunk));
   const exited = new Promise((resolve) => child.on('exit', resolve));
-  try {
-    await WaitUntilServing(url, child, () => log);
-  } catch (error) {
+  const deadline = Date.now() + 20000;
+  while (!ServingUrl(log) && child.exitCode === null && Date.now() < deadline) {
+    await new Promise((resolve) => setTimeout(resolve, 50));
+  }
+  const url = ServingUrl(log);
+  if (!url) {
     child.kill('SIGKILL');
     fs.rmSync(root, {recursive: true, force: true});
-    throw error;
+    throw new Error(`quor-webapi serve did not start: ${log}`);
   }
   return {
     url,
@@ -179,32 +152,10 @@ export async function Ready(page) {
   });
 }
 
-// One POST on a connection of its own ("Connection: close"), so that no idle
-// connection of the test's client outlives its call.
-function Post(url, body, headers = {}) {
-  return new Promise((resolve, reject) => {
-    const data = Buffer.from(body.toString());
-    const request = http.request(url, {
-      method: 'POST',
-      agent: false,
-      headers: {
-        'Content-Type': 'application/x-www-form-urlencoded',
-        'Content-Length': data.length,
-        Connection: 'close',
-        ...headers,
-      },
-    }, (response) => {
-      const chunks = [];
-      response.on('data', (chunk) => chunks.push(chunk));
-      response.on('end', () => resolve({
-        headers: response.headers,
-        json: () => JSON.parse(Buffer.concat(chunks).toString('utf8')),
-      }));
-      response.on('error', reject);
-    });
-    request.on('error', reject);
-    request.end(data);
-  });
+// One POST of a form; the answer's headers and its body as JSON.
+async function Post(url, body, headers = {}) {
+  const response = await fetch(url, {method: 'POST', body, headers});
+  return {headers: response.headers, json: await response.json()};
 }
 
 // A session of its own on the web API, to ask what the page should show.
@@ -218,8 +169,8 @@ export class ApiClient {
   async Login(user = ADMIN) {
     const response = await Post(this.url + 'webapi/auth',
                                 new URLSearchParams({method: 'login', ...user}));
-    this.cookie = String(response.headers['set-cookie'] || '').split(';')[0];
-    const answer = response.json();
+    this.cookie = String(response.headers.get('set-cookie') || '').split(';')[0];
+    const answer = response.json;
     if (!answer.success) throw new Error(`login failed: ${JSON.stringify(answer)}`);
     this.token = answer.data.token;
     return answer.data;
@@ -234,7 +185,7 @@ export class ApiClient {
     }
     const response =
         await Post(this.url + 'webapi', body, {'X-Quor-Token': this.token, Cookie: this.cookie});
-    return response.json();
+    return response.json;
   }
 
   async List(params) {

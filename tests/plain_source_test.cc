@@ -105,32 +105,6 @@ TEST(ReverseReader, NulRegionsHolesAndOverlongLines) {
   EXPECT_EQ(V{""}, ReadBack(path, 100, &rc));
 }
 
-TEST(LogLocations, PathsAndTimes) {
-  TempRoot root;
-  char path[4096];
-  EXPECT_EQ(0, QUORLogFilePathGet(5, path, sizeof path));
-  EXPECT_EQ(root.At("/var/log/quorbackup.log"), path);
-  EXPECT_EQ(0, QUORLogFilePathGet(6, path, sizeof path));
-  EXPECT_EQ(root.At("/var/log/quorcopy.log"), path);
-  EXPECT_EQ(0, QUORLogFilePathGet(15, path, sizeof path));
-  EXPECT_EQ(root.At("/var/log/quorbackup_server.log"), path);
-  EXPECT_EQ(-1, QUORLogFilePathGet(7, path, sizeof path));
-  EXPECT_EQ(-1, QUORLogFilePathGet(5, path, 8));
-  EXPECT_EQ(root.At("/var/log/quorlog/.TFTPXFERDB"), XferlogDBPathGet("tftpxfer"));
-  EXPECT_EQ("", XferlogDBPathGet("system"));
-  EXPECT_EQ("", XferlogDBPathGet("FTPXFER"));
-
-  setenv("TZ", "UTC", 1);
-  tzset();
-  EXPECT_EQ("1970/01/01 00:00:00", QUORLogConvertTime1(0));
-  EXPECT_EQ("2024/03/05 07:04:09", QUORLogConvertTime1(1709622249));
-  // The text sorts as the times do.
-  EXPECT_LT(QUORLogConvertTime1(1709622249), QUORLogConvertTime1(1709622250));
-  EXPECT_LT(QUORLogConvertTime1(999999999), QUORLogConvertTime1(1000000000));
-  unsetenv("TZ");
-  tzset();
-}
-
 TEST(PlainSource, ParsesLinesAndFilters) {
   TempRoot root;
   root.Write("/var/log/quorbackup.log",

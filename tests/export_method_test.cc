@@ -28,11 +28,6 @@ const char kHtmlHead[] =
 class ExportTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    const char* tz = getenv("TZ");
-    savedTz_ = tz != nullptr ? tz : "";
-    hadTz_ = tz != nullptr;
-    setenv("TZ", "UTC", 1);
-    tzset();
     MakeDatabase(root_.At("/var/log/quorlog/.QUORSYSDB"),
                  std::string(QUOR_SYSTEM_LOG_SCHEMA) +
                      "INSERT INTO logs (time, level, username, msg) VALUES "
@@ -46,15 +41,6 @@ class ExportTest : public ::testing::Test {
                      "(1700000300, '10.0.0.2', 'bob', 'write', 1536, '/share/a,b.txt', 0),"
                      "(1700000200, '10.0.0.3', 'eve', 'mkdir', 4096, '/share/<new>', 1);");
   }
-  void TearDown() override {
-    if (hadTz_) {
-      setenv("TZ", savedTz_.c_str(), 1);
-    } else {
-      unsetenv("TZ");
-    }
-    tzset();
-  }
-
   // The download of an export request, its time-stamped file name replaced by base_STAMP.ext
   // after checking its form.
   std::string Export(Json::Value params, const std::string& language = "en") {
@@ -84,10 +70,9 @@ class ExportTest : public ::testing::Test {
                               std::regex_constants::format_first_only);
   }
 
+  ScopedTimeZone zone_{"UTC"};
   TempRoot root_;
   SysLogCapture log_;
-  std::string savedTz_;
-  bool hadTz_ = false;
 };
 
 }  // namespace

@@ -149,8 +149,7 @@ TEST(PlainSource, ParsesLinesAndFilters) {
   EXPECT_EQ((V{"err"}), RecordValues(Fetch(search), "level"));
 
   // Date bounds are inclusive at both ends.
-  setenv("TZ", "UTC", 1);
-  tzset();
+  ScopedTimeZone zone("UTC");
   search.level = "";
   search.date_from = "1709287200";  // 2024/03/01 10:00:00 UTC
   search.date_to = "1709460000";    // 2024/03/03 10:00:00 UTC
@@ -159,8 +158,6 @@ TEST(PlainSource, ParsesLinesAndFilters) {
   search.date_from = "1709287201";
   search.date_to = "0";
   EXPECT_EQ(4u, Fetch(search).size());
-  unsetenv("TZ");
-  tzset();
 }
 
 TEST(PlainSource, TailLimitAndQuietFailures) {

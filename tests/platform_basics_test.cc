@@ -179,8 +179,7 @@ TEST(PlatformWebApi, ParameterKindsAndConversions) {
 // whatever zone TZ names at the call, across offset changes, odd historical offsets and leap
 // seconds (the converter keeps whole local minutes between calls).
 TEST(PlatformTime, LocalTimeTextAgreesWithStrftimeAcrossZoneChanges) {
-  const char* saved = getenv("TZ");
-  std::string savedZone = saved != nullptr ? saved : "";
+  ScopedTimeZone zone("UTC");
   struct Span {
     const char* zone;
     time_t from;
@@ -193,8 +192,7 @@ TEST(PlatformTime, LocalTimeTextAgreesWithStrftimeAcrossZoneChanges) {
       {"UTC", -62135596800 + 30},           // year 1
   };
   for (const Span& span : spans) {
-    setenv("TZ", span.zone, 1);
-    tzset();
+    zone.Set(span.zone);
     for (time_t t = span.from; t < span.from + 600; t += 7) {
       struct tm local;
       char expected[64] = "";
@@ -203,10 +201,4 @@ TEST(PlatformTime, LocalTimeTextAgreesWithStrftimeAcrossZoneChanges) {
       ASSERT_EQ(expected, QUORLogConvertTime1(t)) << span.zone << " " << t;
     }
   }
-  if (saved != nullptr) {
-    setenv("TZ", savedZone.c_str(), 1);
-  } else {
-    unsetenv("TZ");
-  }
-  tzset();
 }

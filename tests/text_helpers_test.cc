@@ -45,23 +45,14 @@ TEST(TextHelpers, LevelNumbers) {
 }
 
 TEST(TextHelpers, DatesInLocalTime) {
-  const char* saved = getenv("TZ");
-  std::string previous = saved != nullptr ? saved : "";
-  setenv("TZ", "Europe/Berlin", 1);
-  tzset();
+  ScopedTimeZone zone("Europe/Berlin");
   EXPECT_STREQ("1970-01-01", LogConvertTime(0));
   EXPECT_STREQ("2024-03-05", LogConvertTime(1709618400));  // 2024-03-05 07:00 local
   const char* shared = LogConvertTime(0);
   LogConvertTime(1709618400);
   EXPECT_STREQ("2024-03-05", shared);  // one buffer, overwritten by each call
-  setenv("TZ", "America/New_York", 1);
-  tzset();
+  zone.Set("America/New_York");
   EXPECT_STREQ("1969-12-31", LogConvertTime(0));
-  if (saved != nullptr)
-    setenv("TZ", previous.c_str(), 1);
-  else
-    unsetenv("TZ");
-  tzset();
 }
 
 TEST(TextHelpers, ExportFileNames) {

@@ -3,6 +3,7 @@
 
 #include <sqlite3.h>
 #include <stdlib.h>
+#include <time.h>
 
 #include <chrono>
 #include <mutex>
@@ -84,4 +85,25 @@ std::vector<std::string> QueryRows(const std::string& realPath, const std::strin
   sqlite3_finalize(stmt);
   sqlite3_close(db);
   return rows;
+}
+
+ScopedTimeZone::ScopedTimeZone(const char* zone) {
+  const char* current = getenv("TZ");
+  had_ = current != nullptr;
+  saved_ = had_ ? current : "";
+  Set(zone);
+}
+
+ScopedTimeZone::~ScopedTimeZone() {
+  if (had_) {
+    setenv("TZ", saved_.c_str(), 1);
+  } else {
+    unsetenv("TZ");
+  }
+  tzset();
+}
+
+void ScopedTimeZone::Set(const char* zone) {
+  setenv("TZ", zone, 1);
+  tzset();
 }

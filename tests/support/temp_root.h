@@ -24,6 +24,18 @@ class TempRoot {
   std::string path_;
 };
 
+// Sets the process's time zone (TZ) while it lives, and gives the one before back.
+class ScopedTimeZone {
+ public:
+  explicit ScopedTimeZone(const char* zone);
+  ~ScopedTimeZone();
+  void Set(const char* zone);
+
+ private:
+  bool had_;
+  std::string saved_;
+};
+
 // Captures SLIBCSysLog lines (priority, text) while it lives.
 class SysLogCapture {
  public:

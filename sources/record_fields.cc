@@ -8,11 +8,6 @@
 #include "catalogue/text_helpers.h"
 #include "platform/logfiles.h"
 
-std::string FieldText(PQUORDBRESULT result, QUORDBROW row, const char* column) {
-  const char* text = QUORDBFetchField(result, row, column);
-  return text != nullptr ? text : "";
-}
-
 RowColumns::RowColumns(PQUORDBRESULT result, std::initializer_list<const char*> names)
     : result_(result) {
   int i = 0;

@@ -9,9 +9,6 @@
 #include "api/log_search.h"
 #include "platform/logdb.h"
 
-// The text of a column of the current row; "" when the column is missing or NULL.
-std::string FieldText(PQUORDBRESULT result, QUORDBROW row, const char* column);
-
 // The columns a source reads from every row of one result, looked up by name once and read by
 // position after. Holds at most kMax names; a name the result lacks reads as missing (null).
 class RowColumns {

@@ -106,7 +106,7 @@ TEST_F(ServerIsolation, DeadlinesStartWhenTheConnectionIsTaken) {
   std::vector<std::unique_ptr<HttpConnection>> waiting;
   for (int i = 0; i < 4; ++i) {
     waiting.push_back(std::make_unique<HttpConnection>(server_->port()));
-    ASSERT_TRUE(waiting.back()->Send("GET /webapi?api=x HTTP/1.1\r\nHost: x\r\n\r\n"));
+    ASSERT_TRUE(waiting.back()->Send("GET /webapi?api=x HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
   }
   longCall.join();
   for (auto& w : waiting) EXPECT_EQ(200, w->Read().status);

@@ -14,14 +14,25 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <thread>
+
+#include "server/http/client_writer.h"
 
 class ChunkedOutput {
  public:
   // With exitWhenCut, a download that can no longer reach the client ends the process at once
   // (a download's own process); otherwise the method runs on with its output discarded.
-  ChunkedOutput(int socketFd, int64_t idleLimitMs, bool exitWhenCut)
-      : socketFd_(socketFd), idleLimitMs_(idleLimitMs), exitWhenCut_(exitWhenCut) {}
+  // beforeLastChunk, when given, runs once the method has finished, before the closing chunk
+  // goes out: a download frees its slot there, so that a client that starts its next download
+  // as soon as it has the whole document finds the slot free.
+  ChunkedOutput(int socketFd, int64_t idleLimitMs, bool exitWhenCut,
+                std::function<void()> beforeLastChunk = nullptr)
+      : socketFd_(socketFd),
+        writer_(socketFd),
+        idleLimitMs_(idleLimitMs),
+        exitWhenCut_(exitWhenCut),
+        beforeLastChunk_(std::move(beforeLastChunk)) {}
   ~ChunkedOutput();
   ChunkedOutput(const ChunkedOutput&) = delete;
   ChunkedOutput& operator=(const ChunkedOutput&) = delete;
@@ -36,10 +47,14 @@ class ChunkedOutput {
 
  private:
   void Frame(int pipeFd);
+  bool Send(const std::string& bytes);
+  bool SendChunk(const char* data, size_t size);
 
   int socketFd_;
+  ClientWriter writer_;
   int64_t idleLimitMs_;
   bool exitWhenCut_;
+  std::function<void()> beforeLastChunk_;
   int savedStdout_ = -1;
   std::thread framer_;
   bool started_ = false;

@@ -306,7 +306,7 @@ HttpAnswer WebApiClient::Call(const std::string& method, const std::string& form
 
 std::string WebApiClient::RawCall(const std::string& method, const std::string& form) const {
   std::string body = "api=QUOR.Test.Stream&version=1&method=" + method + "&" + form;
-  return "POST /webapi HTTP/1.1\r\nHost: x\r\nCookie: " + cookie + "\r\nX-Quor-Token: " + token +
+  return "POST /webapi HTTP/1.1\r\nHost: 127.0.0.1\r\nCookie: " + cookie + "\r\nX-Quor-Token: " + token +
          "\r\nContent-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
          std::to_string(body.size()) + "\r\n\r\n" + body;
 }

@@ -61,6 +61,7 @@ int ServeCommand(const Args& args) {
       {"--idle-timeout-ms", &config.idleTimeoutMs},
       {"--send-timeout-ms", &config.sendTimeoutMs},
       {"--download-stall-ms", &config.downloadStallMs},
+      {"--method-idle-ms", &config.methodIdleMs},
       {"--grace-ms", &config.graceMs},
       {"--session-idle-ms", &config.sessions.idleMs},
       {"--lockout-ms", &config.sessions.lockoutMs},

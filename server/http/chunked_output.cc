@@ -71,15 +71,15 @@ void ChunkedOutput::Hook(void* context) {
 }
 
 bool ChunkedOutput::Send(const std::string& bytes) {
-  return writer_.SendAll(bytes.data(), bytes.size(), idleLimitMs_);
+  return writer_.SendAll(bytes.data(), bytes.size(), clientStallMs_);
 }
 
 bool ChunkedOutput::SendChunk(const char* data, size_t size) {
   char length[24];
   int n = snprintf(length, sizeof length, "%zx\r\n", size);
-  writer_.Queue(std::string(length, static_cast<size_t>(n)));
-  writer_.Queue(std::string(data, size));
-  return writer_.SendAll("\r\n", 2, idleLimitMs_);
+  writer_.Queue(length, static_cast<size_t>(n));
+  writer_.Queue(data, size);
+  return writer_.SendAll("\r\n", 2, clientStallMs_);
 }
 
 void ChunkedOutput::Frame(int pipeFd) {
@@ -89,7 +89,7 @@ void ChunkedOutput::Frame(int pipeFd) {
   char buffer[64 * 1024];
   for (;;) {
     pollfd ready = {pipeFd, POLLIN, 0};
-    int rc = poll(&ready, 1, static_cast<int>(idleLimitMs_));
+    int rc = poll(&ready, 1, static_cast<int>(methodIdleMs_));
     if (rc < 0 && errno == EINTR) continue;
     if (rc <= 0) {
       ok = false;  // the method wrote nothing for the idle limit

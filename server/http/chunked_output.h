@@ -9,7 +9,7 @@
 // curl. Finish, after the call, gives fd 1 back and waits for the thread.
 //
 // Downloads are limited by inactivity, never by length: the thread gives up (and the process
-// must end) when the method writes nothing, or the client takes nothing, for the idle limit.
+// must end) when the method writes nothing, or the client takes nothing, for its limit.
 #pragma once
 
 #include <stdint.h>
@@ -26,11 +26,14 @@ class ChunkedOutput {
   // beforeLastChunk, when given, runs once the method has finished, before the closing chunk
   // goes out: a download frees its slot there, so that a client that starts its next download
   // as soon as it has the whole document finds the slot free.
-  ChunkedOutput(int socketFd, int64_t idleLimitMs, bool exitWhenCut,
+  // The method may write nothing for methodIdleMs, and the client take nothing for
+  // clientStallMs, before the document is given up.
+  ChunkedOutput(int socketFd, int64_t methodIdleMs, int64_t clientStallMs, bool exitWhenCut,
                 std::function<void()> beforeLastChunk = nullptr)
       : socketFd_(socketFd),
         writer_(socketFd),
-        idleLimitMs_(idleLimitMs),
+        methodIdleMs_(methodIdleMs),
+        clientStallMs_(clientStallMs),
         exitWhenCut_(exitWhenCut),
         beforeLastChunk_(std::move(beforeLastChunk)) {}
   ~ChunkedOutput();
@@ -52,7 +55,8 @@ class ChunkedOutput {
 
   int socketFd_;
   ClientWriter writer_;
-  int64_t idleLimitMs_;
+  int64_t methodIdleMs_;
+  int64_t clientStallMs_;
   bool exitWhenCut_;
   std::function<void()> beforeLastChunk_;
   int savedStdout_ = -1;

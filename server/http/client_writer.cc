@@ -5,12 +5,12 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-void ClientWriter::Queue(const std::string& bytes) {
+void ClientWriter::Queue(const char* data, size_t size) {
   if (!Pending()) {
     queued_.clear();
     sent_ = 0;
   }
-  queued_ += bytes;
+  queued_.append(data, size);
 }
 
 ClientWriter::Result ClientWriter::Flush(bool* progressed) {
@@ -33,7 +33,7 @@ ClientWriter::Result ClientWriter::Flush(bool* progressed) {
 }
 
 bool ClientWriter::SendAll(const char* data, size_t size, int64_t stallMs) {
-  queued_.append(data, size);
+  Queue(data, size);
   for (;;) {
     bool progressed = false;
     Result result = Flush(&progressed);

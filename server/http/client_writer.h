@@ -16,7 +16,8 @@ class ClientWriter {
   explicit ClientWriter(int fd) : fd_(fd) {}
 
   // Appends bytes to the output not yet sent.
-  void Queue(const std::string& bytes);
+  void Queue(const std::string& bytes) { Queue(bytes.data(), bytes.size()); }
+  void Queue(const char* data, size_t size);
   // True while queued bytes remain.
   bool Pending() const { return sent_ < queued_.size(); }
   // Bytes sent since the writer was made.

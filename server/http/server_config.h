@@ -18,6 +18,7 @@ struct ServerConfig {
   int64_t idleTimeoutMs = 5000;      // a kept-alive connection waiting for its next request
   int64_t sendTimeoutMs = 10000;     // an answer the client takes no byte of for this long ends
   int64_t downloadStallMs = 5000;    // the same for a download, which holds a slot meanwhile
+  int64_t methodIdleMs = 30000;      // a document whose method writes nothing this long ends
   int64_t graceMs = 10000;           // requests in flight at stop may finish within this
   int64_t methodLimitMs = 120000;    // a method call in a worker is stopped past this
   // Methods that bound their own waits and must not be stopped halfway ("API.method"): the

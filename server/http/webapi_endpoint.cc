@@ -28,7 +28,7 @@ void RunCall(const ModuleRegistry& registry, const ServerConfig& config, const s
              const std::function<void()>& releaseSlots, Exchange* exchange) {
   QUOR::APIResponse response;
   bool ownProcess = releaseSlots != nullptr;
-  ChunkedOutput output(exchange->socketFd,
+  ChunkedOutput output(exchange->socketFd, config.methodIdleMs,
                        ownProcess ? config.downloadStallMs : config.sendTimeoutMs, ownProcess,
                        releaseSlots);
   response.SetOutputOffHook(&ChunkedOutput::Hook, &output);

@@ -2,6 +2,8 @@
 # make soak: the server's load test. Lays out a 1,000,000-row root once (BUILD/bench-data/soak),
 # serves it with the default workers and runs quor-soak against it (SOAK_SECONDS, default 30);
 # then serves it again with one download slot for the sequential-download figure.
+# SOAK_REFERENCE=PATH/quor-webapi runs the same first, against another build of the server (an
+# earlier one), so that both sets of figures come from one run.
 set -euo pipefail
 build=${1:-build}
 bin="$build/bin"
@@ -19,7 +21,7 @@ trap '[ -z "$server" ] || { kill $server 2>/dev/null; wait $server 2>/dev/null |
 
 # Starts the server with extra options; sets server and port.
 serve() {
-  "$bin/quor-webapi" serve --root "$root" --listen 127.0.0.1:0 "$@" >"$log.out" 2>"$log" &
+  "$webapi" serve --root "$root" --listen 127.0.0.1:0 "$@" >"$log.out" 2>"$log" &
   server=$!
   port=""
   for _ in $(seq 100); do
@@ -35,10 +37,13 @@ stop() {
 }
 
 status=0
-serve
-"$bin/quor-soak" "$port" "$server" "${SOAK_SECONDS:-30}" || status=1
-stop
-serve --max-downloads 1
-"$bin/quor-soak" --sequential "$port" 40 || status=1
-stop
+for webapi in ${SOAK_REFERENCE:-} "$bin/quor-webapi"; do
+  echo "== $webapi"
+  serve
+  "$bin/quor-soak" "$port" "$server" "${SOAK_SECONDS:-30}" || status=1
+  stop
+  serve --max-downloads 1
+  "$bin/quor-soak" --sequential "$port" 40 || status=1
+  stop
+done
 exit $status

@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "api/module_log.h"
 #include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
@@ -74,17 +76,17 @@ std::string TermCondition(const SearchRequest& search, const ClassShape& shape,
   std::string condition;
   for (const char* column : shape.termColumns) {
     if (!condition.empty()) condition += " OR ";
-    condition += GenSQLRegexp(term, column);
+    condition += GenSQLFoldedContains(term, column);
   }
   if (search.logClass == LogClass::kDisk) {
     char slot[32] = "";
     std::string slotTerm = term;
     if (Disk::DiskSlotReverseConverter(term.c_str(), slot, sizeof slot) > 0) slotTerm = slot;
-    condition += " OR " + GenSQLRegexp(slotTerm, "slot");
+    condition += " OR " + GenSQLFoldedContains(slotTerm, "slot");
     SzList codes(SLIBCSzListAlloc(64));
     if (codes != nullptr && Disk::DiskLogKeywordTranform(term.c_str(), SzListSlot(&codes)) > 0) {
       for (int i = 0; i < codes->nItem; ++i) {
-        condition += " OR " + GenSQLRegexp(SLIBCSzListGet(codes.get(), i), "msg");
+        condition += " OR " + GenSQLFoldedContains(SLIBCSzListGet(codes.get(), i), "msg");
       }
     }
   }
@@ -281,7 +283,10 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
   // the first bucket, so that the buckets add up to the query's total.
   const std::string readable = "typeof(time) IN ('integer', 'real')";
   int64_t from = search.from, to = search.to;
-  bool any = search.hasFrom && search.hasTo;
+  bool bounded = search.hasFrom && search.hasTo;
+  // A range too wide for bucket arithmetic is narrowed to the matches' own first and last time.
+  bool narrow = bounded && !SpanFits(from, to);
+  bool any = bounded && !narrow;
   if (!empty && !any) {
     std::string bounds = "SELECT min(t), max(t), count(*) FROM (SELECT CASE WHEN " + readable +
                          " THEN time END AS t FROM (" + matches + "))";
@@ -295,14 +300,22 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
       const char* high = QUORDBFetchFieldAt(rows, row, 1);
       if (!search.hasFrom) from = low != nullptr ? ReadInteger(low) : search.hasTo ? search.to : 0;
       if (!search.hasTo) to = high != nullptr ? ReadInteger(high) : from;
+      if (!SpanFits(from, to) && low != nullptr && high != nullptr) {
+        from = std::max<int64_t>(from, ReadInteger(low));
+        to = std::min<int64_t>(to, ReadInteger(high));
+      }
     });
     if (!ok) return false;
   }
   if (!any) {
     histogram->from = search.hasFrom ? from : 0;
     histogram->to = search.hasTo ? to : 0;
-    if (search.hasFrom && search.hasTo) LayOutBuckets(from, to, search.buckets, histogram);
+    if (bounded && !narrow) LayOutBuckets(from, to, search.buckets, histogram);
     return true;
+  }
+  if (!SpanFits(from, to)) {
+    failure->wideRange = true;
+    return false;
   }
   LayOutBuckets(from, to, search.buckets, histogram);
   if (empty || to < from) return true;

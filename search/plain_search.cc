@@ -11,6 +11,7 @@
 
 #include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
+#include "index/text_fold.h"
 #include "platform/logfiles.h"
 #include "search/search_result.h"
 #include "sources/log_sources.h"
@@ -42,10 +43,12 @@ bool EpochOfLocalText(const std::string& text, int64_t* seconds) {
   return true;
 }
 
-bool Matches(const SearchRequest& search, const Json::Value& record, int64_t seconds) {
-  for (const std::string& term : search.terms) {
-    if (!KeywordFound(record["descr"].asCString(), term) &&
-        !KeywordFound(record["who"].asCString(), term)) {
+// terms: the search's terms, folded.
+bool Matches(const SearchRequest& search, const std::vector<std::string>& terms,
+             const Json::Value& record, int64_t seconds) {
+  for (const std::string& term : terms) {
+    if (!FoldedContains(record["descr"].asCString(), term) &&
+        !FoldedContains(record["who"].asCString(), term)) {
       return false;
     }
   }
@@ -80,11 +83,13 @@ std::vector<Line> ReadLines(const SearchRequest& search) {
   window.logtype = search.types.at(0);
   std::vector<Json::Value> records;
   FetchPlainLogs(window, &records);
+  std::vector<std::string> terms;
+  for (const std::string& term : search.terms) terms.push_back(Folded(term));
   std::vector<Line> lines;
   for (Json::Value& record : records) {
     int64_t seconds = 0;
     bool timed = EpochOfLocalText(record["time"].asString(), &seconds);
-    if (!Matches(search, record, seconds)) continue;
+    if (!Matches(search, terms, record, seconds)) continue;
     lines.push_back({std::move(record), 0, seconds, timed});
     lines.back().level = LevelOfRecord(lines.back().record);
   }
@@ -120,28 +125,43 @@ bool QueryPlain(const SearchRequest& search, QueryResult* result, SearchFailure*
   return true;
 }
 
-bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchFailure*) {
+bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchFailure* failure) {
   std::vector<Line> lines = ReadLines(search);
   int64_t from = search.from, to = search.to;
+  bool bounded = search.hasFrom && search.hasTo;
+  // A range too wide for bucket arithmetic is narrowed to the matches' own times.
+  bool narrow = bounded && !SpanFits(from, to);
   bool any = false;
   // Lines whose time cannot be read count in the first bucket, as they sort first.
   bool timed = false;
+  int64_t low = 0, high = 0;
   for (const Line& line : lines) {
     if (!search.levels[line.level]) continue;
     any = true;
     if (!line.timed) continue;
-    if (!search.hasFrom && (!timed || line.seconds < from)) from = line.seconds;
-    if (!search.hasTo && (!timed || line.seconds > to)) to = line.seconds;
+    if (!timed || line.seconds < low) low = line.seconds;
+    if (!timed || line.seconds > high) high = line.seconds;
     timed = true;
   }
-  if (any && !timed) {
+  if (timed) {
+    if (!search.hasFrom) from = low;
+    if (!search.hasTo) to = high;
+    if (!SpanFits(from, to)) {
+      from = std::max(from, low);
+      to = std::min(to, high);
+    }
+  } else if (any) {
     if (!search.hasFrom) from = search.hasTo ? search.to : 0;
     if (!search.hasTo) to = from;
   }
-  if (!any && !(search.hasFrom && search.hasTo)) {
+  if (!any && (!bounded || narrow)) {
     histogram->from = search.hasFrom ? from : 0;
     histogram->to = search.hasTo ? to : 0;
     return true;
+  }
+  if (!SpanFits(from, to)) {
+    failure->wideRange = true;
+    return false;
   }
   LayOutBuckets(from, to, search.buckets, histogram);
   for (const Line& line : lines) {

@@ -23,6 +23,7 @@ struct Histogram {
 // Why a store could not be read, for the error 5101 answer (already logged).
 struct SearchFailure {
   std::string reason;
+  bool wideRange = false;  // instead: the histogram's range cannot be laid out (error 120)
 };
 
 // The database classes (system, transfer, disk). False with *failure when a store cannot be
@@ -34,6 +35,11 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
 // The plain-text class: the window of the log's last lines, searched in memory.
 bool QueryPlain(const SearchRequest& search, QueryResult* result, SearchFailure* failure);
 bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchFailure* failure);
+
+// True when [from, to] spans at most 2^62 seconds, so that bucket arithmetic (in SQL too) stays
+// within 64 bits. A histogram over a wider range is narrowed to its matches' first and last
+// time; when they too are further apart, it is refused with error 120.
+bool SpanFits(int64_t from, int64_t to);
 
 // The bucket layout of [from, to] in at most buckets buckets of whole seconds, the counts'
 // rows made empty.

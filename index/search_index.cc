@@ -113,17 +113,25 @@ struct IndexReader::State {
 
   // Opens the sidecar (created when create) and attaches the store. False when either cannot
   // be opened, the store has no index class, or the sidecar is not a readable index.
-  bool Open(const std::string& path, bool create) {
+  // Waits up to waitMs for another indexer's lock. A reader (create false) also opens the
+  // sidecar of a read-only root.
+  bool Open(const std::string& path, bool create, int waitMs) {
     storePath = path;
     if (access(path.c_str(), R_OK) != 0) return Fail("no store");
     sqlite3* raw = nullptr;
     int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX;
     if (create) flags |= SQLITE_OPEN_CREATE;
-    int rc = sqlite3_open_v2(IndexPathOf(path).c_str(), &raw, flags, nullptr);
+    std::string side = IndexPathOf(path);
+    int rc = sqlite3_open_v2(side.c_str(), &raw, flags, nullptr);
+    if (rc != SQLITE_OK && !create) {
+      sqlite3_close_v2(raw);
+      raw = nullptr;
+      rc = sqlite3_open_v2(side.c_str(), &raw, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
+    }
     db.reset(raw);
     if (rc != SQLITE_OK) return Fail("open index");
-    sqlite3_busy_timeout(db.get(), 2000);
-    if (!Exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;")) return false;
+    sqlite3_busy_timeout(db.get(), waitMs);
+    if (create && !Exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;")) return false;
     std::string attach = "ATTACH '" + ReadOnlyUri(path) + "' AS store";
     if (!Exec(attach)) return false;
     int64_t hasMsg = 0, hasFile = 0;
@@ -330,11 +338,13 @@ void RemoveSidecar(const std::string& storePath) {
 
 }  // namespace
 
-bool IndexCatchUpSome(const std::string& storePath, int64_t maxRows, int64_t* behind,
-                      std::string* error) {
+namespace {
+
+bool CatchUp(const std::string& storePath, int64_t maxRows, int waitMs, int64_t* behind,
+             std::string* error) {
   for (int attempt = 0; attempt < 2; ++attempt) {
     IndexReader::State state;
-    bool ok = state.Open(storePath, true);
+    bool ok = state.Open(storePath, true, waitMs);
     int64_t done = 0;
     *behind = 0;
     while (ok) {
@@ -350,6 +360,13 @@ bool IndexCatchUpSome(const std::string& storePath, int64_t maxRows, int64_t* be
     RemoveSidecar(storePath);  // damaged: made anew from the store
   }
   return false;
+}
+
+}  // namespace
+
+bool IndexCatchUpSome(const std::string& storePath, int64_t maxRows, int64_t* behind,
+                      std::string* error) {
+  return CatchUp(storePath, maxRows, 5000, behind, error);
 }
 
 bool IndexCatchUp(const std::string& storePath, std::string* error) {
@@ -390,7 +407,7 @@ class BackgroundIndexer {
       }
       int64_t behind = 1;
       std::string error;
-      while (!stop_ && behind > 0 && IndexCatchUpSome(path, kBatch, &behind, &error)) {
+      while (!stop_ && behind > 0 && CatchUp(path, kBatch, 5000, &behind, &error)) {
       }
     }
   }
@@ -413,24 +430,28 @@ void IndexCatchUpInBackground(const std::string& storePath) { Indexer().Add(stor
 std::unique_ptr<IndexReader> IndexReader::Open(const std::string& storePath, int64_t maxBehind) {
   int64_t behind = 0;
   std::string error;
-  if (access(IndexPathOf(storePath).c_str(), F_OK) != 0 ||
-      !IndexCatchUpSome(storePath, maxBehind, &behind, &error) || behind > 0) {
+  if (access(IndexPathOf(storePath).c_str(), F_OK) != 0) {
     if (access(storePath.c_str(), R_OK) == 0) IndexCatchUpInBackground(storePath);
     return nullptr;
   }
+  // Caught up in place when another indexer is not at work (and the root can be written);
+  // otherwise the rows above the mark are read from the store.
+  bool caughtUp = CatchUp(storePath, maxBehind, 20, &behind, &error);
   std::unique_ptr<IndexReader> reader(new IndexReader);
   reader->state_.reset(new State);
   State& s = *reader->state_;
   bool matches = false;
   int64_t minId = 0, maxId = 0;
   // One read transaction over both files: the counts and the store's rows agree.
-  if (!s.Open(storePath, false) || !s.Exec("BEGIN") || !s.ReadState(&matches) || !matches ||
+  if (!s.Open(storePath, false, 1000) || !s.Exec("BEGIN") || !s.ReadState(&matches) ||
       !s.Int("SELECT min(id) FROM store.logs", 0, &minId) ||
       !s.Int("SELECT max(id) FROM store.logs", 0, &maxId)) {
-    return nullptr;
+    matches = false;
   }
-  // Rows removed or replaced since the catch-up: the next open reconciles; scan now.
-  if ((maxId != 0 && (maxId < s.mark || minId > s.low)) || (maxId == 0 && s.low <= s.mark)) {
+  // Rows removed or replaced since the last catch-up, or too many rows above the mark.
+  if (!matches || (maxId != 0 && (maxId < s.mark || minId > s.low)) ||
+      (maxId == 0 && s.low <= s.mark) || maxId - s.mark > maxBehind) {
+    if (!caughtUp || behind > 0 || !matches) IndexCatchUpInBackground(storePath);
     return nullptr;
   }
   reader->mark_ = s.mark;

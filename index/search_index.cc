@@ -17,10 +17,10 @@
 
 namespace {
 
-const int kVersion = 1;
+const int kVersion = 2;
 const int kChunkBits = 16;
 const int64_t kBatch = 50000;
-// The minute under which rows whose time is not an integer are counted.
+// The minute (and hour) under which rows whose time is not an integer are counted.
 const int64_t kOddMinute = INT64_MIN;
 
 const char kSchema[] =
@@ -29,6 +29,9 @@ const char kSchema[] =
     "CREATE TABLE IF NOT EXISTS counts (chunk INTEGER, minute INTEGER, level INTEGER, n INTEGER, "
     "PRIMARY KEY (chunk, minute, level)) WITHOUT ROWID;"
     "CREATE INDEX IF NOT EXISTS counts_minute ON counts (minute);"
+    "CREATE TABLE IF NOT EXISTS hours (chunk INTEGER, hour INTEGER, level INTEGER, n INTEGER, "
+    "PRIMARY KEY (chunk, hour, level)) WITHOUT ROWID;"
+    "CREATE INDEX IF NOT EXISTS hours_hour ON hours (hour);"
     "CREATE VIRTUAL TABLE IF NOT EXISTS terms USING fts5(a, b, content='', detail='none', "
     "columnsize=0, tokenize='trigram case_sensitive 1');";
 
@@ -176,7 +179,8 @@ struct IndexReader::State {
   bool Reset(int64_t newMark) {
     mark = newMark;
     low = newMark + 1;
-    return Exec("DELETE FROM counts; DROP TABLE terms;") && Exec(kSchema) && WriteState();
+    return Exec("DELETE FROM counts; DELETE FROM hours; DROP TABLE terms;") && Exec(kSchema) &&
+           WriteState();
   }
 
   // Adds the counts of the store's rows with ids in [first, last] (severity, minute).
@@ -201,9 +205,18 @@ struct IndexReader::State {
     return FloorDiv(sqlite3_column_int64(s, column), 60);
   }
 
+  // Adds counts by (minute, level) of a chunk to the minutes and to the hours.
   bool AddCounts(int64_t chunk, const std::map<std::pair<int64_t, int>, int64_t>& add) {
-    Stmt up = Prepare(
-        "INSERT INTO counts VALUES (?, ?, ?, ?) ON CONFLICT DO UPDATE SET n = n + excluded.n");
+    std::map<std::pair<int64_t, int>, int64_t> hours;
+    for (const auto& [key, n] : add) {
+      hours[{key.first == kOddMinute ? kOddMinute : FloorDiv(key.first, 60), key.second}] += n;
+    }
+    return Upsert("counts", chunk, add) && Upsert("hours", chunk, hours);
+  }
+  bool Upsert(const char* table, int64_t chunk,
+              const std::map<std::pair<int64_t, int>, int64_t>& add) {
+    Stmt up = Prepare("INSERT INTO " + std::string(table) +
+                      " VALUES (?, ?, ?, ?) ON CONFLICT DO UPDATE SET n = n + excluded.n");
     if (!up) return false;
     for (const auto& [key, n] : add) {
       sqlite3_reset(up.get());
@@ -220,7 +233,10 @@ struct IndexReader::State {
   bool Recount(int64_t chunk) {
     int64_t first = std::max(low, chunk << kChunkBits);
     int64_t last = std::min(mark, ((chunk + 1) << kChunkBits) - 1);
-    if (!Exec("DELETE FROM counts WHERE chunk = " + std::to_string(chunk))) return false;
+    std::string c = std::to_string(chunk);
+    if (!Exec("DELETE FROM counts WHERE chunk = " + c + "; DELETE FROM hours WHERE chunk = " + c)) {
+      return false;
+    }
     return first > last || CountRows(first, last);
   }
 
@@ -262,8 +278,10 @@ struct IndexReader::State {
     }
     low = minId;
     int64_t chunk = minId >> kChunkBits;
-    return Exec("DELETE FROM counts WHERE chunk < " + std::to_string(chunk)) && Recount(chunk) &&
-           WriteState();
+    std::string c = std::to_string(chunk);
+    return Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " +
+                c) &&
+           Recount(chunk) && WriteState();
   }
 
   // Indexes up to limit rows above the mark; *added tells how many.
@@ -352,6 +370,11 @@ bool CatchUp(const std::string& storePath, int64_t maxRows, int waitMs, int64_t*
       ok = state.Step(std::min(kBatch, std::max<int64_t>(1, maxRows - done)), &added, behind);
       done += added;
       if (!ok || *behind == 0 || added == 0 || done >= maxRows) break;
+    }
+    // A long catch-up leaves a large write-ahead log: fold it into the file now, not in the
+    // middle of a later search.
+    if (ok && done >= kBatch) {
+      sqlite3_exec(state.db.get(), "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
     }
     if (ok) return true;
     if (error != nullptr) *error = state.error;
@@ -481,51 +504,72 @@ bool AddRow(const BucketQuery& q, bool odd, int64_t t, int level, int64_t n,
 
 }  // namespace
 
+namespace {
+
+// Where a unit of time [start, start + seconds) falls for q: the bucket that holds all of it
+// inside q's range, or -1 when it straddles a bucket's or the range's edge (or lies at the ends
+// of the 64-bit range, where start is not computed): it is then read in smaller units.
+int64_t WholeBucket(const BucketQuery& q, int64_t unit, int64_t seconds) {
+  if (unit <= INT64_MIN / seconds + 1 || unit >= INT64_MAX / seconds - 1) return -1;
+  int64_t start = unit * seconds, end = start + seconds - 1;
+  if ((q.hasFrom && start < q.from) || (q.hasTo && end > q.to) || start < q.first) return -1;
+  uint64_t a = (static_cast<uint64_t>(start) - static_cast<uint64_t>(q.first)) / q.width;
+  uint64_t b = (static_cast<uint64_t>(end) - static_cast<uint64_t>(q.first)) / q.width;
+  return a == b ? static_cast<int64_t>(a) : -1;
+}
+
+}  // namespace
+
 bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts) {
   State& s = *state_;
   counts->assign(q.buckets, BucketCounts{0, 0, 0, 0});
-  // Whole minutes inside one bucket and the range come from the counts; the minutes at a
-  // bucket's or the range's edge are read from the store's time index.
+  // Whole hours inside one bucket and the range come from the hours; the hours at an edge
+  // from their minutes; the minutes at an edge from the store's time index.
+  Stmt odd = s.Prepare("SELECT level, sum(n) FROM hours WHERE hour = ? GROUP BY level");
+  Stmt hours = s.Prepare(
+      "SELECT hour, level, sum(n) FROM hours WHERE hour BETWEEN ? AND ? GROUP BY hour, level");
   Stmt minutes = s.Prepare(
-      "SELECT minute, level, sum(n) FROM counts WHERE minute BETWEEN ? AND ? OR minute = ? "
+      "SELECT minute, level, sum(n) FROM counts WHERE minute BETWEEN ? AND ? "
       "GROUP BY minute, level");
-  if (!minutes) return false;
-  sqlite3_bind_int64(minutes.get(), 1, q.hasFrom ? FloorDiv(q.from, 60) : INT64_MIN + 1);
-  sqlite3_bind_int64(minutes.get(), 2, q.hasTo ? FloorDiv(q.to, 60) : INT64_MAX);
-  sqlite3_bind_int64(minutes.get(), 3, kOddMinute);
-  std::set<int64_t> edges;
-  int rc;
-  while ((rc = sqlite3_step(minutes.get())) == SQLITE_ROW) {
-    int64_t minute = sqlite3_column_int64(minutes.get(), 0);
-    int level = sqlite3_column_int(minutes.get(), 1);
-    int64_t n = sqlite3_column_int64(minutes.get(), 2);
-    if (minute == kOddMinute) {
-      if (!AddRow(q, true, 0, level, n, counts)) return false;
-      continue;
-    }
-    // Minutes at the ends of the 64-bit range are always read row by row.
-    if (minute <= INT64_MIN / 60 + 1 || minute >= INT64_MAX / 60 - 1) {
-      edges.insert(minute);
-      continue;
-    }
-    int64_t start = minute * 60, end = start + 59;
-    bool inside = (!q.hasFrom || start >= q.from) && (!q.hasTo || end <= q.to) && start >= q.first;
-    uint64_t a =
-        inside ? (static_cast<uint64_t>(start) - static_cast<uint64_t>(q.first)) / q.width : 0;
-    uint64_t b =
-        inside ? (static_cast<uint64_t>(end) - static_cast<uint64_t>(q.first)) / q.width : 1;
-    if (inside && a == b) {
-      if (a < counts->size()) (*counts)[a][level] += n;
-    } else {
-      edges.insert(minute);
-    }
-  }
-  if (rc != SQLITE_DONE) return s.Fail("read counts");
   std::string severity = s.storeClass->severity;
   Stmt rows = s.Prepare("SELECT time, " + severity +
                         " FROM store.logs WHERE time BETWEEN ? AND ? AND id <= ?");
-  if (!rows) return false;
-  for (int64_t minute : edges) {
+  Stmt tail = s.Prepare("SELECT time, " + severity + " FROM store.logs WHERE id > ?");
+  if (!odd || !hours || !minutes || !rows || !tail) return false;
+  int rc;
+  sqlite3_bind_int64(odd.get(), 1, kOddMinute);
+  while ((rc = sqlite3_step(odd.get())) == SQLITE_ROW) {
+    if (!AddRow(q, true, 0, sqlite3_column_int(odd.get(), 0), sqlite3_column_int64(odd.get(), 1),
+                counts)) {
+      return false;
+    }
+  }
+  if (rc != SQLITE_DONE) return s.Fail("read counts");
+  // Walks the units of stmt (unit, level, n), adding whole ones and collecting the others.
+  auto walk = [&](sqlite3_stmt* stmt, int64_t seconds, std::set<int64_t>* edges) {
+    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
+      int64_t unit = sqlite3_column_int64(stmt, 0);
+      int level = sqlite3_column_int(stmt, 1);
+      int64_t bucket = WholeBucket(q, unit, seconds);
+      if (bucket < 0) {
+        edges->insert(unit);
+      } else if (static_cast<size_t>(bucket) < counts->size() && level >= 1 && level <= 3) {
+        (*counts)[bucket][level] += sqlite3_column_int64(stmt, 2);
+      }
+    }
+    return rc == SQLITE_DONE || s.Fail("read counts");
+  };
+  std::set<int64_t> edgeHours, edgeMinutes;
+  sqlite3_bind_int64(hours.get(), 1, q.hasFrom ? FloorDiv(q.from, 3600) : INT64_MIN + 1);
+  sqlite3_bind_int64(hours.get(), 2, q.hasTo ? FloorDiv(q.to, 3600) : INT64_MAX);
+  if (!walk(hours.get(), 3600, &edgeHours)) return false;
+  for (int64_t hour : edgeHours) {
+    sqlite3_reset(minutes.get());
+    sqlite3_bind_int64(minutes.get(), 1, hour * 60);
+    sqlite3_bind_int64(minutes.get(), 2, hour * 60 + 59);
+    if (!walk(minutes.get(), 60, &edgeMinutes)) return false;
+  }
+  for (int64_t minute : edgeMinutes) {
     sqlite3_reset(rows.get());
     bool low = minute <= INT64_MIN / 60 + 1, high = minute >= INT64_MAX / 60 - 1;
     sqlite3_bind_int64(rows.get(), 1, low ? INT64_MIN : minute * 60);
@@ -539,8 +583,6 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
     if (rc != SQLITE_DONE) return s.Fail("read edge");
   }
   // Rows above the mark, read one by one.
-  Stmt tail = s.Prepare("SELECT time, " + severity + " FROM store.logs WHERE id > ?");
-  if (!tail) return false;
   sqlite3_bind_int64(tail.get(), 1, mark_);
   while ((rc = sqlite3_step(tail.get())) == SQLITE_ROW) {
     bool odd = sqlite3_column_type(tail.get(), 0) != SQLITE_INTEGER;
@@ -560,37 +602,46 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
     if (levels[level]) list += (list.empty() ? "" : ",") + std::to_string(level);
   }
   if (list.empty()) return true;
-  int64_t odd = 0, low = 0, high = 0, tailOdd = 0;
-  std::string tail = "FROM store.logs WHERE id > " + std::to_string(mark_) + " AND " +
-                     s.storeClass->severity + " IN (" + list + ")";
-  if (!s.Int("SELECT count(*) FROM counts WHERE minute = " + std::to_string(kOddMinute) +
-                 " AND level IN (" + list + ")",
-             0, &odd) ||
-      !s.Int("SELECT count(*) " + tail + " AND typeof(time) != 'integer'", 0, &tailOdd) ||
-      odd + tailOdd > 0) {
+  const std::string in = " AND level IN (" + list + ")";
+  const std::string odd = std::to_string(kOddMinute);
+  const std::string tail = "FROM store.logs WHERE id > " + std::to_string(mark_) + " AND " +
+                           s.storeClass->severity + " IN (" + list + ")";
+  int64_t odds = 0, tailOdds = 0;
+  if (!s.Int("SELECT count(*) FROM hours WHERE hour = " + odd + in, 0, &odds) ||
+      !s.Int("SELECT count(*) " + tail + " AND typeof(time) != 'integer'", 0, &tailOdds) ||
+      odds + tailOdds > 0) {
     return false;
   }
+  int64_t low = 0, high = 0;
   bool any = false;
-  // The first and last minutes with such rows, then the exact second from the store.
-  for (const char* end : {"min", "max"}) {
-    int64_t minute = 0, sample = 0;
-    std::string in = "minute != " + std::to_string(kOddMinute) + " AND level IN (" + list + ")";
-    if (!s.Int("SELECT count(*) FROM counts WHERE " + in, 0, &sample)) return false;
-    if (sample == 0) break;
-    if (!s.Int("SELECT " + std::string(end) + "(minute) FROM counts WHERE " + in, 0, &minute)) {
+  // The first (last) hour with such rows, its first (last) minute, then the exact second.
+  for (bool lowest : {true, false}) {
+    const std::string order = lowest ? " ASC LIMIT 1" : " DESC LIMIT 1";
+    int64_t hour = 0, minute = 0, exact = 0;
+    bool none = false;
+    Stmt h =
+        s.Prepare("SELECT hour FROM hours WHERE hour > " + odd + in + " ORDER BY hour" + order);
+    if (!h) return false;
+    int rc = sqlite3_step(h.get());
+    if (rc == SQLITE_DONE) none = true;
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE) return s.Fail("read hours");
+    if (none) break;
+    hour = sqlite3_column_int64(h.get(), 0);
+    if (!s.Int("SELECT minute FROM counts WHERE minute BETWEEN " + std::to_string(hour * 60) +
+                   " AND " + std::to_string(hour * 60 + 59) + in + " ORDER BY minute" + order,
+               0, &minute)) {
       return false;
     }
-    int64_t exact = 0;
     bool bottom = minute <= INT64_MIN / 60 + 1, top = minute >= INT64_MAX / 60 - 1;
     std::string range = std::to_string(bottom ? INT64_MIN : minute * 60) + " AND " +
                         std::to_string(top ? INT64_MAX : (minute + 1) * 60 - 1);
-    if (!s.Int("SELECT " + std::string(end) + "(time) FROM store.logs WHERE time BETWEEN " + range +
-                   " AND id <= " + std::to_string(mark_) + " AND " + s.storeClass->severity +
-                   " IN (" + list + ")",
+    if (!s.Int(std::string("SELECT ") + (lowest ? "min" : "max") +
+                   "(time) FROM store.logs WHERE time BETWEEN " + range + " AND id <= " +
+                   std::to_string(mark_) + " AND " + s.storeClass->severity + " IN (" + list + ")",
                0, &exact)) {
       return false;
     }
-    (end[1] == 'i' ? low : high) = exact;
+    (lowest ? low : high) = exact;
     any = true;
   }
   int64_t tailCount = 0, tailLow = 0, tailHigh = 0;

@@ -44,9 +44,11 @@ std::string SearchIndexes::CandidateFilter(const SearchRequest& search) const {
   for (const std::string& term : search.terms) folded.push_back(Folded(term));
   std::string match = CandidateQuery(folded);
   if (match.empty()) return std::string();
-  return " AND (id > " + std::to_string(readers_[0]->mark()) +
-         " OR id IN (SELECT rowid FROM search_index.terms WHERE terms MATCH '" +
-         EscapeSqlString(match) + "'))";
+  // One IN list (the candidates, then the rows above the mark), so that rows are looked up by
+  // id rather than the log read through.
+  return " AND id IN (SELECT rowid FROM search_index.terms WHERE terms MATCH '" +
+         EscapeSqlString(match) + "' UNION ALL SELECT id FROM logs WHERE id > " +
+         std::to_string(readers_[0]->mark()) + ")";
 }
 
 bool SearchIndexes::Count(const BucketQuery& query, std::vector<BucketCounts>* counts) {

@@ -8,6 +8,7 @@
 #include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
 #include "catalogue/type_lists.h"
+#include "sources/log_classes.h"
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
 
@@ -68,6 +69,7 @@ int FetchLogs(LogSearch* search, std::vector<Json::Value>* results, LevelCounts*
 }
 
 int FetchLogs(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
+  LogScope scope(kSyslogClientLog);
   search->logtype = MapCategoriesToLogTypes(search->logtype);
   search->level = LevelDigits(search->level);
 
@@ -76,25 +78,25 @@ int FetchLogs(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
   SzList owner(split);
   PSLIBSZLIST types = owner.get();
 
+  const LogClassInfo* logClass = ClassOfTypes(types);
   int total = 0;
-  if (AllLogTypesAre(IsXferLogType, types)) {
-    total = FetchTransferLogs(*search, types, sink);
-  } else if (AllLogTypesAre(IsDbLogType, types)) {
-    total = FetchSystemLogs(*search, types, sink, counts);
-  } else if (AllLogTypesAre(IsPlainLogType, types)) {
-    if (types->nItem >= 2) {
+  if (logClass == nullptr) {
+    // Types of several classes, or none of the catalogue's: nothing found, nothing said.
+  } else if (!logClass->merges && types->nItem >= 2) {
+    if (logClass->id == LogClass::kPlain) {
       LOG_ERROR_AT(1497, "only supports one logtype per request for plaintext logs");
-      total = -1;
     } else {
-      total = FetchPlainPage(search, sink, counts);
-    }
-  } else if (AllLogTypesAre(IsDiskLogType, types)) {
-    if (types->nItem >= 2) {
       LOG_ERROR_AT(1505, "only supports one logtype per request for disk logs");
-      total = -1;
-    } else {
-      total = FetchDiskLogs(*search, sink, counts);
     }
+    total = -1;
+  } else if (logClass->id == LogClass::kTransfer) {
+    total = FetchTransferLogs(*search, types, sink);
+  } else if (logClass->id == LogClass::kSystem) {
+    total = FetchSystemLogs(*search, types, sink, counts);
+  } else if (logClass->id == LogClass::kPlain) {
+    total = FetchPlainPage(search, sink, counts);
+  } else {
+    total = FetchDiskLogs(*search, sink, counts);
   }
   if (total < 0) LOG_ERROR_AT(1511, "fetch %s log failed.", search->logtype.c_str());
   return total;

@@ -9,9 +9,9 @@
 
 #include <vector>
 
-#include "api/log_search.h"
 #include "platform/slibc.h"
 #include "sources/log_record.h"
+#include "sources/log_search.h"
 
 // System, connection and network-backup databases of typeList, merged. Returns the number of
 // matching rows (all levels, all pages), or -1 (logged) on failure. For a sink that wants no

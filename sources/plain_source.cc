@@ -7,11 +7,12 @@
 
 #include <memory>
 
-#include "api/module_log.h"
+#include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
 #include "catalogue/text_helpers.h"
 #include "platform/logfiles.h"
 #include "platform/stringbundle.h"
+#include "sources/core_log.h"
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
 
@@ -78,7 +79,7 @@ void AddLine(char* line, const LogSearch& search, const LineFilter& filter,
   record["descr"] = message;
   record["who"] = user;
   record["time"] = time;
-  record["level"] = levelNumber == 3 ? "err" : levelNumber == 2 ? "warn" : "info";
+  record["level"] = LogLevelOf(levelNumber).recordWord;
   records->push_back(std::move(record));
 }
 

@@ -6,10 +6,10 @@
 #include <climits>
 #include <cstdint>
 
-#include "api/module_log.h"
 #include "catalogue/log_types.h"
 #include "platform/slibc.h"
 #include "platform/stringbundle.h"
+#include "sources/core_log.h"
 
 std::string EscapeSqlString(const std::string& text) {
   char* escaped = QUORDBEscapeStrAllocEX2(0, text.c_str());
@@ -41,9 +41,9 @@ std::string BuildFilterClause(const LogSearch& search, const char* patternColumn
   return clause + DateBounds(search);
 }
 
-bool CheckSortField(const std::string& sort, const char* const* allowed) {
-  for (; *allowed != nullptr; ++allowed) {
-    if (sort == *allowed) return true;
+bool CheckSortField(const std::string& sort, const LogColumn* columns) {
+  for (; columns->key != nullptr; ++columns) {
+    if (columns->listSorts && sort == columns->column) return true;
   }
   LOG_ERROR_HERE("Bad sort field.");
   return false;

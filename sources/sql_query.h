@@ -5,9 +5,10 @@
 #include <functional>
 #include <string>
 
-#include "api/log_search.h"
 #include "platform/logdb.h"
 #include "platform/slibc.h"
+#include "sources/log_classes.h"
+#include "sources/log_search.h"
 
 // text escaped for use inside single quotes; the empty text when escaping fails.
 std::string EscapeSqlString(const std::string& text);
@@ -20,9 +21,10 @@ std::string DateBounds(const LogSearch& search);
 // else the user-name GLOB or the pattern condition on patternColumn; then the date bounds.
 std::string BuildFilterClause(const LogSearch& search, const char* patternColumn);
 
-// True when sort is one of the null-terminated allowed columns; otherwise logs "Bad sort
-// field." and returns false. The sort column is pasted into SQL unquoted: this is its guard.
-bool CheckSortField(const std::string& sort, const char* const* allowed);
+// True when sort is a column of the class that the list accepts as sort field; otherwise logs
+// "Bad sort field." and returns false. The sort column is pasted into SQL unquoted: this is its
+// guard.
+bool CheckSortField(const std::string& sort, const LogColumn* columns);
 
 // One select over the databases of several log types: the first existing database is opened
 // as the main one, the others are attached under their log-type name, and each contributes an

@@ -448,7 +448,10 @@ TEST_P(SearchModule, BadParametersAndUnreadableStoresAnswerErrors) {
     EXPECT_FALSE(envelope["error"]["errors"]["reason"].asString().empty());
   }
   if (GetParam() == Channel::kServer) {
-    EXPECT_TRUE(appliance->server->LogHas("QUOR.LogCenter.Search: cannot read the netbkplog logs"));
+    // The lines of the core carry the module's name too.
+    EXPECT_TRUE(appliance->server->LogHas(" cannot read the netbkplog logs"));
+    EXPECT_TRUE(appliance->server->LogHas("QUOR.LogCenter.Search:"));
+    EXPECT_FALSE(appliance->server->LogHas("QUOR.Core.SyslogClient.Log:"));
   }
 }
 

@@ -55,7 +55,9 @@ class SearchScope {
     for (const std::string& type : search_.types) SLIBCSzListPush(SzListSlot(&types), type.c_str());
     StoreStamp& stamp = stamp_;
     bool opened = false;
-    bool connected = merged_.AddTypes(types.get(), [&](const char* name, std::string* path) {
+    // Every store that exists must be read: a store that cannot be opened or attached fails the
+    // whole search rather than answer with the rows of the others as if they were all.
+    auto databaseOf = [&](const char* name, std::string* path) {
       if (!info_.storePath(name, path)) return false;
       stamp.AddFile(*path);
       if (access(path->c_str(), F_OK) == 0) {
@@ -63,8 +65,10 @@ class SearchScope {
         opened = true;
       }
       return true;
-    });
-    if (!connected) return Fail("the database cannot be opened", failure);
+    };
+    if (!merged_.AddTypes(types.get(), databaseOf, true, &failure->store)) {
+      return Fail("the database cannot be opened", failure);
+    }
     *empty = merged_.connection() == nullptr;
     select_ =
         "SELECT *, " + std::string(info_.severity) + " AS severity FROM (" + merged_.sql() + ")";
@@ -93,8 +97,10 @@ class SearchScope {
  private:
   bool Fail(const std::string& reason, SearchFailure* failure) {
     failure->reason = reason;
-    LOG_ERROR_HERE("cannot read the %s logs: %s",
-                   search_.types.empty() ? "" : search_.types[0].c_str(), reason.c_str());
+    const std::string& store = !failure->store.empty() ? failure->store
+                               : search_.types.empty() ? std::string()
+                                                       : search_.types[0];
+    LOG_ERROR_HERE("cannot read the %s logs: %s", store.c_str(), reason.c_str());
     return false;
   }
 

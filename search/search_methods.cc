@@ -28,6 +28,7 @@ void AnswerFailure(const QUOR::APIRequest& request, const SearchFailure& failure
   Json::Value detail(Json::objectValue);
   detail["logtype"] = request.GetParam("logtype", "system");
   detail["reason"] = failure.reason;
+  if (!failure.store.empty()) detail["store"] = failure.store;
   response->SetError(kErrorUnreadableStore, detail);
 }
 

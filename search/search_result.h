@@ -23,10 +23,11 @@ struct Histogram {
 // Why a store could not be read, for the error 5101 answer (already logged).
 struct SearchFailure {
   std::string reason;
+  std::string store;  // the log type whose store failed, when one is known
 };
 
-// The database classes (system, transfer, disk). False with *failure when a store cannot be
-// read; a missing store is empty.
+// The database classes (system, transfer, disk). False with *failure when any store of the
+// search exists but cannot be read (no partial answer); a missing store is empty.
 bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFailure* failure);
 bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
                           SearchFailure* failure);

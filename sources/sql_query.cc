@@ -72,7 +72,7 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
   std::string attach = "ATTACH \"" + path + "\" as " + typeName;
   if (QUORDBExecute(conn_.get(), attach.c_str(), nullptr) < 0) {
     LOG_ERROR_HERE("Failed to attach %s database", typeName.c_str());
-    return kSkipped;
+    return kAttachFailed;
   }
   sql_ += " UNION ALL SELECT *, '" + typeName + "' as orginalLogType, '" + display +
           "' as logtype FROM " + typeName + ".logs " + filter_;
@@ -81,7 +81,8 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
 
 bool MergedSelect::AddTypes(
     PSLIBSZLIST typeList,
-    const std::function<bool(const char* type, std::string* path)>& databaseOf) {
+    const std::function<bool(const char* type, std::string* path)>& databaseOf, bool strict,
+    std::string* failed) {
   StringBundle texts("log");
   int types = typeList != nullptr ? typeList->nItem : 0;
   for (int i = 0; i < types; ++i) {
@@ -91,7 +92,11 @@ bool MergedSelect::AddTypes(
     std::string display = entry != nullptr ? texts.Text(entry->textKey, nullptr) : "";
     std::string path;
     if (!databaseOf(name, &path)) continue;
-    if (AddArm(name, display, path) == kConnectFailed) return false;
+    ArmResult added = AddArm(name, display, path);
+    if (added == kConnectFailed || (strict && added == kAttachFailed)) {
+      if (failed != nullptr) *failed = name;
+      return false;
+    }
   }
   return true;
 }

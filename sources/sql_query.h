@@ -32,22 +32,25 @@ bool CheckSortField(const std::string& sort, const LogColumn* columns);
 // Owns the connection and closes it when destroyed.
 class MergedSelect {
  public:
-  enum ArmResult { kAdded, kSkipped, kConnectFailed };
+  enum ArmResult { kAdded, kSkipped, kConnectFailed, kAttachFailed };
 
   explicit MergedSelect(std::string filter) : filter_(std::move(filter)) {}
 
-  // Adds the arm of typeName, whose database is at path. A missing file (debug message) or a
-  // failed attach skips the type; a failed connect of the first database is kConnectFailed.
-  // All three are logged.
+  // Adds the arm of typeName, whose database is at path. A missing file (debug message) is
+  // kSkipped; a failed connect of the first database is kConnectFailed, a failed attach of a
+  // later one kAttachFailed (both logged).
   ArmResult AddArm(const std::string& typeName, const std::string& displayName,
                    const std::string& path);
 
   // Adds the arm of every type of typeList in list order, with the display name that the "log"
   // texts give the type's catalogue row ("" for a name outside the catalogue) and the database
   // that databaseOf gives (false: the type is skipped, databaseOf has said why). Returns false
-  // when the first connect failed.
+  // when the first connect failed. A store that exists but cannot be attached is skipped (the
+  // list shows what the others hold), or, with strict, ends the select with false; *failed
+  // then names the type that could not be read.
   bool AddTypes(PSLIBSZLIST typeList,
-                const std::function<bool(const char* type, std::string* path)>& databaseOf);
+                const std::function<bool(const char* type, std::string* path)>& databaseOf,
+                bool strict = false, std::string* failed = nullptr);
 
   PQUORDB connection() const { return conn_.get(); }
   std::string& sql() { return sql_; }

@@ -86,8 +86,3 @@ int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts
   result.reset();
   return sink->WantsTotal() ? CountRows(conn.get(), sql) : sent;
 }
-
-int FetchDiskLogs(const LogSearch& search, std::vector<Json::Value>* records, LevelCounts* counts) {
-  JsonRecordList sink(records);
-  return FetchDiskLogs(search, &sink, counts);
-}

@@ -18,20 +18,15 @@
 // total, the count query is skipped and the number of rows sent is returned.
 int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* sink,
                     LevelCounts* counts);
-int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList,
-                    std::vector<Json::Value>* records, LevelCounts* counts);
 
 // The transfer-log databases of typeList, merged. Transfer records have no level, so nothing is
 // counted. Returns the number of matching rows (0 when no database exists), or -1 on failure;
 // the total as for FetchSystemLogs.
 int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* sink);
-int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList,
-                      std::vector<Json::Value>* records);
 
 // The disk-log database. Returns the number of matching rows (0 when the database does not
 // exist), or -1 on failure; the total as for FetchSystemLogs.
 int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts);
-int FetchDiskLogs(const LogSearch& search, std::vector<Json::Value>* records, LevelCounts* counts);
 
 // Every matching line of the last 15000 lines of search.logtype's plain-text file, unsorted and
 // unpaged; the dispatcher sorts, pages and counts.

@@ -40,9 +40,3 @@ int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* s
   result.reset();
   return sink->WantsTotal() ? CountRows(merged.connection(), sql) : sent;
 }
-
-int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList,
-                    std::vector<Json::Value>* records, LevelCounts* counts) {
-  JsonRecordList sink(records);
-  return FetchSystemLogs(search, typeList, &sink, counts);
-}

@@ -37,9 +37,3 @@ int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink*
   result.reset();
   return sink->WantsTotal() ? CountRows(merged.connection(), sql) : sent;
 }
-
-int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList,
-                      std::vector<Json::Value>* records) {
-  JsonRecordList sink(records);
-  return FetchTransferLogs(search, typeList, &sink);
-}

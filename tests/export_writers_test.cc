@@ -4,8 +4,8 @@
 #include <stdlib.h>
 
 #include "export/csv_writer.h"
-#include "export/export_layouts.h"
 #include "export/html_writer.h"
+#include "tests/support/export_output.h"
 #include "tests/support/temp_root.h"
 
 namespace {
@@ -14,6 +14,16 @@ Json::Value Record(std::initializer_list<std::pair<const char*, const char*>> me
   Json::Value record(Json::objectValue);
   for (const auto& m : members) record[m.first] = m.second;
   return record;
+}
+
+std::string HtmlBody(const std::string& type, const std::vector<Json::Value>& records,
+                     const std::string& language = "en") {
+  return ExportBody("html", type, records, language);
+}
+
+std::string CsvBody(const std::string& type, const std::vector<Json::Value>& records,
+                    const std::string& language = "en") {
+  return ExportBody("csv", type, records, language);
 }
 
 // What a writer printed into a memory stream.
@@ -35,20 +45,6 @@ class Output {
   size_t size_ = 0;
   FILE* out_;
 };
-
-std::string HtmlBody(const std::string& type, const std::vector<Json::Value>& records,
-                     const std::string& language = "en") {
-  Output o;
-  WriteHtmlBody(o.out(), type, language, records);
-  return o.Text();
-}
-
-std::string CsvBody(const std::string& type, const std::vector<Json::Value>& records,
-                    const std::string& language = "en") {
-  Output o;
-  WriteCsvBody(o.out(), type, language, records);
-  return o.Text();
-}
 
 const std::vector<Json::Value> kDiskRecords = {
     Record({{"time", "2024/03/05 07:04:09"},
@@ -152,13 +148,23 @@ TEST(ExportWriters, OddRecords) {
   EXPECT_EQ("Level,Log,Time,User,Event,\r\nnotice,System,17,,\r\n", CsvBody("system", {odd}));
 }
 
-TEST(ExportWriters, CsvQuote) {
-  EXPECT_EQ("plain text", CsvQuote("plain text"));
-  EXPECT_EQ("", CsvQuote(""));
-  EXPECT_EQ("line\nbreak\r", CsvQuote("line\nbreak\r"));
-  EXPECT_EQ("\"a,b\"", CsvQuote("a,b"));
-  EXPECT_EQ("\"say \"\"hi\"\"\"", CsvQuote("say \"hi\""));
-  EXPECT_EQ("\"\"\"\"\"\"\"\"", CsvQuote("\"\"\""));  // a run of n quotes becomes 2n
-  EXPECT_EQ(std::string("\"a\0b\"", 5), CsvQuote(std::string("a\0b", 3)));
-  EXPECT_EQ(std::string("\"a\0b,\"\"\"", 8), CsvQuote(std::string("a\0b,\"", 5)));
+// The last field of a CSV row is quoted when it holds a quote, a comma or a NUL byte, each quote
+// doubled; line breaks alone leave it bare.
+TEST(ExportWriters, CsvQuotesTheLastField) {
+  TempRoot root;
+  const std::pair<std::string, std::string> cases[] = {
+      {"plain text", "plain text"},
+      {"", ""},
+      {"line\nbreak\r", "line\nbreak\r"},
+      {"a,b", "\"a,b\""},
+      {"say \"hi\"", "\"say \"\"hi\"\"\""},
+      {"\"\"\"", "\"\"\"\"\"\"\"\""},  // a run of n quotes becomes 2n
+      {std::string("a\0b", 3), std::string("\"a\0b\"", 5)},
+      {std::string("a\0b,\"", 5), std::string("\"a\0b,\"\"\"", 8)},
+  };
+  for (const auto& [field, quoted] : cases) {
+    Json::Value record(Json::objectValue);
+    record["descr"] = Json::Value(field.data(), field.data() + field.size());
+    EXPECT_EQ("Level,Log,Time,User,Event,\r\n,,,," + quoted + "\r\n", CsvBody("system", {record}));
+  }
 }

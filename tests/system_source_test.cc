@@ -31,7 +31,8 @@ struct Result {
 Result Fetch(const LogSearch& search) {
   PSLIBSZLIST list = TypeListOf(search.logtype);
   Result r;
-  r.total = FetchSystemLogs(search, list, &r.records, &r.counts);
+  JsonRecordList sink(&r.records);
+  r.total = FetchSystemLogs(search, list, &sink, &r.counts);
   SLIBCSzListFree(list);
   return r;
 }

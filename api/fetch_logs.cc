@@ -38,9 +38,13 @@ std::string LevelDigits(const std::string& levels) {
 // Sorts every matching line of a plain-text log, then sends the requested page and counts its
 // levels. Offset and limit are taken as unsigned, so a negative offset selects nothing.
 int FetchPlainPage(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
-  std::vector<Json::Value> all;
+  std::vector<PlainLine> all;
   FetchPlainLogs(*search, &all);
-  if (!all.empty()) std::sort(all.begin(), all.end(), LogCompare(search->sort, search->ascending));
+  LogCompare compare(search->sort, search->ascending);
+  if (!all.empty()) {
+    std::sort(all.begin(), all.end(),
+              [&](const PlainLine& a, const PlainLine& b) { return compare(a.record, b.record); });
+  }
 
   const uint64_t n = all.size();
   const uint64_t offset = static_cast<uint64_t>(search->offset);
@@ -49,12 +53,8 @@ int FetchPlainPage(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
   LogRecord record;
   if (!((limit != 0 && end <= offset) || n <= offset)) {
     for (uint64_t i = offset; i < n && (limit == 0 || i < end); ++i) {
-      const Json::Value* level = all[i].find("level", "level" + 5);
-      const LogLevel* known = level != nullptr && level->isString()
-                                  ? LogLevelByRecordWord(level->asCString())
-                                  : nullptr;
-      CountLevel(known != nullptr ? known->number : 1, counts);
-      record.FromJson(all[i]);
+      CountLevel(all[i].level, counts);
+      record.FromJson(all[i].record);
       sink->Add(record);
     }
   }

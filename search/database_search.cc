@@ -199,15 +199,17 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
   }
   LayOutBuckets(from, to, search.buckets, histogram);
   if (empty || to < from) return true;
+  // The statement only groups the matches finely enough that no group spans two buckets; which
+  // bucket a time falls in, and where an unreadable time counts, CountInBucket alone decides.
   const std::string first = std::to_string(from), width = std::to_string(histogram->bucket);
-  std::string sql = "SELECT CASE WHEN " + readable + " THEN " + first + " + (time - " + first +
-                    ") / " + width + " * " + width + " ELSE " + first +
-                    " END AS start, severity, count(*) FROM (" + matches +
-                    ") GROUP BY start, severity";
+  std::string sql = "SELECT min(t), severity, count(*) FROM (SELECT CASE WHEN " + readable +
+                    " THEN time END AS t, severity FROM (" + matches + ")) GROUP BY (t - " + first +
+                    ") / " + width + ", severity";
   return scope.Run(sql, failure, [&](PQUORDBRESULT rows) {
     QUORDBROW row;
     while (QUORDBFetchRow(rows, &row) == 0) {
-      CountInBucket(ReadInteger(QUORDBFetchFieldAt(rows, row, 0)),
+      const char* time = QUORDBFetchFieldAt(rows, row, 0);
+      CountInBucket(time != nullptr, time != nullptr ? ReadInteger(time) : 0,
                     static_cast<int>(ReadInteger(QUORDBFetchFieldAt(rows, row, 1))),
                     ReadInteger(QUORDBFetchFieldAt(rows, row, 2)), histogram);
     }

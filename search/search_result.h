@@ -39,5 +39,7 @@ bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchF
 // The bucket layout of [from, to] in at most buckets buckets of whole seconds, the counts'
 // rows made empty.
 void LayOutBuckets(int64_t from, int64_t to, int buckets, Histogram* histogram);
-// Adds count matches of level (1 to 3) at seconds to its bucket.
-void CountInBucket(int64_t seconds, int level, int64_t count, Histogram* histogram);
+// Adds count matches of level (1 to 3) at seconds to its bucket. The one place of the edge
+// rules: a match whose time cannot be read (timed false) counts in the first bucket, as it
+// sorts first; a time outside [from, to] counts nowhere.
+void CountInBucket(bool timed, int64_t seconds, int level, int64_t count, Histogram* histogram);

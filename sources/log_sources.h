@@ -7,6 +7,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <vector>
 
 #include "platform/slibc.h"
@@ -28,6 +29,16 @@ int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink*
 // exist), or -1 on failure; the total as for FetchSystemLogs.
 int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts);
 
-// Every matching line of the last 15000 lines of search.logtype's plain-text file, unsorted and
-// unpaged; the dispatcher sorts, pages and counts.
-void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records);
+// One line of a plain-text log, typed once by its source: the record the list shows, the level
+// number, and the line's local time as epoch seconds (timed false, seconds 0, when unreadable).
+struct PlainLine {
+  Json::Value record;
+  int level = 1;
+  int64_t seconds = 0;
+  bool timed = false;
+};
+
+// Every matching line of the last 15000 lines of search.logtype's plain-text file, newest first,
+// unpaged; the caller sorts, pages and counts. *more, when given, is set when the file holds
+// more lines than that window (the file is read once for both).
+void FetchPlainLogs(const LogSearch& search, std::vector<PlainLine>* lines, bool* more = nullptr);

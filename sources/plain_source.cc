@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <memory>
@@ -27,6 +28,16 @@ std::string DateBound(const std::string& seconds) {
   return QUORLogConvertTime1(static_cast<time_t>(strtoll(seconds.c_str(), nullptr, 10)));
 }
 
+// "YYYY/MM/DD HH:MM:SS" in local time as epoch seconds; false (and 0) when it is not such a text.
+bool EpochOfLocalText(const char* text, int64_t* seconds) {
+  struct tm local = {};
+  *seconds = 0;
+  if (strptime(text, "%Y/%m/%d %H:%M:%S", &local) == nullptr) return false;
+  local.tm_isdst = -1;
+  *seconds = static_cast<int64_t>(mktime(&local));
+  return true;
+}
+
 struct LineFilter {
   std::string display;  // localized name of the log type
   std::string name;     // catalogue name
@@ -37,7 +48,7 @@ struct LineFilter {
 // Turns one line "level\ttime\tuser\tmessage" into a record, unless it is malformed (debug
 // message) or the search filters it out. line is cut up in place.
 void AddLine(char* line, const LogSearch& search, const LineFilter& filter,
-             std::vector<Json::Value>* records) {
+             std::vector<PlainLine>* lines) {
   // Kept for the messages about malformed lines; reused to spare an allocation per line.
   thread_local std::string original;
   original.assign(line);
@@ -73,14 +84,18 @@ void AddLine(char* line, const LogSearch& search, const LineFilter& filter,
   if (!filter.from.empty() && strcmp(filter.from.c_str(), time) > 0) return;
   if (!filter.to.empty() && strcmp(filter.to.c_str(), time) < 0) return;
   if (!LevelKept(search, levelNumber)) return;
-  Json::Value record(Json::objectValue);
+  lines->emplace_back();
+  PlainLine& typed = lines->back();
+  Json::Value& record = typed.record;
+  record = Json::Value(Json::objectValue);
   record["logtype"] = filter.display;
   record["orginalLogType"] = filter.name;
   record["descr"] = message;
   record["who"] = user;
   record["time"] = time;
+  typed.level = LogLevelOf(levelNumber).number;
   record["level"] = LogLevelOf(levelNumber).recordWord;
-  records->push_back(std::move(record));
+  typed.timed = EpochOfLocalText(time, &typed.seconds);
 }
 
 // The file at path opened for reading, or null when it is missing or not a regular file: a FIFO,
@@ -106,7 +121,8 @@ struct ReadLines {
 
 }  // namespace
 
-void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records) {
+void FetchPlainLogs(const LogSearch& search, std::vector<PlainLine>* records, bool* more) {
+  if (more != nullptr) *more = false;
   const LogTypeEntry* entry = FindLogTypeEntry(search.logtype);
   if (entry == nullptr) return;
   char path[kPathSize];
@@ -126,10 +142,12 @@ void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records) 
   std::unique_ptr<FILE, int (*)(FILE*)> file(OpenRegularFile(path), fclose);
   if (file == nullptr) return;
   ReadLines lines;
-  if (readfileinreverse(file.get(), &lines.lines, &lines.count, kMaxLines) < 0) {
+  // One line beyond the window tells whether the file holds more; it is not shown.
+  if (readfileinreverse(file.get(), &lines.lines, &lines.count, kMaxLines + 1) < 0) {
     LOG_ERROR_HERE("Read %s inversely failed.", path);
   } else {
-    for (int i = 0; i < lines.count; ++i) {
+    if (more != nullptr) *more = lines.count > kMaxLines;
+    for (int i = 0; i < lines.count && i < kMaxLines; ++i) {
       if (lines.lines[i] != nullptr) AddLine(lines.lines[i], search, filter, records);
     }
   }

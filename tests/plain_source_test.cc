@@ -34,8 +34,10 @@ std::vector<std::string> ReadBack(const std::string& path, int maxLines, int* rc
 }
 
 std::vector<Json::Value> Fetch(const LogSearch& search) {
+  std::vector<PlainLine> lines;
+  FetchPlainLogs(search, &lines);
   std::vector<Json::Value> records;
-  FetchPlainLogs(search, &records);
+  for (PlainLine& line : lines) records.push_back(std::move(line.record));
   return records;
 }
 

@@ -1,7 +1,6 @@
 // The SQL text the database sources build from a search.
 #include <gtest/gtest.h>
 
-#include "api/module_log.h"
 #include "sources/sql_query.h"
 #include "tests/support/temp_root.h"
 
@@ -22,19 +21,4 @@ TEST(SqlQuery, FilterClause) {
   // The GLOB part is escaped here; the pattern part is built from the raw keyword.
   EXPECT_EQ(" WHERE ((username GLOB '*it''s*') OR " + GenSQLRegexp("it's", "filename") + ")",
             BuildFilterClause(search, "filename"));
-}
-
-TEST(SqlQuery, SortFieldMustBeListed) {
-  const LogColumn* columns = ClassInfo(LogClass::kSystem).columns;
-  LogScope scope(kSyslogClientLog);
-  SysLogCapture log;
-  EXPECT_TRUE(CheckSortField("time", columns));
-  EXPECT_TRUE(log.lines().empty());
-  // Only the stored columns sort the list; record keys and computed columns do not.
-  for (const char* bad : {"time; DROP", "", "TIME", "msg ", "who", "logtype"}) {
-    log.Clear();
-    EXPECT_FALSE(CheckSortField(bad, columns)) << bad;
-    EXPECT_TRUE(log.Has(LOG_ERR, "QUOR.Core.SyslogClient.Log:")) << log.Dump();
-    EXPECT_TRUE(log.Has(LOG_ERR, " Bad sort field.")) << log.Dump();
-  }
 }

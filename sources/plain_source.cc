@@ -28,17 +28,75 @@ std::string DateBound(const std::string& seconds) {
   return QUORLogConvertTime1(static_cast<time_t>(strtoll(seconds.c_str(), nullptr, 10)));
 }
 
-// "YYYY/MM/DD HH:MM:SS" in local time as epoch seconds; false (and 0) when it is not such a text.
-bool EpochOfLocalText(const char* text, int64_t* seconds) {
-  struct tm local = {};
-  *seconds = 0;
-  if (strptime(text, "%Y/%m/%d %H:%M:%S", &local) == nullptr) return false;
-  local.tm_isdst = -1;
-  *seconds = static_cast<int64_t>(mktime(&local));
-  return true;
-}
+// "YYYY/MM/DD HH:MM:SS" texts in local time as epoch seconds. Lines come in runs of the same
+// day, so the start of the last day is kept: within a day that has no change of offset, a time
+// is its start plus hours, minutes and seconds, and mktime runs once per day, not per line.
+class LocalTimes {
+ public:
+  // False (and 0) when text is not such a text.
+  bool Epoch(const char* text, int64_t* seconds) {
+    struct tm local = {};
+    *seconds = 0;
+    if (!ReadCanonical(text, &local) && strptime(text, "%Y/%m/%d %H:%M:%S", &local) == nullptr) {
+      return false;
+    }
+    int within = local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec;
+    if (!known_ || local.tm_year != day_.tm_year || local.tm_mon != day_.tm_mon ||
+        local.tm_mday != day_.tm_mday) {
+      day_ = local;
+      known_ = true;
+      struct tm start = local, end = local;
+      start.tm_hour = start.tm_min = start.tm_sec = 0;
+      end.tm_hour = 23;
+      end.tm_min = end.tm_sec = 59;
+      start.tm_isdst = end.tm_isdst = -1;
+      start_ = static_cast<int64_t>(mktime(&start));
+      linear_ = static_cast<int64_t>(mktime(&end)) - start_ == 86399;
+    }
+    if (linear_) {
+      *seconds = start_ + within;
+    } else {
+      local.tm_isdst = -1;
+      *seconds = static_cast<int64_t>(mktime(&local));
+    }
+    return true;
+  }
+
+ private:
+  // The common exact form "dddd/dd/dd dd:dd:dd" read without strptime's locale machinery;
+  // false (anything else, or a field out of strptime's range) leaves the text to strptime.
+  static bool ReadCanonical(const char* t, struct tm* local) {
+    static const char kShape[] = "0000/00/00 00:00:00";
+    for (int i = 0; kShape[i] != '\0'; ++i) {
+      bool digit = t[i] >= '0' && t[i] <= '9';
+      if (kShape[i] == '0' ? !digit : t[i] != kShape[i]) return false;
+    }
+    auto n = [t](int at, int width) {
+      int value = 0;
+      for (int i = at; i < at + width; ++i) value = value * 10 + (t[i] - '0');
+      return value;
+    };
+    int month = n(5, 2), day = n(8, 2), hour = n(11, 2), minute = n(14, 2), second = n(17, 2);
+    if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 61) {
+      return false;
+    }
+    local->tm_year = n(0, 4) - 1900;
+    local->tm_mon = month - 1;
+    local->tm_mday = day;
+    local->tm_hour = hour;
+    local->tm_min = minute;
+    local->tm_sec = second;
+    return true;
+  }
+
+  struct tm day_ = {};
+  bool known_ = false;
+  int64_t start_ = 0;
+  bool linear_ = false;  // the kept day has no change of offset
+};
 
 struct LineFilter {
+  LocalTimes* times;    // the epoch of each line's time
   std::string display;  // localized name of the log type
   std::string name;     // catalogue name
   std::string from;     // date bounds as date texts, "" for none
@@ -95,7 +153,7 @@ void AddLine(char* line, const LogSearch& search, const LineFilter& filter,
   record["time"] = time;
   typed.level = LogLevelOf(levelNumber).number;
   record["level"] = LogLevelOf(levelNumber).recordWord;
-  typed.timed = EpochOfLocalText(time, &typed.seconds);
+  typed.timed = filter.times->Epoch(time, &typed.seconds);
 }
 
 // The file at path opened for reading, or null when it is missing or not a regular file: a FIFO,
@@ -133,7 +191,9 @@ void FetchPlainLogs(const LogSearch& search, std::vector<PlainLine>* records, bo
   if (QUORLogFilePathGet(entry->id, path, sizeof path) != 0) return;
 
   StringBundle texts("log");
+  LocalTimes times;
   LineFilter filter;
+  filter.times = &times;
   filter.display = texts.Text(entry->textKey, nullptr);
   filter.name = entry->name;
   filter.from = DateBound(search.date_from);

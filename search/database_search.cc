@@ -6,100 +6,28 @@
 
 #include <algorithm>
 
-#include "api/module_log.h"
 #include "catalogue/log_levels.h"
-#include "catalogue/log_types.h"
-#include "catalogue/text_helpers.h"
-#include "platform/disk.h"
-#include "platform/logfiles.h"
-#include "platform/root.h"
 #include "search/level_count_cache.h"
 #include "search/search_indexes.h"
 #include "search/search_result.h"
-#include "sources/disk_rows.h"
+#include "sources/core_log.h"
+#include "sources/log_classes.h"
 #include "sources/record_fields.h"
 #include "sources/sql_query.h"
-#include "sources/transfer_rows.h"
 
 namespace {
 
-namespace Disk = QUOR::SDS::STORAGE_MANAGER::Disk;
-
-const char kStoredSeverity[] = "(CASE level WHEN 'err' THEN 3 WHEN 'warning' THEN 2 ELSE 1 END)";
-
-// What differs between the classes.
-struct ClassShape {
-  const char* severity;                  // the level number of a row
-  const char* const (*sortColumns)[2];   // record key -> SQL expression, ended by a null key
-  std::vector<const char*> termColumns;  // where a term may occur
-};
-
-const char* const kSystemSort[][2] = {{"time", "time"},       {"level", "severity"},
-                                      {"who", "username"},    {"descr", "msg"},
-                                      {"logtype", "logtype"}, {"orginalLogType", "orginalLogType"},
-                                      {nullptr, nullptr}};
-const char* const kTransferSort[][2] = {{"time", "time"},
-                                        {"ip", "ip"},
-                                        {"username", "username"},
-                                        {"cmd", "cmd"},
-                                        {"filesize", "CAST(filesize AS INTEGER)"},
-                                        {"descr", "filename"},
-                                        {"logtype", "logtype"},
-                                        {"orginalLogType", "orginalLogType"},
-                                        {"isdir", "isdir"},
-                                        {nullptr, nullptr}};
-const char* const kDiskSort[][2] = {
-    {"time", "time"},           {"level", "severity"}, {"model", "model"}, {"serial", "serial"},
-    {"container", "container"}, {"slot", "slot"},      {"msg", "msg"},     {nullptr, nullptr}};
-
-ClassShape ShapeOf(LogClass c) {
-  switch (c) {
-    case LogClass::kTransfer:
-      return {"1", kTransferSort, {"username", "filename"}};
-    case LogClass::kDisk:
-      return {kStoredSeverity, kDiskSort, {"model", "serial", "container", "info"}};
-    default:
-      return {kStoredSeverity, kSystemSort, {"username", "msg"}};
-  }
-}
-
-std::string SortExpression(const ClassShape& shape, const std::string& key) {
-  for (const char* const* row = shape.sortColumns[0]; row[0] != nullptr; row += 2) {
-    if (key == row[0]) return row[1];
-  }
-  return "time";
-}
-
-// One term's condition: it occurs in one of the class's fields. The disk log also finds it in
-// the display form of a slot and in the display texts of its event codes.
-std::string TermCondition(const SearchRequest& search, const ClassShape& shape,
-                          const std::string& term) {
-  std::string condition;
-  for (const char* column : shape.termColumns) {
-    if (!condition.empty()) condition += " OR ";
-    condition += GenSQLFoldedContains(term, column);
-  }
-  if (search.logClass == LogClass::kDisk) {
-    char slot[32] = "";
-    std::string slotTerm = term;
-    if (Disk::DiskSlotReverseConverter(term.c_str(), slot, sizeof slot) > 0) slotTerm = slot;
-    condition += " OR " + GenSQLFoldedContains(slotTerm, "slot");
-    SzList codes(SLIBCSzListAlloc(64));
-    if (codes != nullptr && Disk::DiskLogKeywordTranform(term.c_str(), SzListSlot(&codes)) > 0) {
-      for (int i = 0; i < codes->nItem; ++i) {
-        condition += " OR " + GenSQLFoldedContains(SLIBCSzListGet(codes.get(), i), "msg");
-      }
-    }
-  }
-  return "(" + condition + ")";
+// The SQL expression that orders key; time for a key the class does not sort by.
+std::string SortExpression(const LogClassInfo& info, const std::string& key) {
+  const LogColumn* column = FindColumn(info, key);
+  return column != nullptr && column->sortBy != nullptr ? column->sortBy : "time";
 }
 
 // The WHERE clause of every arm: terms and time range (the level filter applies outside).
-std::string ArmFilter(const SearchRequest& search, const ClassShape& shape) {
+std::string ArmFilter(const SearchRequest& search, const LogClassInfo& info) {
   std::string filter = " WHERE 1=1";
   if (search.logClass == LogClass::kDisk) filter += " AND SHOW = 1";
-  for (const std::string& term : search.terms)
-    filter += " AND " + TermCondition(search, shape, term);
+  for (const std::string& term : search.terms) filter += " AND " + info.termCondition(info, term);
   if (search.hasFrom) filter += " AND time >= " + std::to_string(search.from);
   if (search.hasTo) filter += " AND time <= " + std::to_string(search.to);
   return filter;
@@ -108,10 +36,10 @@ std::string ArmFilter(const SearchRequest& search, const ClassShape& shape) {
 // " WHERE severity IN (...)" for the levels asked, or nothing when all are.
 std::string LevelFilter(const SearchRequest& search) {
   std::string list;
-  for (int level = 1; level <= 3; ++level) {
-    if (!search.levels[level]) continue;
+  for (const LogLevel* level = kLogLevels; level->number != 0; ++level) {
+    if (!search.levels[level->number]) continue;
     if (!list.empty()) list += ",";
-    list += std::to_string(level);
+    list += std::to_string(level->number);
   }
   return list == "1,2,3" ? std::string() : " WHERE severity IN (" + list + ")";
 }
@@ -125,8 +53,8 @@ class SearchScope {
   SearchScope(const SearchRequest& search, const std::string& candidates = std::string(),
               const std::string& sidecar = std::string())
       : search_(search),
-        shape_(ShapeOf(search.logClass)),
-        merged_(ArmFilter(search, shape_) + candidates),
+        info_(ClassInfo(search.logClass)),
+        merged_(ArmFilter(search, info_) + candidates),
         sidecar_(candidates.empty() ? std::string() : sidecar) {}
 
   bool Open(SearchFailure* failure, bool* empty) {
@@ -134,20 +62,22 @@ class SearchScope {
     SzList types(split);
     if (types == nullptr) return Fail("memory allocation failed", failure);
     for (const std::string& type : search_.types) SLIBCSzListPush(SzListSlot(&types), type.c_str());
-    LogClass logClass = search_.logClass;
     StoreStamp& stamp = stamp_;
     bool opened = false;
-    bool connected = merged_.AddTypes(types.get(), [&](const char* name, std::string* path) {
-      *path = StorePathOf(logClass, name);
-      if (path->empty()) return false;
+    // Every store that exists must be read: a store that cannot be opened or attached fails the
+    // whole search rather than answer with the rows of the others as if they were all.
+    auto databaseOf = [&](const char* name, std::string* path) {
+      if (!info_.storePath(name, path)) return false;
       stamp.AddFile(*path);
       if (access(path->c_str(), F_OK) == 0) {
         stamp.AddTable(opened ? name : "main");
         opened = true;
       }
       return true;
-    });
-    if (!connected) return Fail("the database cannot be opened", failure);
+    };
+    if (!merged_.AddTypes(types.get(), databaseOf, true, &failure->store)) {
+      return Fail("the database cannot be opened", failure);
+    }
     *empty = merged_.connection() == nullptr;
     if (!*empty && !sidecar_.empty()) {
       std::string attach = "ATTACH '" + EscapeSqlString(sidecar_) + "' AS search_index";
@@ -156,7 +86,7 @@ class SearchScope {
       }
     }
     select_ =
-        "SELECT *, " + std::string(shape_.severity) + " AS severity FROM (" + merged_.sql() + ")";
+        "SELECT *, " + std::string(info_.severity) + " AS severity FROM (" + merged_.sql() + ")";
     return true;
   }
 
@@ -172,7 +102,7 @@ class SearchScope {
   }
 
   const std::string& select() const { return select_; }
-  const ClassShape& shape() const { return shape_; }
+  const LogClassInfo& info() const { return info_; }
   // The state of the stores, for the count cache; false when it cannot be read.
   bool Stamp(const StoreStamp** stamp) {
     *stamp = &stamp_;
@@ -182,13 +112,15 @@ class SearchScope {
  private:
   bool Fail(const std::string& reason, SearchFailure* failure) {
     failure->reason = reason;
-    SLIBCSysLog(LOG_ERR, "QUOR.LogCenter.Search: cannot read the %s logs: %s",
-                search_.types.empty() ? "" : search_.types[0].c_str(), reason.c_str());
+    const std::string& store = !failure->store.empty() ? failure->store
+                               : search_.types.empty() ? std::string()
+                                                       : search_.types[0];
+    LOG_ERROR_HERE("cannot read the %s logs: %s", store.c_str(), reason.c_str());
     return false;
   }
 
   const SearchRequest& search_;
-  ClassShape shape_;
+  const LogClassInfo& info_;
   MergedSelect merged_;
   StoreStamp stamp_;
   std::string sidecar_;
@@ -197,47 +129,13 @@ class SearchScope {
 
 // The page's rows as records with the list's keys and texts, and their row id.
 void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* items) {
+  std::unique_ptr<RowDecoder> decoder = ClassInfo(search.logClass).decoder(result);
   LogRecord record;
-  TimeTexts times;
   QUORDBROW row;
-  if (search.logClass == LogClass::kDisk) {
-    DiskRowDecoder decoder(result);
-    RowColumns extra(result, {"id"});
-    while (QUORDBFetchRow(result, &row) == 0) {
-      record.Clear();
-      record.Point("level",
-                   LogLevelOf(LevelNumber(decoder.Field(row, DiskRowDecoder::kLevel))).recordWord);
-      decoder.Decode(row, &record);
-      record.Point("id", extra.Field(row, 0));
-      items->append(record.ToJson());
-    }
-    return;
-  }
-  if (search.logClass == LogClass::kTransfer) {
-    TransferRowDecoder decoder(result);
-    while (QUORDBFetchRow(result, &row) == 0) {
-      record.Clear();
-      const char* time = decoder.Field(row, TransferRowDecoder::kTime);
-      decoder.Decode(row, ReadInteger(time != nullptr ? time : ""), &record);
-      record.Point("id", decoder.Field(row, TransferRowDecoder::kId));
-      items->append(record.ToJson());
-    }
-    return;
-  }
-  RowColumns columns(result,
-                     {"time", "severity", "username", "msg", "orginalLogType", "logtype", "id"});
   while (QUORDBFetchRow(result, &row) == 0) {
     record.Clear();
-    const char* time = columns.Field(row, 0);
-    times.Convert(ReadInteger(time != nullptr ? time : ""), &record.Set("time"));
-    const char* severity = columns.Field(row, 1);
-    record.Point("level",
-                 LogLevelOf(static_cast<int>(ReadInteger(severity ? severity : "1"))).recordWord);
-    record.Point("who", columns.Field(row, 2));
-    record.Point("descr", columns.Field(row, 3));
-    record.Point("orginalLogType", columns.Field(row, 4));
-    record.Point("logtype", columns.Field(row, 5));
-    record.Point("id", columns.Field(row, 6));
+    decoder->Decode(row, LogLevelOf(decoder->Level(row)).recordWord, &record);
+    record.Point("id", decoder->Id(row));
     items->append(record.ToJson());
   }
 }
@@ -254,8 +152,8 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
   bool empty = false;
   if (!scope.Open(failure, &empty)) return false;
   if (empty) return true;
-  // One scan counts every level, kept while the stores do not change; the total is the count
-  // of the levels asked for.
+  // Without an index, one scan counts every level, kept while the stores do not change; the
+  // total is the count of the levels asked for.
   bool counted = indexed && indexes.CountLevels(search, result->levels);
   const StoreStamp* stamp = nullptr;
   bool stamped = !counted && scope.Stamp(&stamp);
@@ -288,7 +186,7 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
     limit = end - search.offset;
   }
   const std::string direction = search.ascending != reversed ? " ASC" : " DESC";
-  std::string order = SortExpression(scope.shape(), search.sort) + direction;
+  std::string order = SortExpression(scope.info(), search.sort) + direction;
   if (search.types.size() > 1) order += ", orginalLogType" + direction;
   order += ", id" + direction;
   std::string page = scope.select() + LevelFilter(search) + " ORDER BY " + order + " LIMIT " +
@@ -356,15 +254,17 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
   }
   LayOutBuckets(from, to, search.buckets, histogram);
   if (empty || to < from) return true;
+  // The statement only groups the matches finely enough that no group spans two buckets; which
+  // bucket a time falls in, and where an unreadable time counts, CountInBucket alone decides.
   const std::string first = std::to_string(from), width = std::to_string(histogram->bucket);
-  std::string sql = "SELECT CASE WHEN " + readable + " THEN " + first + " + (time - " + first +
-                    ") / " + width + " * " + width + " ELSE " + first +
-                    " END AS start, severity, count(*) FROM (" + matches +
-                    ") GROUP BY start, severity";
+  std::string sql = "SELECT min(t), severity, count(*) FROM (SELECT CASE WHEN " + readable +
+                    " THEN time END AS t, severity FROM (" + matches + ")) GROUP BY (t - " + first +
+                    ") / " + width + ", severity";
   return scope.Run(sql, failure, [&](PQUORDBRESULT rows) {
     QUORDBROW row;
     while (QUORDBFetchRow(rows, &row) == 0) {
-      CountInBucket(ReadInteger(QUORDBFetchFieldAt(rows, row, 0)),
+      const char* time = QUORDBFetchFieldAt(rows, row, 0);
+      CountInBucket(time != nullptr, time != nullptr ? ReadInteger(time) : 0,
                     static_cast<int>(ReadInteger(QUORDBFetchFieldAt(rows, row, 1))),
                     ReadInteger(QUORDBFetchFieldAt(rows, row, 2)), histogram);
     }

@@ -25,7 +25,8 @@ void LayOutBuckets(int64_t from, int64_t to, int buckets, Histogram* histogram) 
   }
 }
 
-void CountInBucket(int64_t seconds, int level, int64_t count, Histogram* histogram) {
+void CountInBucket(bool timed, int64_t seconds, int level, int64_t count, Histogram* histogram) {
+  if (!timed) seconds = histogram->from;
   if (seconds < histogram->from || seconds > histogram->to) return;
   Json::ArrayIndex index = static_cast<Json::ArrayIndex>(
       static_cast<uint64_t>(seconds - histogram->from) / static_cast<uint64_t>(histogram->bucket));

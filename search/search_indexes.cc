@@ -5,10 +5,8 @@
 
 #include <algorithm>
 
-#include "catalogue/log_types.h"
 #include "index/text_fold.h"
-#include "platform/logfiles.h"
-#include "platform/root.h"
+#include "sources/log_classes.h"
 #include "sources/sql_query.h"
 
 namespace {
@@ -19,17 +17,11 @@ const int64_t kCatchUpInPlace = 20000;
 
 }  // namespace
 
-std::string StorePathOf(LogClass logClass, const std::string& type) {
-  if (logClass == LogClass::kTransfer) return XferlogDBPathGet(type.c_str());
-  const char* file = LogDatabaseFile(type.c_str());
-  return file != nullptr ? QuorResolvePath(file) : std::string();
-}
-
 bool SearchIndexes::Open(const SearchRequest& search) {
   if (search.logClass != LogClass::kSystem && search.logClass != LogClass::kTransfer) return false;
   for (const std::string& type : search.types) {
-    std::string path = StorePathOf(search.logClass, type);
-    if (path.empty() || access(path.c_str(), F_OK) != 0) continue;
+    std::string path;
+    if (!StorePathOf(type.c_str(), &path) || access(path.c_str(), F_OK) != 0) continue;
     std::unique_ptr<IndexReader> reader = IndexReader::Open(path, kCatchUpInPlace);
     if (reader == nullptr) return false;
     readers_.push_back(std::move(reader));
@@ -129,8 +121,8 @@ bool SearchIndexes::FillHistogram(const SearchRequest& search, Histogram* histog
   for (size_t i = 0; i < counts.size(); ++i) {
     for (int level = 1; level <= 3; ++level) {
       if (search.levels[level] && counts[i][level] != 0) {
-        CountInBucket(from + static_cast<int64_t>(i) * histogram->bucket, level, counts[i][level],
-                      histogram);
+        CountInBucket(true, from + static_cast<int64_t>(i) * histogram->bucket, level,
+                      counts[i][level], histogram);
       }
     }
   }

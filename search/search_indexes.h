@@ -8,9 +8,6 @@
 #include "index/search_index.h"
 #include "search/search_result.h"
 
-// The real path of the store of a log type of the search's class ("" when it has none).
-std::string StorePathOf(LogClass logClass, const std::string& type);
-
 class SearchIndexes {
  public:
   // Opens the index of every existing store of search. False (a background catch-up started

@@ -440,15 +440,22 @@ TEST_P(SearchModule, BadParametersAndUnreadableStoresAnswerErrors) {
     EXPECT_EQ(b.reason, envelope["error"]["errors"]["reason"].asString());
     EXPECT_EQ(envelope, Envelope("histogram", b.params));
   }
+  // An unreadable store fails the search alone and merged with readable ones.
   for (const char* method : {"query", "histogram"}) {
-    Json::Value envelope = Envelope(method, {{"logtype", "netbkplog"}});
-    SCOPED_TRACE(envelope.toStyledString());
-    EXPECT_EQ(5101, envelope["error"]["code"].asInt());
-    EXPECT_EQ("netbkplog", envelope["error"]["errors"]["logtype"].asString());
-    EXPECT_FALSE(envelope["error"]["errors"]["reason"].asString().empty());
+    for (const char* types : {"netbkplog", "system,netbkplog"}) {
+      Json::Value envelope = Envelope(method, {{"logtype", types}});
+      SCOPED_TRACE(envelope.toStyledString());
+      EXPECT_EQ(5101, envelope["error"]["code"].asInt());
+      EXPECT_EQ(types, envelope["error"]["errors"]["logtype"].asString());
+      EXPECT_FALSE(envelope["error"]["errors"]["reason"].asString().empty());
+      EXPECT_EQ("netbkplog", envelope["error"]["errors"]["store"].asString());
+    }
   }
   if (GetParam() == Channel::kServer) {
-    EXPECT_TRUE(appliance->server->LogHas("QUOR.LogCenter.Search: cannot read the netbkplog logs"));
+    // The lines of the core carry the module's name too.
+    EXPECT_TRUE(appliance->server->LogHas(" cannot read the netbkplog logs"));
+    EXPECT_TRUE(appliance->server->LogHas("QUOR.LogCenter.Search:"));
+    EXPECT_FALSE(appliance->server->LogHas("QUOR.Core.SyslogClient.Log:"));
   }
 }
 

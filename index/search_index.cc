@@ -488,12 +488,17 @@ IndexReader::~IndexReader() {
 namespace {
 
 // Adds a row of time t (odd: not an integer) and level to the buckets of q.
-bool AddRow(const BucketQuery& q, bool odd, int64_t t, int level, int64_t n,
+// Adds n rows of time t and level to the buckets of q; type is the time's SQLite type. A time
+// that is not an integer compares as the scan's statement compares it: NULL meets no bound, a
+// text (or blob) meets every "from" and no "to"; either counts in the first bucket. False for a
+// real-valued time, which only the scan places.
+bool AddRow(const BucketQuery& q, int type, int64_t t, int level, int64_t n,
             std::vector<BucketCounts>* counts) {
   if (level < 1 || level > 3) level = 1;
-  if (odd) {
-    if (q.hasFrom || q.hasTo) return false;
-    (*counts)[0][level] += n;
+  if (type == SQLITE_FLOAT) return false;
+  if (type != SQLITE_INTEGER) {
+    bool met = type == SQLITE_NULL ? !q.hasFrom && !q.hasTo : !q.hasTo;
+    if (met) (*counts)[0][level] += n;
     return true;
   }
   if ((q.hasFrom && t < q.from) || (q.hasTo && t > q.to) || t < q.first) return true;
@@ -538,13 +543,32 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
   if (!odd || !hours || !minutes || !rows || !tail) return false;
   int rc;
   sqlite3_bind_int64(odd.get(), 1, kOddMinute);
+  int64_t odds = 0;
+  BucketCounts oddLevels{0, 0, 0, 0};
   while ((rc = sqlite3_step(odd.get())) == SQLITE_ROW) {
-    if (!AddRow(q, true, 0, sqlite3_column_int(odd.get(), 0), sqlite3_column_int64(odd.get(), 1),
-                counts)) {
-      return false;
-    }
+    int level = sqlite3_column_int(odd.get(), 0);
+    odds += sqlite3_column_int64(odd.get(), 1);
+    oddLevels[level >= 1 && level <= 3 ? level : 1] += sqlite3_column_int64(odd.get(), 1);
   }
   if (rc != SQLITE_DONE) return s.Fail("read counts");
+  if (odds > 0 && !q.hasFrom && !q.hasTo) {
+    for (int level = 1; level <= 3; ++level) (*counts)[0][level] += oddLevels[level];
+  } else if (odds > 0) {
+    // Rows without an integer time under a bound: read from the time index (NULLs sort first,
+    // texts and blobs last); a real-valued time there is left to the scan.
+    Stmt some = s.Prepare("SELECT time, " + severity +
+                          " FROM store.logs WHERE (time IS NULL OR time >= '') AND id <= ?");
+    if (!some) return false;
+    sqlite3_bind_int64(some.get(), 1, mark_);
+    int64_t found = 0;
+    while ((rc = sqlite3_step(some.get())) == SQLITE_ROW) {
+      ++found;
+      AddRow(q, sqlite3_column_type(some.get(), 0), 0, sqlite3_column_int(some.get(), 1), 1,
+             counts);
+    }
+    if (rc != SQLITE_DONE) return s.Fail("read odd rows");
+    if (found != odds) return false;
+  }
   // Walks the units of stmt (unit, level, n), adding whole ones and collecting the others.
   auto walk = [&](sqlite3_stmt* stmt, int64_t seconds, std::set<int64_t>* edges) {
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
@@ -577,16 +601,15 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
     sqlite3_bind_int64(rows.get(), 3, mark_);
     while ((rc = sqlite3_step(rows.get())) == SQLITE_ROW) {
       if (sqlite3_column_type(rows.get(), 0) != SQLITE_INTEGER) continue;  // counted as odd
-      AddRow(q, false, sqlite3_column_int64(rows.get(), 0), sqlite3_column_int(rows.get(), 1), 1,
-             counts);
+      AddRow(q, SQLITE_INTEGER, sqlite3_column_int64(rows.get(), 0),
+             sqlite3_column_int(rows.get(), 1), 1, counts);
     }
     if (rc != SQLITE_DONE) return s.Fail("read edge");
   }
   // Rows above the mark, read one by one.
   sqlite3_bind_int64(tail.get(), 1, mark_);
   while ((rc = sqlite3_step(tail.get())) == SQLITE_ROW) {
-    bool odd = sqlite3_column_type(tail.get(), 0) != SQLITE_INTEGER;
-    if (!AddRow(q, odd, odd ? 0 : sqlite3_column_int64(tail.get(), 0),
+    if (!AddRow(q, sqlite3_column_type(tail.get(), 0), sqlite3_column_int64(tail.get(), 0),
                 sqlite3_column_int(tail.get(), 1), 1, counts)) {
       return false;
     }
@@ -606,10 +629,17 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
   const std::string odd = std::to_string(kOddMinute);
   const std::string tail = "FROM store.logs WHERE id > " + std::to_string(mark_) + " AND " +
                            s.storeClass->severity + " IN (" + list + ")";
-  int64_t odds = 0, tailOdds = 0;
-  if (!s.Int("SELECT count(*) FROM hours WHERE hour = " + odd + in, 0, &odds) ||
-      !s.Int("SELECT count(*) " + tail + " AND typeof(time) != 'integer'", 0, &tailOdds) ||
-      odds + tailOdds > 0) {
+  const std::string timed = " AND typeof(time) = 'integer'";
+  // Rows without an integer time take no part in the bounds, unless one is real-valued (the
+  // scan's bounds take those): those are left to the scan.
+  int64_t odds = 0, plain = 0, tailReals = 0;
+  if (!s.Int("SELECT sum(n) FROM hours WHERE hour = " + odd, 0, &odds) ||
+      (odds > 0 && !s.Int("SELECT count(*) FROM store.logs WHERE (time IS NULL OR time >= '') "
+                          "AND id <= " +
+                              std::to_string(mark_),
+                          0, &plain)) ||
+      !s.Int("SELECT count(*) " + tail + " AND typeof(time) = 'real'", 0, &tailReals) ||
+      odds != plain || tailReals > 0) {
     return false;
   }
   int64_t low = 0, high = 0;
@@ -645,10 +675,10 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
     any = true;
   }
   int64_t tailCount = 0, tailLow = 0, tailHigh = 0;
-  if (!s.Int("SELECT count(*) " + tail, 0, &tailCount)) return false;
+  if (!s.Int("SELECT count(*) " + tail + timed, 0, &tailCount)) return false;
   if (tailCount > 0) {
-    if (!s.Int("SELECT min(time) " + tail, 0, &tailLow) ||
-        !s.Int("SELECT max(time) " + tail, 0, &tailHigh)) {
+    if (!s.Int("SELECT min(time) " + tail + timed, 0, &tailLow) ||
+        !s.Int("SELECT max(time) " + tail + timed, 0, &tailHigh)) {
       return false;
     }
     low = any ? std::min(low, tailLow) : tailLow;

@@ -538,7 +538,7 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
       "GROUP BY minute, level");
   std::string severity = s.storeClass->severity;
   Stmt rows = s.Prepare("SELECT time, " + severity +
-                        " FROM store.logs WHERE time BETWEEN ? AND ? AND id <= ?");
+                        " FROM store.logs WHERE time BETWEEN ? AND ? AND +id <= ?");
   Stmt tail = s.Prepare("SELECT time, " + severity + " FROM store.logs WHERE id > ?");
   if (!odd || !hours || !minutes || !rows || !tail) return false;
   int rc;
@@ -556,8 +556,8 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
   } else if (odds > 0) {
     // Rows without an integer time under a bound: read from the time index (NULLs sort first,
     // texts and blobs last); a real-valued time there is left to the scan.
-    Stmt some = s.Prepare("SELECT time, " + severity +
-                          " FROM store.logs WHERE (time IS NULL OR time >= '') AND id <= ?");
+    std::string arm = "SELECT time, " + severity + " FROM store.logs WHERE +id <= ?1 AND time ";
+    Stmt some = s.Prepare(arm + "IS NULL UNION ALL " + arm + ">= ''");
     if (!some) return false;
     sqlite3_bind_int64(some.get(), 1, mark_);
     int64_t found = 0;
@@ -634,9 +634,10 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
   // scan's bounds take those): those are left to the scan.
   int64_t odds = 0, plain = 0, tailReals = 0;
   if (!s.Int("SELECT sum(n) FROM hours WHERE hour = " + odd, 0, &odds) ||
-      (odds > 0 && !s.Int("SELECT count(*) FROM store.logs WHERE (time IS NULL OR time >= '') "
-                          "AND id <= " +
-                              std::to_string(mark_),
+      (odds > 0 && !s.Int("SELECT (SELECT count(*) FROM store.logs WHERE time IS NULL AND +id <= " +
+                              std::to_string(mark_) +
+                              ") + (SELECT count(*) FROM store.logs WHERE time >= '' AND +id <= " +
+                              std::to_string(mark_) + ")",
                           0, &plain)) ||
       !s.Int("SELECT count(*) " + tail + " AND typeof(time) = 'real'", 0, &tailReals) ||
       odds != plain || tailReals > 0) {
@@ -666,7 +667,7 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
     std::string range = std::to_string(bottom ? INT64_MIN : minute * 60) + " AND " +
                         std::to_string(top ? INT64_MAX : (minute + 1) * 60 - 1);
     if (!s.Int(std::string("SELECT ") + (lowest ? "min" : "max") +
-                   "(time) FROM store.logs WHERE time BETWEEN " + range + " AND id <= " +
+                   "(time) FROM store.logs WHERE time BETWEEN " + range + " AND +id <= " +
                    std::to_string(mark_) + " AND " + s.storeClass->severity + " IN (" + list + ")",
                0, &exact)) {
       return false;

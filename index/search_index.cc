@@ -478,6 +478,7 @@ std::unique_ptr<IndexReader> IndexReader::Open(const std::string& storePath, int
     return nullptr;
   }
   reader->mark_ = s.mark;
+  reader->span_ = std::max<int64_t>(0, s.mark - s.low + 1);
   return reader;
 }
 
@@ -508,6 +509,15 @@ bool AddRow(const BucketQuery& q, int type, int64_t t, int level, int64_t n,
 }
 
 }  // namespace
+
+int64_t IndexReader::Candidates(const std::string& match, int64_t limit) {
+  Stmt count =
+      state_->Prepare("SELECT count(*) FROM (SELECT rowid FROM terms WHERE terms MATCH ? LIMIT ?)");
+  if (!count) return -1;
+  sqlite3_bind_text(count.get(), 1, match.c_str(), -1, SQLITE_TRANSIENT);
+  sqlite3_bind_int64(count.get(), 2, limit);
+  return sqlite3_step(count.get()) == SQLITE_ROW ? sqlite3_column_int64(count.get(), 0) : -1;
+}
 
 namespace {
 

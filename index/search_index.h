@@ -65,6 +65,12 @@ class IndexReader {
   // Highest indexed row id: rows above it are not in the candidate table.
   int64_t mark() const { return mark_; }
 
+  // The number of candidate rows of an FTS5 query (CandidateQuery), counted up to limit; -1
+  // when it cannot be run.
+  int64_t Candidates(const std::string& match, int64_t limit);
+  // Rows the index holds (ids from the store's lowest up to the mark).
+  int64_t span() const { return span_; }
+
   // Adds the counts of query to *counts (query.buckets entries). False when the index cannot
   // answer it exactly (rows with odd times and a bound set; a read failed): scan instead.
   bool Count(const BucketQuery& query, std::vector<BucketCounts>* counts);
@@ -79,6 +85,7 @@ class IndexReader {
   IndexReader() = default;
   std::unique_ptr<State> state_;
   int64_t mark_ = 0;
+  int64_t span_ = 0;
 };
 
 // The FTS5 query that every row containing all of the folded terms matches (each term's

@@ -16,8 +16,9 @@ class SearchIndexes {
 
   // The condition that narrows a one-store term search to the index's candidates and the rows
   // above its mark, for an arm of a select with the sidecar attached as "search_index"; "" when
-  // the terms cannot be narrowed (several stores, no term of three characters).
-  std::string CandidateFilter(const SearchRequest& search) const;
+  // the terms cannot be narrowed (several stores, no term of three characters, candidates of
+  // more than a twentieth of the rows).
+  std::string CandidateFilter(const SearchRequest& search);
   const std::string& sidecar() const { return sidecar_; }
 
   // The level counts of search without terms (every filter but the level's). False: scan.

@@ -8,6 +8,7 @@
 #include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
 #include "catalogue/type_lists.h"
+#include "sources/log_classes.h"
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
 
@@ -37,9 +38,13 @@ std::string LevelDigits(const std::string& levels) {
 // Sorts every matching line of a plain-text log, then sends the requested page and counts its
 // levels. Offset and limit are taken as unsigned, so a negative offset selects nothing.
 int FetchPlainPage(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
-  std::vector<Json::Value> all;
+  std::vector<PlainLine> all;
   FetchPlainLogs(*search, &all);
-  if (!all.empty()) std::sort(all.begin(), all.end(), LogCompare(search->sort, search->ascending));
+  LogCompare compare(search->sort, search->ascending);
+  if (!all.empty()) {
+    std::sort(all.begin(), all.end(),
+              [&](const PlainLine& a, const PlainLine& b) { return compare(a.record, b.record); });
+  }
 
   const uint64_t n = all.size();
   const uint64_t offset = static_cast<uint64_t>(search->offset);
@@ -48,12 +53,8 @@ int FetchPlainPage(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
   LogRecord record;
   if (!((limit != 0 && end <= offset) || n <= offset)) {
     for (uint64_t i = offset; i < n && (limit == 0 || i < end); ++i) {
-      const Json::Value* level = all[i].find("level", "level" + 5);
-      const LogLevel* known = level != nullptr && level->isString()
-                                  ? LogLevelByRecordWord(level->asCString())
-                                  : nullptr;
-      CountLevel(known != nullptr ? known->number : 1, counts);
-      record.FromJson(all[i]);
+      CountLevel(all[i].level, counts);
+      record.FromJson(all[i].record);
       sink->Add(record);
     }
   }
@@ -68,6 +69,7 @@ int FetchLogs(LogSearch* search, std::vector<Json::Value>* results, LevelCounts*
 }
 
 int FetchLogs(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
+  LogScope scope(kSyslogClientLog);
   search->logtype = MapCategoriesToLogTypes(search->logtype);
   search->level = LevelDigits(search->level);
 
@@ -76,25 +78,25 @@ int FetchLogs(LogSearch* search, RecordSink* sink, LevelCounts* counts) {
   SzList owner(split);
   PSLIBSZLIST types = owner.get();
 
+  const LogClassInfo* logClass = ClassOfTypes(types);
   int total = 0;
-  if (AllLogTypesAre(IsXferLogType, types)) {
-    total = FetchTransferLogs(*search, types, sink);
-  } else if (AllLogTypesAre(IsDbLogType, types)) {
-    total = FetchSystemLogs(*search, types, sink, counts);
-  } else if (AllLogTypesAre(IsPlainLogType, types)) {
-    if (types->nItem >= 2) {
+  if (logClass == nullptr) {
+    // Types of several classes, or none of the catalogue's: nothing found, nothing said.
+  } else if (!logClass->merges && types->nItem >= 2) {
+    if (logClass->id == LogClass::kPlain) {
       LOG_ERROR_AT(1497, "only supports one logtype per request for plaintext logs");
-      total = -1;
     } else {
-      total = FetchPlainPage(search, sink, counts);
-    }
-  } else if (AllLogTypesAre(IsDiskLogType, types)) {
-    if (types->nItem >= 2) {
       LOG_ERROR_AT(1505, "only supports one logtype per request for disk logs");
-      total = -1;
-    } else {
-      total = FetchDiskLogs(*search, sink, counts);
     }
+    total = -1;
+  } else if (logClass->id == LogClass::kTransfer) {
+    total = FetchTransferLogs(*search, types, sink);
+  } else if (logClass->id == LogClass::kSystem) {
+    total = FetchSystemLogs(*search, types, sink, counts);
+  } else if (logClass->id == LogClass::kPlain) {
+    total = FetchPlainPage(search, sink, counts);
+  } else {
+    total = FetchDiskLogs(*search, sink, counts);
   }
   if (total < 0) LOG_ERROR_AT(1511, "fetch %s log failed.", search->logtype.c_str());
   return total;

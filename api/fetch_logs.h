@@ -5,8 +5,8 @@
 
 #include <vector>
 
-#include "api/log_search.h"
 #include "sources/log_record.h"
+#include "sources/log_search.h"
 
 // Normalises search (maps category words in logtype, rewrites level names to digits), routes it
 // to the one source whose class holds every requested type (transfer, database, plain-text,

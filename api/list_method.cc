@@ -18,6 +18,7 @@ struct ListResult {
 }  // namespace
 
 void ListMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  LogScope scope(kSyslogClientLog);
   try {
     LogSearch search;
     ListResult result;

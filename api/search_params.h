@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "api/log_search.h"
 #include "platform/webapi.h"
+#include "sources/log_search.h"
 
 // Fills the filters of search from the request with the interface's defaults: the system log,
 // sorted by time, newest first, every level, no dates, no keyword. "offset" defaults to the

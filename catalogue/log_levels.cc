@@ -16,16 +16,24 @@ const LogLevel& LogLevelOf(int number) {
   return number >= 1 && number <= 3 ? kLogLevels[number - 1] : kLogLevels[0];
 }
 
-const LogLevel* LogLevelByStored(const char* text) {
+namespace {
+
+// The row whose spelling (the member field) is text, or null.
+const LogLevel* FindLevel(const char* text, const char* LogLevel::*field) {
   for (const LogLevel* level = kLogLevels; text != nullptr && level->number != 0; ++level) {
-    if (strcmp(text, level->stored) == 0) return level;
+    if (strcmp(text, level->*field) == 0) return level;
   }
   return nullptr;
 }
 
+}  // namespace
+
+const LogLevel* LogLevelByStored(const char* text) { return FindLevel(text, &LogLevel::stored); }
+
 const LogLevel* LogLevelByRecordWord(const char* text) {
-  for (const LogLevel* level = kLogLevels; text != nullptr && level->number != 0; ++level) {
-    if (strcmp(text, level->recordWord) == 0) return level;
-  }
-  return nullptr;
+  return FindLevel(text, &LogLevel::recordWord);
+}
+
+const LogLevel* LogLevelBySearchName(const char* text) {
+  return FindLevel(text, &LogLevel::searchName);
 }

@@ -20,3 +20,5 @@ const LogLevel& LogLevelOf(int number);
 const LogLevel* LogLevelByStored(const char* text);
 // The row whose record word is text, or null.
 const LogLevel* LogLevelByRecordWord(const char* text);
+// The row whose search name is text, or null.
+const LogLevel* LogLevelBySearchName(const char* text);

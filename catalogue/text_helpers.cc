@@ -5,10 +5,10 @@
 #include <ctime>
 #include <vector>
 
-#include "api/module_log.h"
 #include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
 #include "platform/slibc.h"
+#include "sources/core_log.h"
 
 bool ContainsKeyword(const std::string& text, const std::string& keyword) {
   if (text.empty() || keyword.empty()) return false;

@@ -3,8 +3,8 @@
 
 #include <cstring>
 
-#include "api/module_log.h"
 #include "catalogue/log_types.h"
+#include "sources/core_log.h"
 
 namespace {
 

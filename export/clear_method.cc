@@ -11,6 +11,7 @@
 #include "platform/logdb.h"
 #include "platform/logfiles.h"
 #include "platform/stringbundle.h"
+#include "sources/log_classes.h"
 
 namespace {
 
@@ -47,9 +48,12 @@ bool IsClearable(const char* logType) {
   return IsDbLogType(logType) || IsXferLogType(logType) || IsDiskLogType(logType);
 }
 
+// The database of a catalogue name (exact spelling); the empty text, which no connect opens,
+// for any other spelling.
 std::string DatabasePath(const std::string& logType) {
-  const char* file = LogDatabaseFile(logType.c_str());
-  return file != nullptr ? file : XferlogDBPathGet(logType.c_str());
+  std::string path;
+  if (FindLogTypeEntry(logType) != nullptr) StorePathOf(logType.c_str(), &path);
+  return path;
 }
 
 // Empties the type's database and records the platform event. Failures are logged only: the
@@ -73,6 +77,7 @@ void EmptyDatabase(const std::string& logType) {
 }  // namespace
 
 void ClearMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  LogScope scope(kSyslogClientLog);
   try {
     std::string user = request->GetLoginUserName();
     std::string logTypes =

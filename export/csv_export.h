@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "api/log_search.h"
+#include "sources/log_search.h"
 
 // Writes the CSV attachment of search to standard output: header lines and title, then every
 // matching record, as it is read, in the layout of the search's first log type. target is

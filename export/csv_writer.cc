@@ -16,20 +16,6 @@ bool IsBareField(const char* begin, const char* end) {
 
 }  // namespace
 
-std::string CsvQuote(const std::string& field) {
-  const char* text = field.c_str();
-  if (IsBareField(text, text + field.size())) return field;
-  std::string quoted;
-  quoted.reserve(field.size() + 2);
-  quoted += '"';
-  for (char c : field) {
-    if (c == '"') quoted += '"';
-    quoted += c;
-  }
-  quoted += '"';
-  return quoted;
-}
-
 void WriteCsvHead(FILE* out, const std::string& fileName, const char* title) {
   fprintf(out, "Content-Type: text/csv\r\n");
   fprintf(out, "Content-Disposition:attachment; filename=\"%s\"\r\n\r\n", fileName.c_str());
@@ -75,11 +61,4 @@ void CsvRowWriter::Finish(const std::string& effectiveType) {
     LOG_ERROR_AT(616, "No such logType: %s", effectiveType.c_str());
   }
   Flush();
-}
-
-void WriteCsvBody(FILE* out, const std::string& effectiveType, const std::string& language,
-                  const std::vector<Json::Value>& records) {
-  CsvRowWriter writer(out, effectiveType, language);
-  AddJsonRecords(records, &writer);
-  writer.Finish(effectiveType);
 }

@@ -9,11 +9,6 @@
 
 #include "export/export_rows.h"
 
-// field between double quotes, each of its quotes doubled, when it holds a double quote, a
-// comma or a NUL byte; otherwise unchanged. Line breaks alone do not cause quoting: the
-// readers of these files have always received them bare.
-std::string CsvQuote(const std::string& field);
-
 // The HTTP header block and the title line (title printed as given), offered as fileName.
 void WriteCsvHead(FILE* out, const std::string& fileName, const char* title);
 
@@ -31,7 +26,3 @@ class CsvRowWriter : public ExportRows {
   void WriteHeadings(const std::vector<std::string>& headings) override;
   void WriteRow(const LogRecord& record) override;
 };
-
-// The same document body for records fetched beforehand.
-void WriteCsvBody(FILE* out, const std::string& effectiveType, const std::string& language,
-                  const std::vector<Json::Value>& records);

@@ -44,6 +44,7 @@ void WriteHtmlExport(const std::string& language, LogSearch* search) {
 }  // namespace
 
 void ExportMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  LogScope scope(kSyslogClientLog);
   response->SetEnableOutput(false);
   try {
     LogSearch search;

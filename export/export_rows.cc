@@ -14,11 +14,3 @@ void ExportRows::Add(const LogRecord& record) {
   }
   if (layout_ != nullptr) WriteRow(record);
 }
-
-void AddJsonRecords(const std::vector<Json::Value>& records, RecordSink* sink) {
-  LogRecord record;
-  for (const Json::Value& object : records) {
-    record.FromJson(object);
-    sink->Add(record);
-  }
-}

@@ -69,7 +69,3 @@ class ExportRows : public RecordSink {
   size_t used_ = 0;
   char buffer_[1 << 16];
 };
-
-// Sends every Json record of records to sink, in order: the road of callers that hold records
-// already fetched.
-void AddJsonRecords(const std::vector<Json::Value>& records, RecordSink* sink);

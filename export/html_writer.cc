@@ -73,10 +73,3 @@ void HtmlRowWriter::Finish(const std::string& effectiveType) {
   Put("</table></body></html>");
   Flush();
 }
-
-void WriteHtmlBody(FILE* out, const std::string& effectiveType, const std::string& language,
-                   const std::vector<Json::Value>& records) {
-  HtmlRowWriter writer(out, effectiveType, language);
-  AddJsonRecords(records, &writer);
-  writer.Finish(effectiveType);
-}

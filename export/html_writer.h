@@ -29,7 +29,3 @@ class HtmlRowWriter : public ExportRows {
   void WriteRow(const LogRecord& record) override;
   void PutEscaped(const char* begin, const char* end);
 };
-
-// The same for records fetched beforehand.
-void WriteHtmlBody(FILE* out, const std::string& effectiveType, const std::string& language,
-                   const std::vector<Json::Value>& records);

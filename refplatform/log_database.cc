@@ -5,11 +5,9 @@
 #include <strings.h>
 #include <sys/stat.h>
 
-#include <new>
 #include <string>
 #include <vector>
 
-#include "fault_hooks.h"
 #include "log_database_wait.h"
 #include "platform/logdb.h"
 #include "platform/root.h"
@@ -26,10 +24,8 @@ struct QuorDbConnection {
 // select over every row of a large log never holds more than one row in memory.
 struct QuorDbResult {
   sqlite3_stmt* stmt = nullptr;
-  bool pending = false;           // a stepped row not yet handed out by QUORDBFetchRow
-  bool current = false;           // a row is current (fetched and not yet passed)
-  bool hideColumns = false;       // test fault: every column reads as missing
-  bool throwOnSecondRow = false;  // test fault: memory runs out at the second row
+  bool pending = false;  // a stepped row not yet handed out by QUORDBFetchRow
+  bool current = false;  // a row is current (fetched and not yet passed)
   QUORDBROW row = -1;
 };
 
@@ -65,11 +61,6 @@ bool OnlyBlanks(const char* text) {
 
 // Prepares the one statement of sql and steps it once. On success *result owns the statement.
 int RunStatement(PQUORDB conn, const std::string& sql, PQUORDBRESULT* result) {
-  DbFault fault = TakeDbFault(sql.c_str());
-  if (fault == DbFault::kFail) {
-    SetError(conn, "injected failure");
-    return -1;
-  }
   sqlite3_stmt* stmt = nullptr;
   const char* tail = nullptr;
   if (sqlite3_prepare_v2(conn->db, sql.c_str(), -1, &stmt, &tail) != SQLITE_OK) {
@@ -93,19 +84,13 @@ int RunStatement(PQUORDB conn, const std::string& sql, PQUORDBRESULT* result) {
   }
   QuorDbResult* r = new QuorDbResult;
   r->stmt = stmt;
-  r->pending = rc == SQLITE_ROW && fault != DbFault::kNoRows;
-  r->hideColumns = fault == DbFault::kNoColumns;
-  r->throwOnSecondRow = fault == DbFault::kThrowOnSecondRow;
+  r->pending = rc == SQLITE_ROW;
   *result = r;
   return 0;
 }
 
 // Runs every statement of sql, discarding rows.
 int RunScript(PQUORDB conn, const std::string& sql) {
-  if (TakeDbFault(sql.c_str()) == DbFault::kFail) {
-    SetError(conn, "injected failure");
-    return -1;
-  }
   const char* next = sql.c_str();
   while (next != nullptr && *next != '\0') {
     sqlite3_stmt* stmt = nullptr;
@@ -186,7 +171,6 @@ int QUORDBSelectLimit(PQUORDB conn, const char* sql, int limit, int offset, PQUO
 
 int QUORDBFetchRow(PQUORDBRESULT result, QUORDBROW* row) {
   if (result == nullptr) return -1;
-  if (result->throwOnSecondRow && result->row == 0) throw std::bad_alloc();
   if (!result->pending) {
     if (!result->current) return -1;  // ran out earlier
     int rc = sqlite3_step(result->stmt);
@@ -203,14 +187,12 @@ int QUORDBFetchRow(PQUORDBRESULT result, QUORDBROW* row) {
 }
 
 const char* QUORDBFetchField(PQUORDBRESULT result, QUORDBROW, const char* column) {
-  if (result == nullptr || column == nullptr || !result->current || result->hideColumns) {
-    return nullptr;
-  }
+  if (result == nullptr || column == nullptr || !result->current) return nullptr;
   return QUORDBFetchFieldAt(result, 0, QUORDBColumnIndex(result, column));
 }
 
 int QUORDBColumnIndex(PQUORDBRESULT result, const char* column) {
-  if (result == nullptr || column == nullptr || result->hideColumns) return -1;
+  if (result == nullptr || column == nullptr) return -1;
   int count = sqlite3_column_count(result->stmt);
   for (int i = 0; i < count; ++i) {
     const char* name = sqlite3_column_name(result->stmt, i);

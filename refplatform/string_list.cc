@@ -2,11 +2,9 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "fault_hooks.h"
 #include "platform/slibc.h"
 
 PSLIBSZLIST SLIBCSzListAlloc(int initialSize) {
-  if (TakeListAllocFault()) return nullptr;
   PSLIBSZLIST list = static_cast<PSLIBSZLIST>(calloc(1, sizeof(SLIBSZLIST)));
   if (list == nullptr) return nullptr;
   list->nCapacity = initialSize > 0 ? initialSize : 1;

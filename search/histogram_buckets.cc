@@ -1,6 +1,11 @@
 // Time buckets of a histogram.
 #include "search/search_result.h"
 
+bool SpanFits(int64_t from, int64_t to) {
+  return to < from ||
+         static_cast<uint64_t>(to) - static_cast<uint64_t>(from) <= (uint64_t{1} << 62);
+}
+
 void LayOutBuckets(int64_t from, int64_t to, int buckets, Histogram* histogram) {
   histogram->from = from;
   histogram->to = to;
@@ -20,7 +25,8 @@ void LayOutBuckets(int64_t from, int64_t to, int buckets, Histogram* histogram) 
   }
 }
 
-void CountInBucket(int64_t seconds, int level, int64_t count, Histogram* histogram) {
+void CountInBucket(bool timed, int64_t seconds, int level, int64_t count, Histogram* histogram) {
+  if (!timed) seconds = histogram->from;
   if (seconds < histogram->from || seconds > histogram->to) return;
   Json::ArrayIndex index = static_cast<Json::ArrayIndex>(
       static_cast<uint64_t>(seconds - histogram->from) / static_cast<uint64_t>(histogram->bucket));

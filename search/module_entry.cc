@@ -9,6 +9,7 @@ namespace {
 
 const char kApi[] = "QUOR.LogCenter.Search";
 
+// One row per method in each table.
 const QUOR::APIMethodEntry kMethodTable[] = {
     {kApi, 1, "query", QueryMethod},
     {kApi, 1, "histogram", HistogramMethod},

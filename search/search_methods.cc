@@ -1,10 +1,14 @@
 // The methods of QUOR.LogCenter.Search: query and histogram, and their checker.
 #include "search/search_methods.h"
 
-#include "platform/systemlog.h"
+#include "catalogue/log_levels.h"
 #include "search/search_result.h"
+#include "sources/core_log.h"
 
 namespace {
+
+// The module's name on every line it writes, the core's lines included.
+const ModuleLog kSearchLog = {"QUOR.LogCenter.Search"};
 
 const int kErrorInvalidParameter = 120;
 const int kErrorUnreadableStore = 5101;
@@ -21,20 +25,29 @@ bool Read(const QUOR::APIRequest& request, QUOR::APIResponse* response, SearchRe
 
 void AnswerFailure(const QUOR::APIRequest& request, const SearchFailure& failure,
                    QUOR::APIResponse* response) {
+  if (failure.wideRange) {
+    Json::Value detail(Json::objectValue);
+    detail["name"] = "from";
+    detail["reason"] = "condition";
+    return response->SetError(kErrorInvalidParameter, detail);
+  }
   Json::Value detail(Json::objectValue);
   detail["logtype"] = request.GetParam("logtype", "system");
   detail["reason"] = failure.reason;
+  if (!failure.store.empty()) detail["store"] = failure.store;
   response->SetError(kErrorUnreadableStore, detail);
 }
 
 }  // namespace
 
 bool CheckSearchParams(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  LogScope scope(kSearchLog);
   SearchRequest search;
   return Read(*request, response, &search);
 }
 
 void QueryMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  LogScope scope(kSearchLog);
   try {
     SearchRequest search;
     if (!Read(*request, response, &search)) return;
@@ -47,19 +60,20 @@ void QueryMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
     answer["total"] = static_cast<Json::Int64>(result.total);
     answer["items"] = std::move(result.items);
     Json::Value levels(Json::objectValue);
-    levels["info"] = static_cast<Json::Int64>(result.levels[1]);
-    levels["warn"] = static_cast<Json::Int64>(result.levels[2]);
-    levels["err"] = static_cast<Json::Int64>(result.levels[3]);
+    for (const LogLevel* level = kLogLevels; level->number != 0; ++level) {
+      levels[level->recordWord] = static_cast<Json::Int64>(result.levels[level->number]);
+    }
     answer["levels"] = levels;
     answer["partial"] = result.partial;
     response->SetSuccess(std::move(answer));
   } catch (const std::exception& e) {
     // Only memory exhaustion gets here; the call then stays unanswered.
-    SLIBCSysLog(LOG_ERR, "QUOR.LogCenter.Search: query failed: %s", e.what());
+    LOG_ERROR_HERE("query failed: %s", e.what());
   }
 }
 
 void HistogramMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  LogScope scope(kSearchLog);
   try {
     SearchRequest search;
     if (!Read(*request, response, &search)) return;
@@ -76,6 +90,6 @@ void HistogramMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
     answer["counts"] = std::move(histogram.counts);
     response->SetSuccess(std::move(answer));
   } catch (const std::exception& e) {
-    SLIBCSysLog(LOG_ERR, "QUOR.LogCenter.Search: histogram failed: %s", e.what());
+    LOG_ERROR_HERE("histogram failed: %s", e.what());
   }
 }

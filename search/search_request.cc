@@ -3,36 +3,18 @@
 
 #include <string.h>
 
+#include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
 #include "catalogue/type_lists.h"
 #include "platform/slibc.h"
 
 namespace {
 
-// The record keys each class sorts by.
-const char* const kSystemKeys[] = {"time",    "level",          "who",  "descr",
-                                   "logtype", "orginalLogType", nullptr};
-const char* const kTransferKeys[] = {"time",  "ip",      "username",       "cmd",   "filesize",
-                                     "descr", "logtype", "orginalLogType", "isdir", nullptr};
-const char* const kDiskKeys[] = {"time",      "level", "model", "serial",
-                                 "container", "slot",  "msg",   nullptr};
-
-bool Listed(const std::string& key, const char* const* keys) {
-  for (; *keys != nullptr; ++keys) {
-    if (key == *keys) return true;
-  }
-  return false;
-}
-
-const char* const* SortKeys(LogClass c) {
-  switch (c) {
-    case LogClass::kTransfer:
-      return kTransferKeys;
-    case LogClass::kDisk:
-      return kDiskKeys;
-    default:
-      return kSystemKeys;
-  }
+// True when key is a record key the class sorts by (the plain-text class sorts in memory by
+// any of its keys).
+bool Sortable(const std::string& key, const LogClassInfo& info) {
+  const LogColumn* column = FindColumn(info, key);
+  return column != nullptr && (column->sortBy != nullptr || info.id == LogClass::kPlain);
 }
 
 // A text parameter: absent gives def; present and not a string is a type error.
@@ -76,20 +58,10 @@ bool ResolveTypes(const std::string& text, SearchRequest* search) {
     if (type == nullptr || FindLogTypeEntry(type) == nullptr) return false;
     search->types.push_back(type);
   }
-  struct {
-    bool (*test)(const char*);
-    LogClass logClass;
-    bool many;
-  } classes[] = {{IsDbLogType, LogClass::kSystem, true},
-                 {IsXferLogType, LogClass::kTransfer, true},
-                 {IsDiskLogType, LogClass::kDisk, false},
-                 {IsPlainLogType, LogClass::kPlain, false}};
-  for (const auto& c : classes) {
-    if (!AllLogTypesAre(c.test, types.get())) continue;
-    search->logClass = c.logClass;
-    return c.many || types->nItem == 1;
-  }
-  return false;
+  const LogClassInfo* info = ClassOfTypes(types.get());
+  if (info == nullptr) return false;
+  search->logClass = info->id;
+  return info->merges || types->nItem == 1;
 }
 
 bool ReadLevels(const std::string& text, SearchRequest* search) {
@@ -101,15 +73,11 @@ bool ReadLevels(const std::string& text, SearchRequest* search) {
     if (comma == std::string::npos) comma = text.size();
     std::string word = text.substr(at, comma - at);
     at = comma + 1;
-    if (word == "info") {
-      wanted[1] = true;
-    } else if (word == "warn" || word == "warning") {
-      wanted[2] = true;
-    } else if (word == "err") {
-      wanted[3] = true;
-    } else {
-      return false;
-    }
+    // A level by its record word ("warn") or its search name ("warning").
+    const LogLevel* level = LogLevelByRecordWord(word.c_str());
+    if (level == nullptr) level = LogLevelBySearchName(word.c_str());
+    if (level == nullptr) return false;
+    wanted[level->number] = true;
   }
   for (int i = 1; i <= 3; ++i) search->levels[i] = wanted[i];
   search->levelFiltered = true;
@@ -120,19 +88,20 @@ bool ReadLevels(const std::string& text, SearchRequest* search) {
 
 std::vector<std::string> SplitTerms(const std::string& q) {
   std::vector<std::string> terms;
+  const char* const kBlanks = " \t\n\r";
   size_t at = 0;
   while (at < q.size()) {
-    char c = q[at];
-    if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
+    if (strchr(kBlanks, q[at]) != nullptr) {
       ++at;
-    } else if (c == '"') {
+    } else if (q[at] == '"') {
       size_t close = q.find('"', at + 1);
       if (close == std::string::npos) close = q.size();
       std::string phrase = q.substr(at + 1, close - at - 1);
       if (!phrase.empty()) terms.push_back(phrase);
       at = close + 1;
     } else {
-      size_t end = q.find_first_of(" \t\n\r\"", at);
+      // A quote inside a word is one of its characters.
+      size_t end = q.find_first_of(kBlanks, at);
       if (end == std::string::npos) end = q.size();
       terms.push_back(q.substr(at, end - at));
       at = end;
@@ -175,7 +144,7 @@ bool ReadSearchRequest(const QUOR::APIRequest& request, SearchRequest* search, s
   if (!ReadLevels(level, search)) return refuse("level", "condition");
   if (order != "desc" && order != "asc") return refuse("order", "condition");
   search->ascending = order == "asc";
-  if (!Listed(sort, SortKeys(search->logClass))) return refuse("sort", "condition");
+  if (!Sortable(sort, ClassInfo(search->logClass))) return refuse("sort", "condition");
   search->sort = sort;
   search->terms = SplitTerms(q);
   // Transfer logs have no levels: a level filter selects nothing away.

@@ -23,10 +23,12 @@ struct Histogram {
 // Why a store could not be read, for the error 5101 answer (already logged).
 struct SearchFailure {
   std::string reason;
+  std::string store;       // the log type whose store failed, when one is known
+  bool wideRange = false;  // instead: the histogram's range cannot be laid out (error 120)
 };
 
-// The database classes (system, transfer, disk). False with *failure when a store cannot be
-// read; a missing store is empty.
+// The database classes (system, transfer, disk). False with *failure when any store of the
+// search exists but cannot be read (no partial answer); a missing store is empty.
 bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFailure* failure);
 bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
                           SearchFailure* failure);
@@ -35,8 +37,15 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
 bool QueryPlain(const SearchRequest& search, QueryResult* result, SearchFailure* failure);
 bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchFailure* failure);
 
+// True when [from, to] spans at most 2^62 seconds, so that bucket arithmetic (in SQL too) stays
+// within 64 bits. A histogram over a wider range is narrowed to its matches' first and last
+// time; when they too are further apart, it is refused with error 120.
+bool SpanFits(int64_t from, int64_t to);
+
 // The bucket layout of [from, to] in at most buckets buckets of whole seconds, the counts'
 // rows made empty.
 void LayOutBuckets(int64_t from, int64_t to, int buckets, Histogram* histogram);
-// Adds count matches of level (1 to 3) at seconds to its bucket.
-void CountInBucket(int64_t seconds, int level, int64_t count, Histogram* histogram);
+// Adds count matches of level (1 to 3) at seconds to its bucket. The one place of the edge
+// rules: a match whose time cannot be read (timed false) counts in the first bucket, as it
+// sorts first; a time outside [from, to] counts nowhere.
+void CountInBucket(bool timed, int64_t seconds, int level, int64_t count, Histogram* histogram);

@@ -3,9 +3,10 @@
 
 #include <string.h>
 
-#include "api/module_log.h"
+#include "catalogue/text_helpers.h"
 #include "platform/disk.h"
 #include "platform/slibc.h"
+#include "sources/core_log.h"
 
 namespace {
 
@@ -20,14 +21,17 @@ const char* OrDash(const char* text) { return text != nullptr && text[0] != '\0'
 
 DiskRowDecoder::DiskRowDecoder(PQUORDBRESULT result)
     : columns_(result, {"level", "time", "logtime", "container", "model", "serial", "slot", "path",
-                        "msg", "info"}) {
+                        "msg", "info", "id"}) {
   if (SLIBCFileGetKeyValue(kInfoFile, kModelKey, model_, sizeof model_, 0) < 1) {
     LOG_DEBUG_HERE("Failed to get value of %s in %s", kModelKey, kInfoFile);
     model_[0] = '\0';
   }
 }
 
-void DiskRowDecoder::Decode(QUORDBROW row, LogRecord* record) {
+int DiskRowDecoder::Level(QUORDBROW row) const { return LevelNumber(Field(row, kLevel)); }
+
+void DiskRowDecoder::Decode(QUORDBROW row, const char* levelWord, LogRecord* record) {
+  record->Point("level", levelWord);
   const char* time = Field(row, kTime);
   const char* logtime = Field(row, kLogtime);
   long long seconds = ReadInteger(time != nullptr ? time : "");

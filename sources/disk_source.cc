@@ -2,13 +2,10 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "api/module_log.h"
-#include "catalogue/log_types.h"
-#include "catalogue/text_helpers.h"
 #include "platform/disk.h"
 #include "platform/logfiles.h"
-#include "platform/root.h"
-#include "sources/disk_rows.h"
+#include "sources/core_log.h"
+#include "sources/log_classes.h"
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
 #include "sources/sql_query.h"
@@ -17,12 +14,10 @@ namespace {
 
 namespace Disk = QUOR::SDS::STORAGE_MANAGER::Disk;
 
-const char* const kSortColumns[] = {"level",     "time", "model", "serial",
-                                    "container", "slot", "msg",   nullptr};
-
 // The stored message codes whose display texts contain keyword, as conditions on msg joined by
 // a bare "OR"; the empty text when none matches.
-std::string MessageCondition(const std::string& keyword) {
+std::string MessageCondition(const std::string& keyword,
+                             std::string (*contains)(const std::string&, const std::string&)) {
   SzList codes(SLIBCSzListAlloc(512));
   if (codes == nullptr) {
     LOG_ERROR_HERE("Failed to allocation list");
@@ -33,32 +28,34 @@ std::string MessageCondition(const std::string& keyword) {
   if (found > 0 && codes->nItem > 0) {
     for (int i = 0; i < codes->nItem; ++i) {
       if (i > 0) group += "OR";
-      group += GenSQLRegexp(SLIBCSzListGet(codes.get(), i), "msg");
+      group += contains(SLIBCSzListGet(codes.get(), i), "msg");
     }
   }
   return group;
 }
 
-// The keyword clause. The joints after the first are a bare "OR": the statement parses the
-// same, and the text is kept as clients and logs have always shown it.
-std::string KeywordClause(const std::string& keyword) {
-  if (keyword.empty()) return " WHERE 1=1";
+}  // namespace
+
+std::string DiskKeywordCondition(const std::string& keyword,
+                                 std::string (*contains)(const std::string&, const std::string&)) {
   char slot[32] = "";
   std::string slotKeyword = keyword;
   if (Disk::DiskSlotReverseConverter(keyword.c_str(), slot, sizeof slot) > 0) slotKeyword = slot;
-  std::string group = MessageCondition(keyword);
-  return " WHERE (" + GenSQLRegexp(keyword, "model") + " OR " + GenSQLRegexp(keyword, "serial") +
-         "OR" + GenSQLRegexp(keyword, "container") + "OR" + GenSQLRegexp(slotKeyword, "slot") +
-         (group.empty() ? "" : "OR" + group) + "OR" + GenSQLRegexp(keyword, "info") + ")";
+  std::string group = MessageCondition(keyword, contains);
+  return "(" + contains(keyword, "model") + " OR " + contains(keyword, "serial") + "OR" +
+         contains(keyword, "container") + "OR" + contains(slotKeyword, "slot") +
+         (group.empty() ? "" : "OR" + group) + "OR" + contains(keyword, "info") + ")";
 }
 
-}  // namespace
-
 int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts) {
-  std::string clause = KeywordClause(search.keyword) + " AND SHOW = 1" + DateBounds(search);
-  if (!CheckSortField(search.sort, kSortColumns)) return -1;
+  const LogClassInfo& info = ClassInfo(LogClass::kDisk);
+  std::string keyword =
+      search.keyword.empty() ? " WHERE 1=1" : " WHERE " + DiskKeywordCondition(search.keyword);
+  std::string clause = keyword + " AND SHOW = 1" + DateBounds(search);
+  if (!CheckSortField(search.sort, info.columns)) return -1;
   std::string sql = " SELECT * FROM logs " + clause;
-  std::string path = QuorResolvePath(LogDatabaseFile("disk"));
+  std::string path;
+  info.storePath(search.logtype.c_str(), &path);
   if (!SLIBCFileExist(path.c_str())) {
     LOG_DEBUG_HERE("%s is not exist. (%s is not enable?)", path.c_str(), search.logtype.c_str());
     return 0;
@@ -73,26 +70,21 @@ int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts
   sql += " ORDER BY logtime DESC, " + search.sort + (search.ascending ? " ASC" : " DESC");
   QuorDbRows result;
   if (SelectPage(conn.get(), sql, search, &result) < 0) return -1;
-  DiskRowDecoder decoder(result.get());
+  std::unique_ptr<RowDecoder> decoder = info.decoder(result.get());
   LogRecord record;
   int sent = 0;
   QUORDBROW row;
   while (QUORDBFetchRow(result.get(), &row) == 0) {
-    int level = LevelNumber(decoder.Field(row, DiskRowDecoder::kLevel));
+    int level = decoder->Level(row);
     if (!LevelKept(search, level)) continue;
     record.Clear();
     // Counted before the time check: a row without time is counted but not shown.
-    record.Point("level", CountLevel(level, counts));
-    if (decoder.Field(row, DiskRowDecoder::kTime) == nullptr) continue;
-    decoder.Decode(row, &record);
+    const char* levelWord = CountLevel(level, counts);
+    if (decoder->Time(row) == nullptr) continue;
+    decoder->Decode(row, levelWord, &record);
     sink->Add(record);
     ++sent;
   }
   result.reset();
   return sink->WantsTotal() ? CountRows(conn.get(), sql) : sent;
-}
-
-int FetchDiskLogs(const LogSearch& search, std::vector<Json::Value>* records, LevelCounts* counts) {
-  JsonRecordList sink(records);
-  return FetchDiskLogs(search, &sink, counts);
 }

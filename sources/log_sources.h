@@ -7,32 +7,38 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <vector>
 
-#include "api/log_search.h"
 #include "platform/slibc.h"
 #include "sources/log_record.h"
+#include "sources/log_search.h"
 
 // System, connection and network-backup databases of typeList, merged. Returns the number of
 // matching rows (all levels, all pages), or -1 (logged) on failure. For a sink that wants no
 // total, the count query is skipped and the number of rows sent is returned.
 int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* sink,
                     LevelCounts* counts);
-int FetchSystemLogs(const LogSearch& search, PSLIBSZLIST typeList,
-                    std::vector<Json::Value>* records, LevelCounts* counts);
 
 // The transfer-log databases of typeList, merged. Transfer records have no level, so nothing is
 // counted. Returns the number of matching rows (0 when no database exists), or -1 on failure;
 // the total as for FetchSystemLogs.
 int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* sink);
-int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList,
-                      std::vector<Json::Value>* records);
 
 // The disk-log database. Returns the number of matching rows (0 when the database does not
 // exist), or -1 on failure; the total as for FetchSystemLogs.
 int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts);
-int FetchDiskLogs(const LogSearch& search, std::vector<Json::Value>* records, LevelCounts* counts);
 
-// Every matching line of the last 15000 lines of search.logtype's plain-text file, unsorted and
-// unpaged; the dispatcher sorts, pages and counts.
-void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records);
+// One line of a plain-text log, typed once by its source: the record the list shows, the level
+// number, and the line's local time as epoch seconds (timed false, seconds 0, when unreadable).
+struct PlainLine {
+  Json::Value record;
+  int level = 1;
+  int64_t seconds = 0;
+  bool timed = false;
+};
+
+// Every matching line of the last 15000 lines of search.logtype's plain-text file, newest first,
+// unpaged; the caller sorts, pages and counts. *more, when given, is set when the file holds
+// more lines than that window (the file is read once for both).
+void FetchPlainLogs(const LogSearch& search, std::vector<PlainLine>* lines, bool* more = nullptr);

@@ -3,15 +3,17 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <memory>
 
-#include "api/module_log.h"
+#include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
 #include "catalogue/text_helpers.h"
 #include "platform/logfiles.h"
 #include "platform/stringbundle.h"
+#include "sources/core_log.h"
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
 
@@ -26,7 +28,75 @@ std::string DateBound(const std::string& seconds) {
   return QUORLogConvertTime1(static_cast<time_t>(strtoll(seconds.c_str(), nullptr, 10)));
 }
 
+// "YYYY/MM/DD HH:MM:SS" texts in local time as epoch seconds. Lines come in runs of the same
+// day, so the start of the last day is kept: within a day that has no change of offset, a time
+// is its start plus hours, minutes and seconds, and mktime runs once per day, not per line.
+class LocalTimes {
+ public:
+  // False (and 0) when text is not such a text.
+  bool Epoch(const char* text, int64_t* seconds) {
+    struct tm local = {};
+    *seconds = 0;
+    if (!ReadCanonical(text, &local) && strptime(text, "%Y/%m/%d %H:%M:%S", &local) == nullptr) {
+      return false;
+    }
+    int within = local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec;
+    if (!known_ || local.tm_year != day_.tm_year || local.tm_mon != day_.tm_mon ||
+        local.tm_mday != day_.tm_mday) {
+      day_ = local;
+      known_ = true;
+      struct tm start = local, end = local;
+      start.tm_hour = start.tm_min = start.tm_sec = 0;
+      end.tm_hour = 23;
+      end.tm_min = end.tm_sec = 59;
+      start.tm_isdst = end.tm_isdst = -1;
+      start_ = static_cast<int64_t>(mktime(&start));
+      linear_ = static_cast<int64_t>(mktime(&end)) - start_ == 86399;
+    }
+    if (linear_) {
+      *seconds = start_ + within;
+    } else {
+      local.tm_isdst = -1;
+      *seconds = static_cast<int64_t>(mktime(&local));
+    }
+    return true;
+  }
+
+ private:
+  // The common exact form "dddd/dd/dd dd:dd:dd" read without strptime's locale machinery;
+  // false (anything else, or a field out of strptime's range) leaves the text to strptime.
+  static bool ReadCanonical(const char* t, struct tm* local) {
+    static const char kShape[] = "0000/00/00 00:00:00";
+    for (int i = 0; kShape[i] != '\0'; ++i) {
+      bool digit = t[i] >= '0' && t[i] <= '9';
+      if (kShape[i] == '0' ? !digit : t[i] != kShape[i]) return false;
+    }
+    auto n = [t](int at, int width) {
+      int value = 0;
+      for (int i = at; i < at + width; ++i) value = value * 10 + (t[i] - '0');
+      return value;
+    };
+    int month = n(5, 2), day = n(8, 2), hour = n(11, 2), minute = n(14, 2), second = n(17, 2);
+    if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 61) {
+      return false;
+    }
+    local->tm_year = n(0, 4) - 1900;
+    local->tm_mon = month - 1;
+    local->tm_mday = day;
+    local->tm_hour = hour;
+    local->tm_min = minute;
+    local->tm_sec = second;
+    return true;
+  }
+
+  struct tm day_ = {};
+  bool known_ = false;
+  int64_t start_ = 0;
+  bool linear_ = false;  // the kept day has no change of offset
+};
+
 struct LineFilter {
+  LocalTimes* times;    // the epoch of each line's time
   std::string display;  // localized name of the log type
   std::string name;     // catalogue name
   std::string from;     // date bounds as date texts, "" for none
@@ -36,7 +106,7 @@ struct LineFilter {
 // Turns one line "level\ttime\tuser\tmessage" into a record, unless it is malformed (debug
 // message) or the search filters it out. line is cut up in place.
 void AddLine(char* line, const LogSearch& search, const LineFilter& filter,
-             std::vector<Json::Value>* records) {
+             std::vector<PlainLine>* lines) {
   // Kept for the messages about malformed lines; reused to spare an allocation per line.
   thread_local std::string original;
   original.assign(line);
@@ -72,14 +142,18 @@ void AddLine(char* line, const LogSearch& search, const LineFilter& filter,
   if (!filter.from.empty() && strcmp(filter.from.c_str(), time) > 0) return;
   if (!filter.to.empty() && strcmp(filter.to.c_str(), time) < 0) return;
   if (!LevelKept(search, levelNumber)) return;
-  Json::Value record(Json::objectValue);
+  lines->emplace_back();
+  PlainLine& typed = lines->back();
+  Json::Value& record = typed.record;
+  record = Json::Value(Json::objectValue);
   record["logtype"] = filter.display;
   record["orginalLogType"] = filter.name;
   record["descr"] = message;
   record["who"] = user;
   record["time"] = time;
-  record["level"] = levelNumber == 3 ? "err" : levelNumber == 2 ? "warn" : "info";
-  records->push_back(std::move(record));
+  typed.level = LogLevelOf(levelNumber).number;
+  record["level"] = LogLevelOf(levelNumber).recordWord;
+  typed.timed = filter.times->Epoch(time, &typed.seconds);
 }
 
 // The file at path opened for reading, or null when it is missing or not a regular file: a FIFO,
@@ -105,7 +179,8 @@ struct ReadLines {
 
 }  // namespace
 
-void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records) {
+void FetchPlainLogs(const LogSearch& search, std::vector<PlainLine>* records, bool* more) {
+  if (more != nullptr) *more = false;
   const LogTypeEntry* entry = FindLogTypeEntry(search.logtype);
   if (entry == nullptr) return;
   char path[kPathSize];
@@ -116,7 +191,9 @@ void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records) 
   if (QUORLogFilePathGet(entry->id, path, sizeof path) != 0) return;
 
   StringBundle texts("log");
+  LocalTimes times;
   LineFilter filter;
+  filter.times = &times;
   filter.display = texts.Text(entry->textKey, nullptr);
   filter.name = entry->name;
   filter.from = DateBound(search.date_from);
@@ -125,10 +202,12 @@ void FetchPlainLogs(const LogSearch& search, std::vector<Json::Value>* records) 
   std::unique_ptr<FILE, int (*)(FILE*)> file(OpenRegularFile(path), fclose);
   if (file == nullptr) return;
   ReadLines lines;
-  if (readfileinreverse(file.get(), &lines.lines, &lines.count, kMaxLines) < 0) {
+  // One line beyond the window tells whether the file holds more; it is not shown.
+  if (readfileinreverse(file.get(), &lines.lines, &lines.count, kMaxLines + 1) < 0) {
     LOG_ERROR_HERE("Read %s inversely failed.", path);
   } else {
-    for (int i = 0; i < lines.count; ++i) {
+    if (more != nullptr) *more = lines.count > kMaxLines;
+    for (int i = 0; i < lines.count && i < kMaxLines; ++i) {
       if (lines.lines[i] != nullptr) AddLine(lines.lines[i], search, filter, records);
     }
   }

@@ -6,8 +6,8 @@
 #include <initializer_list>
 #include <string>
 
-#include "api/log_search.h"
 #include "platform/logdb.h"
+#include "sources/log_search.h"
 
 // The columns a source reads from every row of one result, looked up by name once and read by
 // position after. Holds at most kMax names; a name the result lacks reads as missing (null).

@@ -6,10 +6,10 @@
 #include <climits>
 #include <cstdint>
 
-#include "api/module_log.h"
 #include "catalogue/log_types.h"
 #include "platform/slibc.h"
 #include "platform/stringbundle.h"
+#include "sources/core_log.h"
 
 std::string EscapeSqlString(const std::string& text) {
   char* escaped = QUORDBEscapeStrAllocEX2(0, text.c_str());
@@ -41,9 +41,9 @@ std::string BuildFilterClause(const LogSearch& search, const char* patternColumn
   return clause + DateBounds(search);
 }
 
-bool CheckSortField(const std::string& sort, const char* const* allowed) {
-  for (; *allowed != nullptr; ++allowed) {
-    if (sort == *allowed) return true;
+bool CheckSortField(const std::string& sort, const LogColumn* columns) {
+  for (; columns->key != nullptr; ++columns) {
+    if (columns->listSorts && sort == columns->column) return true;
   }
   LOG_ERROR_HERE("Bad sort field.");
   return false;
@@ -72,7 +72,7 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
   std::string attach = "ATTACH \"" + path + "\" as " + typeName;
   if (QUORDBExecute(conn_.get(), attach.c_str(), nullptr) < 0) {
     LOG_ERROR_HERE("Failed to attach %s database", typeName.c_str());
-    return kSkipped;
+    return kAttachFailed;
   }
   sql_ += " UNION ALL SELECT *, '" + typeName + "' as orginalLogType, '" + display +
           "' as logtype FROM " + typeName + ".logs " + filter_;
@@ -81,7 +81,8 @@ MergedSelect::ArmResult MergedSelect::AddArm(const std::string& typeName,
 
 bool MergedSelect::AddTypes(
     PSLIBSZLIST typeList,
-    const std::function<bool(const char* type, std::string* path)>& databaseOf) {
+    const std::function<bool(const char* type, std::string* path)>& databaseOf, bool strict,
+    std::string* failed) {
   StringBundle texts("log");
   int types = typeList != nullptr ? typeList->nItem : 0;
   for (int i = 0; i < types; ++i) {
@@ -91,7 +92,11 @@ bool MergedSelect::AddTypes(
     std::string display = entry != nullptr ? texts.Text(entry->textKey, nullptr) : "";
     std::string path;
     if (!databaseOf(name, &path)) continue;
-    if (AddArm(name, display, path) == kConnectFailed) return false;
+    ArmResult added = AddArm(name, display, path);
+    if (added == kConnectFailed || (strict && added == kAttachFailed)) {
+      if (failed != nullptr) *failed = name;
+      return false;
+    }
   }
   return true;
 }

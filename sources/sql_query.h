@@ -5,9 +5,10 @@
 #include <functional>
 #include <string>
 
-#include "api/log_search.h"
 #include "platform/logdb.h"
 #include "platform/slibc.h"
+#include "sources/log_classes.h"
+#include "sources/log_search.h"
 
 // text escaped for use inside single quotes; the empty text when escaping fails.
 std::string EscapeSqlString(const std::string& text);
@@ -20,9 +21,10 @@ std::string DateBounds(const LogSearch& search);
 // else the user-name GLOB or the pattern condition on patternColumn; then the date bounds.
 std::string BuildFilterClause(const LogSearch& search, const char* patternColumn);
 
-// True when sort is one of the null-terminated allowed columns; otherwise logs "Bad sort
-// field." and returns false. The sort column is pasted into SQL unquoted: this is its guard.
-bool CheckSortField(const std::string& sort, const char* const* allowed);
+// True when sort is a column of the class that the list accepts as sort field; otherwise logs
+// "Bad sort field." and returns false. The sort column is pasted into SQL unquoted: this is its
+// guard.
+bool CheckSortField(const std::string& sort, const LogColumn* columns);
 
 // One select over the databases of several log types: the first existing database is opened
 // as the main one, the others are attached under their log-type name, and each contributes an
@@ -30,22 +32,25 @@ bool CheckSortField(const std::string& sort, const char* const* allowed);
 // Owns the connection and closes it when destroyed.
 class MergedSelect {
  public:
-  enum ArmResult { kAdded, kSkipped, kConnectFailed };
+  enum ArmResult { kAdded, kSkipped, kConnectFailed, kAttachFailed };
 
   explicit MergedSelect(std::string filter) : filter_(std::move(filter)) {}
 
-  // Adds the arm of typeName, whose database is at path. A missing file (debug message) or a
-  // failed attach skips the type; a failed connect of the first database is kConnectFailed.
-  // All three are logged.
+  // Adds the arm of typeName, whose database is at path. A missing file (debug message) is
+  // kSkipped; a failed connect of the first database is kConnectFailed, a failed attach of a
+  // later one kAttachFailed (both logged).
   ArmResult AddArm(const std::string& typeName, const std::string& displayName,
                    const std::string& path);
 
   // Adds the arm of every type of typeList in list order, with the display name that the "log"
   // texts give the type's catalogue row ("" for a name outside the catalogue) and the database
   // that databaseOf gives (false: the type is skipped, databaseOf has said why). Returns false
-  // when the first connect failed.
+  // when the first connect failed. A store that exists but cannot be attached is skipped (the
+  // list shows what the others hold), or, with strict, ends the select with false; *failed
+  // then names the type that could not be read.
   bool AddTypes(PSLIBSZLIST typeList,
-                const std::function<bool(const char* type, std::string* path)>& databaseOf);
+                const std::function<bool(const char* type, std::string* path)>& databaseOf,
+                bool strict = false, std::string* failed = nullptr);
 
   PQUORDB connection() const { return conn_.get(); }
   std::string& sql() { return sql_; }

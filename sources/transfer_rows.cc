@@ -1,3 +1,4 @@
+// File-transfer rows turned into records.
 #include "sources/transfer_rows.h"
 
 #include <string.h>
@@ -6,8 +7,9 @@ TransferRowDecoder::TransferRowDecoder(PQUORDBRESULT result)
     : columns_(result, {"time", "ip", "username", "cmd", "filesize", "filename", "orginalLogType",
                         "logtype", "isdir", "id"}) {}
 
-void TransferRowDecoder::Decode(QUORDBROW row, long long seconds, LogRecord* record) {
-  times_.Convert(seconds, &record->Set("time"));
+void TransferRowDecoder::Decode(QUORDBROW row, const char*, LogRecord* record) {
+  const char* time = Time(row);
+  times_.Convert(ReadInteger(time != nullptr ? time : ""), &record->Set("time"));
   record->Point("ip", Field(row, kIp));
   record->Point("username", Field(row, kUser));
   record->Point("cmd", Field(row, kCmd));

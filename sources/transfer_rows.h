@@ -3,10 +3,11 @@
 #pragma once
 
 #include "platform/logdb.h"
+#include "sources/log_classes.h"
 #include "sources/log_record.h"
 #include "sources/record_fields.h"
 
-class TransferRowDecoder {
+class TransferRowDecoder : public RowDecoder {
  public:
   // The columns of result's rows it reads, in this order (kId reads as null where the
   // select has no row id).
@@ -14,9 +15,12 @@ class TransferRowDecoder {
   explicit TransferRowDecoder(PQUORDBRESULT result);
 
   const char* Field(QUORDBROW row, Column column) const { return columns_.Field(row, column); }
-  // Sets "time" (from seconds), "ip", "username", "cmd", "filesize", "descr",
-  // "orginalLogType", "logtype" and "isdir" of record from the row, in that order.
-  void Decode(QUORDBROW row, long long seconds, LogRecord* record);
+  int Level(QUORDBROW) const override { return 1; }
+  const char* Time(QUORDBROW row) const override { return Field(row, kTime); }
+  const char* Id(QUORDBROW row) const override { return Field(row, kId); }
+  // Sets "time", "ip", "username", "cmd", "filesize", "descr", "orginalLogType", "logtype" and
+  // "isdir" of record from the row, in that order (transfers have no level).
+  void Decode(QUORDBROW row, const char* levelWord, LogRecord* record) override;
 
  private:
   RowColumns columns_;

@@ -1,28 +1,18 @@
 // The file-transfer logs: one merged select over the transfer databases of the request.
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-
-#include "platform/logfiles.h"
+#include "sources/log_classes.h"
 #include "sources/log_sources.h"
 #include "sources/record_fields.h"
 #include "sources/sql_query.h"
-#include "sources/transfer_rows.h"
-
-namespace {
-
-const char* const kSortColumns[] = {"time",     "ip",    "username", "cmd",  "filesize",
-                                    "filename", "isdir", "logtype",  nullptr};
-
-}  // namespace
 
 int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink* sink) {
-  MergedSelect merged(BuildFilterClause(search, "filename"));
+  const LogClassInfo& info = ClassInfo(LogClass::kTransfer);
+  MergedSelect merged(BuildFilterClause(search, info.listPatternColumn));
   // Records show the column filename under "descr", so clients sort by "descr".
   std::string sort = search.sort == "descr" ? "filename" : search.sort;
-  if (!CheckSortField(sort, kSortColumns)) return -1;
-  bool connected = merged.AddTypes(typeList, [](const char* name, std::string* path) {
-    *path = XferlogDBPathGet(name);
+  if (!CheckSortField(sort, info.columns)) return -1;
+  // A transfer type without a database path still gets its arm's "not exist" message.
+  bool connected = merged.AddTypes(typeList, [&](const char* name, std::string* path) {
+    info.storePath(name, path);
     return true;
   });
   if (!connected) return -1;
@@ -33,24 +23,17 @@ int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList, RecordSink*
   sql += OrderBy(sort, search.ascending) + " ,id" + (search.ascending ? " ASC" : " DESC");
   QuorDbRows result;
   if (SelectPage(merged.connection(), sql, search, &result) < 0) return -1;
-  TransferRowDecoder decoder(result.get());
+  std::unique_ptr<RowDecoder> decoder = info.decoder(result.get());
   LogRecord record;
   int sent = 0;
   QUORDBROW row;
   while (QUORDBFetchRow(result.get(), &row) == 0) {
-    const char* time = decoder.Field(row, TransferRowDecoder::kTime);
-    if (time == nullptr) continue;
+    if (decoder->Time(row) == nullptr) continue;
     record.Clear();
-    decoder.Decode(row, ReadInteger(time), &record);
+    decoder->Decode(row, nullptr, &record);
     sink->Add(record);
     ++sent;
   }
   result.reset();
   return sink->WantsTotal() ? CountRows(merged.connection(), sql) : sent;
-}
-
-int FetchTransferLogs(const LogSearch& search, PSLIBSZLIST typeList,
-                      std::vector<Json::Value>* records) {
-  JsonRecordList sink(records);
-  return FetchTransferLogs(search, typeList, &sink);
 }

@@ -35,7 +35,8 @@ struct Result {
 
 Result Fetch(const LogSearch& search) {
   Result r;
-  r.total = FetchDiskLogs(search, &r.records, &r.counts);
+  JsonRecordList sink(&r.records);
+  r.total = FetchDiskLogs(search, &sink, &r.counts);
   return r;
 }
 

@@ -2,14 +2,7 @@
 // handler prints them on standard output, compared byte for byte.
 #include <regex>
 
-#include "api/bundles.h"
-#include "api/fetch_logs.h"
 #include "api/methods.h"
-#include "catalogue/log_types.h"
-#include "catalogue/text_helpers.h"
-#include "export/csv_writer.h"
-#include "export/export_layouts.h"
-#include "export/html_writer.h"
 #include "platform/disk.h"
 #include "tests/support/run_process.h"
 #include "tests/support/stdout_capture.h"
@@ -220,59 +213,4 @@ TEST_F(ExportTest, ThroughTheWebApiCallToolTheDownloadIsTheWholeOutput) {
                   "logtype=system", "format=csv"});
   EXPECT_EQ(0, result.status) << result.err;
   EXPECT_EQ(inProcess, Stamped(result.out));
-}
-
-// Large downloads go row by row from the statement to the writer: the document is the one the
-// writers make of the same records fetched beforehand, byte for byte, for every layout, with
-// more rows than any buffer holds.
-TEST_F(ExportTest, LargeExportsStreamTheDocumentOfTheFetchedRecords) {
-  const char kRows[] =
-      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 30000) ";
-  MakeDatabase(root_.At("/var/log/quorlog/.QUORCONNDB"),
-               std::string(QUOR_SYSTEM_LOG_SCHEMA) + kRows +
-                   "INSERT INTO logs (time, level, username, msg) SELECT 1700000000 + i / 3, "
-                   "CASE i % 3 WHEN 0 THEN 'err' WHEN 1 THEN 'warning' ELSE 'info' END, "
-                   "'user' || i, 'event <' || i || '>, \"quoted\"' FROM n;");
-  MakeDatabase(root_.At("/var/log/quorlog/.SMBXFERDB"),
-               std::string(QUOR_TRANSFER_LOG_SCHEMA) + kRows +
-                   "INSERT INTO logs (time, ip, username, cmd, filesize, filename, isdir) "
-                   "SELECT 1700000000 + i, '10.0.0.' || (i % 250), 'u' || i, 'write', i * 977, "
-                   "'/share/f' || i || ',x', i % 7 = 0 FROM n;");
-  MakeDatabase(root_.At("/var/log/quorlog/.QUORDISKDB"),
-               std::string(QUOR_DISK_LOG_SCHEMA) + kRows +
-                   "INSERT INTO logs (level, time, logtime, model, serial, container, slot, path, "
-                   "msg, info, SHOW) SELECT 'warn', 1700000000 + i, 1700000000 + i, 'M' || i, "
-                   "'S' || i, '', '' || (i % 8), '', 'drive_crashed', '{}', 1 FROM n;");
-  for (const char* type : {"connection,system", "smbxfer,ftpxfer", "disk"}) {
-    for (const char* format : {"html", "csv"}) {
-      SCOPED_TRACE(std::string(type) + " " + format);
-      std::string streamed = Export(type, format);
-
-      LogSearch search;
-      search.logtype = type;
-      search.sort = "time";
-      std::vector<Json::Value> records;
-      LevelCounts counts;
-      FetchLogs(&search, &records, &counts);
-      ASSERT_GE(records.size(), 30000u);
-      char* text = nullptr;
-      size_t size = 0;
-      FILE* out = open_memstream(&text, &size);
-      std::string effective = EffectiveLogType(type);
-      std::string title = ModuleBundle().Text(GetLogTypeTextKey(effective).c_str(), "");
-      std::string name = MakeExportFileName(effective) + "." + format;
-      if (strcmp(format, "csv") == 0) {
-        WriteCsvHead(out, name, title.c_str());
-        WriteCsvBody(out, effective, "en", records);
-      } else {
-        WriteHtmlHead(out, name, title.c_str());
-        WriteHtmlBody(out, effective, "en", records);
-      }
-      fclose(out);
-      std::string expected = Stamped(std::string(text, size));
-      free(text);
-      EXPECT_GT(streamed.size(), 1000000u);
-      EXPECT_TRUE(streamed == expected) << "sizes " << streamed.size() << " " << expected.size();
-    }
-  }
 }

@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "api/fetch_logs.h"
 #include "api/methods.h"
-#include "sources/log_sources.h"
 #include "tests/support/platform_faults.h"
 #include "tests/support/source_search.h"
 #include "tests/support/stdout_capture.h"
@@ -88,7 +88,7 @@ TEST(FailureRelease, MemoryRunningOutMidReadLeavesNoDatabaseHeld) {
     for (auto method : {ListMethod, ExportMethod}) {
       int descriptors = OpenDescriptors();
       log.Clear();
-      ArmDbFault(" SELECT", DbFault::kThrowOnSecondRow);
+      ArmDbFault(" SELECT", DbFault::kThrowOnFirstRow);
       Call(method, params);
       EXPECT_TRUE(log.Has(LOG_ERR, "failed: std::bad_alloc")) << log.Dump();
       EXPECT_EQ(descriptors, OpenDescriptors());
@@ -116,7 +116,8 @@ TEST(FailureRelease, UnreadableDiskRowsShowWhatCanBeRead) {
                    "('err', 1, 1, CAST(x'C328FF' AS TEXT), 'drive_crashed', '{}', 1);");
   std::vector<Json::Value> records;
   LevelCounts counts;
-  int total = FetchDiskLogs(SourceSearch("disk"), &records, &counts);
+  LogSearch search = SourceSearch("disk");
+  int total = FetchLogs(&search, &records, &counts);
   ASSERT_EQ(5, total);
   ASSERT_EQ(5u, records.size());
   for (const Json::Value& record : records) {

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "sources/log_sources.h"
+#include "api/fetch_logs.h"
 #include "tests/support/source_search.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/log_demo.h"
@@ -40,33 +40,28 @@ TEST(LogDemo, LaysOutEveryStoreReadableBySources) {
             ReadFile(root.At("/etc.defaults/quorinfo.conf")).find("upnpmodelname=\"QS-920+\""));
   EXPECT_NE(std::string::npos, ReadFile(root.At("/etc/quor.conf")).find("language=\"en\""));
 
+  // Every store through the one road the methods take.
   std::vector<Json::Value> records;
   LevelCounts counts;
-  PSLIBSZLIST list = TypeListOf("system,connection,netbkplog");
-  int total = FetchSystemLogs(SourceSearch("system,connection,netbkplog"), list, &records, &counts);
-  SLIBCSzListFree(list);
+  auto fetch = [&](const char* types) {
+    records.clear();
+    counts = LevelCounts();
+    LogSearch search = SourceSearch(types);
+    return FetchLogs(&search, &records, &counts);
+  };
+  int total = fetch("system,connection,netbkplog");
   EXPECT_EQ(2000 + 500 + 100, total);
   EXPECT_EQ(total - 9, static_cast<int>(records.size()));  // three rows per store lack time
   EXPECT_GT(counts.info, counts.warn);
   EXPECT_GT(counts.warn, 0);
   EXPECT_GT(counts.error, 0);
-
-  records.clear();
-  list = TypeListOf("ftpxfer,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer");
-  EXPECT_GT(FetchTransferLogs(SourceSearch("filexfer"), list, &records), 0);
-  SLIBCSzListFree(list);
-
-  records.clear();
-  counts = LevelCounts();
-  int disks = FetchDiskLogs(SourceSearch("disk"), &records, &counts);
+  EXPECT_GT(fetch("filexfer"), 0);
+  int disks = fetch("disk");
   EXPECT_GT(disks, 30);
   EXPECT_LT(disks, 40);  // some of the 40 rows are hidden (SHOW 0)
   for (const Json::Value& r : records) EXPECT_NE("-", r["msg"].asString());
-
   for (const char* type : {"bkplog", "copylog", "bkpserverlog"}) {
-    records.clear();
-    FetchPlainLogs(SourceSearch(type), &records);
-    EXPECT_GE(records.size(), 100u) << type;
+    EXPECT_GE(fetch(type), 100) << type;
   }
 }
 

@@ -34,8 +34,10 @@ std::vector<std::string> ReadBack(const std::string& path, int maxLines, int* rc
 }
 
 std::vector<Json::Value> Fetch(const LogSearch& search) {
+  std::vector<PlainLine> lines;
+  FetchPlainLogs(search, &lines);
   std::vector<Json::Value> records;
-  FetchPlainLogs(search, &records);
+  for (PlainLine& line : lines) records.push_back(std::move(line.record));
   return records;
 }
 
@@ -202,5 +204,28 @@ TEST(PlainSource, KeywordTestAgreesWithContainsKeyword) {
       EXPECT_EQ(ContainsKeyword(text, keyword), KeywordFound(text, keyword))
           << text << " / " << keyword;
     }
+  }
+}
+
+// Each line's time is read once as epoch seconds in the appliance's zone, also on the days the
+// offset changes and for forms other than the exact one.
+TEST(PlainSource, TimesAsEpochSecondsAcrossOffsetChanges) {
+  TempRoot root;
+  ScopedTimeZone zone("Europe/Berlin");
+  const char* const times[] = {"2024/10/27 03:30:00", "2024/10/27 01:59:59", "2024/03/31 03:00:00",
+                               "2024/03/31 01:59:59", "2024/03/30 23:00:00", "2024/3/1 1:02:03",
+                               "2024/13/01 00:00:00"};
+  std::string file;
+  for (const char* time : times) file = "info\t" + std::string(time) + "\tu:\tm\n" + file;
+  root.Write("/var/log/quorbackup.log", file);
+  std::vector<PlainLine> lines;
+  FetchPlainLogs(SourceSearch("bkplog"), &lines);
+  ASSERT_EQ(std::size(times), lines.size());
+  for (size_t i = 0; i < lines.size(); ++i) {
+    struct tm local = {};
+    bool readable = strptime(times[i], "%Y/%m/%d %H:%M:%S", &local) != nullptr;
+    local.tm_isdst = -1;
+    EXPECT_EQ(readable, lines[i].timed) << times[i];
+    EXPECT_EQ(readable ? mktime(&local) : 0, lines[i].seconds) << times[i];
   }
 }

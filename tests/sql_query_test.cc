@@ -22,16 +22,3 @@ TEST(SqlQuery, FilterClause) {
   EXPECT_EQ(" WHERE ((username GLOB '*it''s*') OR " + GenSQLRegexp("it's", "filename") + ")",
             BuildFilterClause(search, "filename"));
 }
-
-TEST(SqlQuery, SortFieldMustBeListed) {
-  const char* const allowed[] = {"time", "msg", nullptr};
-  SysLogCapture log;
-  EXPECT_TRUE(CheckSortField("time", allowed));
-  EXPECT_TRUE(log.lines().empty());
-  for (const char* bad : {"time; DROP", "", "TIME", "msg "}) {
-    log.Clear();
-    EXPECT_FALSE(CheckSortField(bad, allowed)) << bad;
-    EXPECT_TRUE(log.Has(LOG_ERR, "QUOR.Core.SyslogClient.Log:")) << log.Dump();
-    EXPECT_TRUE(log.Has(LOG_ERR, " Bad sort field.")) << log.Dump();
-  }
-}

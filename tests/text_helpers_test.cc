@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <regex>
 
-#include "api/log_search.h"
 #include "catalogue/text_helpers.h"
+#include "sources/log_search.h"
 #include "sources/record_fields.h"
 #include "tests/support/temp_root.h"
 

@@ -29,7 +29,8 @@ Result Fetch(const LogSearch& search) {
                                     ? "ftpxfer,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer"
                                     : search.logtype);
   Result r;
-  r.total = FetchTransferLogs(search, list, &r.records);
+  JsonRecordList sink(&r.records);
+  r.total = FetchTransferLogs(search, list, &sink);
   SLIBCSzListFree(list);
   return r;
 }

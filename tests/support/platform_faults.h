@@ -1,10 +1,19 @@
-// Fault switches for tests: failures that real files cannot produce, armed one shot at a time
-// through the platform's fault hooks.
+// Faults that real files and real memory cannot produce (a statement that errs or yields
+// nothing, memory that runs out mid-read, a list that cannot be allocated), made on the tests'
+// side: the test binary defines the platform operations that the code under test calls, and
+// each forwards to the platform library's own unless a fault is armed. The shipped library
+// holds no fault switch.
 #pragma once
 
 #include <string>
 
-#include "refplatform/fault_hooks.h"
+enum class DbFault {
+  kNone,
+  kFail,             // the statement fails as if SQLite had refused it ("injected failure")
+  kNoRows,           // the statement runs but yields no row
+  kNoColumns,        // the statement's rows have no readable column
+  kThrowOnFirstRow,  // fetching a row throws std::bad_alloc, as memory running out mid-read
+};
 
 // Arms fault for the next statement whose text starts with sqlPrefix (one shot). kNone disarms.
 void ArmDbFault(const std::string& sqlPrefix, DbFault fault);

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "api/log_search.h"
 #include "platform/slibc.h"
+#include "sources/log_search.h"
 
 // A search of the comma list types, ordered by time (newest first), without filters or paging.
 LogSearch SourceSearch(const std::string& types);

@@ -88,10 +88,11 @@ export function WithLog(state, name) {
 }
 
 // The terms of a search text as the search API splits it: runs of non-blank
-// characters, or the text between double quotes as one term.
+// characters, or, when a double quote begins a term, the text up to the next quote
+// as one term; a quote inside a word is one of its characters.
 export function SearchTerms(text) {
   const terms = [];
-  const pattern = /"([^"]*)"?|([^\s"]+)/g;
+  const pattern = /"([^"]*)"?|([^\s"]\S*)/g;
   let match;
   while ((match = pattern.exec(text)) !== null) {
     const term = match[1] ?? match[2];

@@ -1,5 +1,5 @@
 // Ordering of result records by one key.
-#include "api/log_search.h"
+#include "sources/log_search.h"
 
 #include <cstring>
 

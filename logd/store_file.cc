@@ -186,9 +186,12 @@ int64_t StoreFile::FreePages() { return QueryInt("PRAGMA freelist_count", 0); }
 
 int64_t StoreFile::PageSize() { return QueryInt("PRAGMA page_size", 4096); }
 
-void StoreFile::Checkpoint() {
-  if (db_)
-    sqlite3_wal_checkpoint_v2(db_.get(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+void StoreFile::Checkpoint(bool truncate) {
+  if (db_) {
+    sqlite3_wal_checkpoint_v2(db_.get(), nullptr,
+                              truncate ? SQLITE_CHECKPOINT_TRUNCATE : SQLITE_CHECKPOINT_PASSIVE,
+                              nullptr, nullptr);
+  }
 }
 
 int64_t StoreFile::OldestTime() { return QueryInt("SELECT min(time) FROM logs", -1); }

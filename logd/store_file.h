@@ -62,7 +62,8 @@ class StoreFile {
   int64_t FreePages();
   int64_t PageSize();
   // Copies what the write-ahead log holds into the file, so that a vacuumed file shrinks.
-  void Checkpoint();
+  // truncate also cuts the log file to nothing, giving its space back to the file system.
+  void Checkpoint(bool truncate = false);
 
   const std::string& path() const { return path_; }
   const std::string& error() const { return error_; }

@@ -1,6 +1,7 @@
 // The writer thread: the one owner of the stores, fed by the queue.
 #include "logd/writer.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -17,6 +18,8 @@ namespace logd {
 namespace {
 
 const char* const kStoreNames[kStoreCount] = {"system", "connection"};
+// Room kept on the stores' file system for deleting rows when it is full.
+constexpr off_t kReserveBytes = 1 << 20;
 
 bool IsSpaceError(int rc) { return (rc & 0xff) == SQLITE_FULL || (rc & 0xff) == SQLITE_IOERR; }
 
@@ -58,7 +61,20 @@ bool Writer::Open(std::string* error) {
       return false;
     }
   }
+  LayReserve();
   return true;
+}
+
+std::string Writer::ReservePath() const {
+  return std::filesystem::path(options_.paths[0]).parent_path().string() + "/.quor-logd.reserve";
+}
+
+void Writer::LayReserve() {
+  std::string path = ReservePath();
+  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0) return;
+  if (posix_fallocate(fd, 0, kReserveBytes) != 0) unlink(path.c_str());
+  close(fd);
 }
 
 std::string Writer::Position(Store store, const std::string& input) {
@@ -164,22 +180,32 @@ void Writer::WriteStore(int s, const std::vector<const LogEntry*>& rows,
   }
 }
 
-// Deletes the oldest chunk of the failed store, or of the other one when the failed store
-// holds no rows, and gives the pages back. Returns false when nothing could be freed.
+// Deletes the oldest rows of the failed store, or of the other one when the failed store
+// holds no rows, and gives the pages back. On a full file system the delete itself needs room
+// in the write-ahead log: a truncating checkpoint first gives the log's space back, and the
+// chunk shrinks until a delete fits. Returns false when nothing could be freed.
 bool Writer::MakeRoom(int failed) {
+  // The reserve gives a delete room to start from; it is laid again once rows are gone.
+  unlink(ReservePath().c_str());
+  struct Relay {
+    Writer* writer;
+    ~Relay() { writer->LayReserve(); }
+  } relay{this};
   for (int k = 0; k < kStoreCount; ++k) {
     int s = (failed + k) % kStoreCount;
     StoreFile& store = *stores_[s];
     if (!EnsureOpen(s)) continue;
+    store.Checkpoint(true);
     int64_t deleted = 0;
-    if (Timed([&] { return store.DeleteOldest(options_.chunkRows, &deleted); }) != SQLITE_OK ||
-        deleted == 0) {
-      continue;
+    for (int64_t chunk = options_.chunkRows; chunk >= 10 && deleted == 0; chunk /= 4) {
+      Timed([&] { return store.DeleteOldest(chunk, &deleted); });
     }
-    while (store.FreePages() > 0 &&
-           Timed([&] { return store.Vacuum(options_.vacuumPages); }) == SQLITE_OK) {
+    if (deleted == 0) continue;
+    // Small vacuum steps, each checkpointed, so that the log never needs much room.
+    while (store.FreePages() > 0 && Timed([&] { return store.Vacuum(64); }) == SQLITE_OK) {
+      store.Checkpoint(true);
     }
-    store.Checkpoint();
+    store.Checkpoint(true);
     stats_.rowsFreedForSpace += deleted;
     Note(2, "The file system is full: removed the " + std::to_string(deleted) +
                 " oldest rows of the " + kStoreNames[s] + " log to make room.");

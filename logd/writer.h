@@ -42,7 +42,8 @@ struct WriterStats {
 // by the module's clear keeps everything written after the clear. A write that fails for
 // lack of space deletes the oldest rows and tries again; a write that cannot succeed is tried
 // again every second (the queue then fills and inputs wait), so nothing taken from the queue
-// is dropped while the writer runs.
+// is dropped while the writer runs. Beside the stores it keeps ".quor-logd.reserve", 1 MiB
+// given up to let a delete run on a full file system.
 class Writer {
  public:
   Writer(EntryQueue* queue, WriterOptions options);
@@ -66,6 +67,9 @@ class Writer {
                   const std::map<std::string, std::string>& positions);
   bool EnsureOpen(int store);
   bool MakeRoom(int failedStore);
+  // A file of some room beside the stores, given up when the file system is full.
+  std::string ReservePath() const;
+  void LayReserve();
   void Retain(int store);
   void Note(int level, const std::string& text);
   template <typename Call>

@@ -62,7 +62,6 @@ int StoreFile::Open() {
   std::error_code failed;
   std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), failed);
   struct stat st;
-  bool isNew = stat(path_.c_str(), &st) != 0;
   sqlite3* raw = nullptr;
   int rc =
       sqlite3_open_v2(path_.c_str(), &raw,
@@ -74,8 +73,11 @@ int StoreFile::Open() {
     return rc;
   }
   sqlite3_busy_timeout(db_.get(), kBusyTimeoutMs);
+  // A new file (or one left without its table by a crash while it was made) gets the pragmas
+  // and the schema, the schema in one transaction.
+  bool isNew = QueryInt("SELECT count(*) FROM sqlite_schema WHERE name = 'logs'", 0) == 0;
   if (isNew && ((rc = Exec(QUOR_NEW_STORE_PRAGMAS)) != SQLITE_OK ||
-                (rc = Exec(QUOR_SYSTEM_LOG_SCHEMA)) != SQLITE_OK)) {
+                (rc = Exec("BEGIN IMMEDIATE; " QUOR_SYSTEM_LOG_SCHEMA " COMMIT;")) != SQLITE_OK)) {
     db_.reset();
     return rc;
   }

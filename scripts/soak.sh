@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # make soak: the server's load test. Lays out a 1,000,000-row root once (BUILD/bench-data/soak),
-# serves it with the default workers, and runs quor-soak against it (SOAK_SECONDS, default 30).
+# serves it with the default workers, and runs quor-soak against it (SOAK_SECONDS, default 30);
+# then quor-logd's kill -9 run (scripts/logd_bench.sh kill).
 set -euo pipefail
 build=${1:-build}
 bin="$build/bin"
@@ -21,3 +22,6 @@ for _ in $(seq 100); do
 done
 [ -n "$port" ] || { echo "the server did not start (see $log)"; exit 1; }
 "$bin/quor-soak" "$port" soak soak-password "${SOAK_SECONDS:-30}"
+
+echo "== quor-logd: kill -9 at random moments during a journal burst, exactly once"
+"$(dirname "$0")/logd_bench.sh" "$build" kill

@@ -27,9 +27,9 @@ test: configure-test
 	@cmake --build $(BUILD) -j $(JOBS)
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
-# Only the server, the modules and the demo-data tool.
+# Only the server, the modules, the log writer and the demo-data tool.
 run: configure-run
-	@cmake --build $(BUILD) -j $(JOBS) --target quor-webapi quor-logdemo
+	@cmake --build $(BUILD) -j $(JOBS) --target quor-webapi quor-logdemo quor-logd
 	@scripts/run.sh $(BUILD)
 
 bench: test-deps
@@ -39,7 +39,7 @@ bench: test-deps
 	@scripts/bench.sh $(BUILD)
 
 soak: configure-run
-	@cmake --build $(BUILD) -j $(JOBS) --target quor-webapi quor-logdemo quor-soak
+	@cmake --build $(BUILD) -j $(JOBS) --target quor-webapi quor-logdemo quor-soak quor-logd
 	@scripts/soak.sh $(BUILD)
 
 format:

@@ -210,8 +210,15 @@ section_index() {
   rm -f "$root/.index-ready"
 }
 
+
+# quor-logd: journal -> store entries/s against journalctl reading the same journal files.
+section_logd() {
+  echo "== quor-logd: journal files (systemd-journal-remote) into the system store"
+  "$(dirname "$0")/logd_bench.sh" "$build" rate
+}
+
 sections=(section_export section_sources section_search section_small_list section_server
-  section_index)
+  section_index section_logd)
 for section in "${sections[@]}"; do
   "$section"
   echo

@@ -9,10 +9,10 @@
 set -euo pipefail
 
 packages=(build-essential cmake pkg-config ccache libjsoncpp-dev libicu-dev libboost-dev
-          libsodium-dev curl)
+          libsodium-dev libsystemd-dev curl)
 for arg in "$@"; do
   case "$arg" in
-    --test) packages+=(libgtest-dev libgmock-dev clang-format) ;;
+    --test) packages+=(libgtest-dev libgmock-dev clang-format systemd-journal-remote) ;;
     --browser)
       packages+=(chromium fonts-noto-cjk sqlite3)
       # Node.js may come from elsewhere, bundling its own npm (which Debian's npm

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # make soak: the server's load test. Lays out a 1,000,000-row root once (BUILD/bench-data/soak),
 # serves it with the default workers and runs quor-soak against it (SOAK_SECONDS, default 30);
-# then serves it again with one download slot for the sequential-download figure.
+# then serves it again with one download slot for the sequential-download figure; then
+# quor-logd's kill -9 run (scripts/logd_bench.sh kill).
 # SOAK_REFERENCE=PATH/quor-webapi runs the same first, against another build of the server (an
 # earlier one), so that both sets of figures come from one run.
 set -euo pipefail
@@ -46,4 +47,7 @@ for webapi in ${SOAK_REFERENCE:-} "$bin/quor-webapi"; do
   "$bin/quor-soak" --sequential "$port" 40 || status=1
   stop
 done
+
+echo "== quor-logd: kill -9 at random moments during a journal burst, exactly once"
+"$(dirname "$0")/logd_bench.sh" "$build" kill || status=1
 exit $status

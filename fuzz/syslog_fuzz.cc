@@ -14,8 +14,7 @@ namespace {
 // The parser's promises, checked on every input.
 void CheckEntry(const logd::LogEntry& entry) {
   if (entry.level < 1 || entry.level > 3) __builtin_trap();
-  if (entry.message.size() > logd::syslog::kMaxMessageBytes + logd::syslog::kCutMark.size())
-    __builtin_trap();
+  if (entry.message.size() > logd::syslog::kMaxMessageBytes) __builtin_trap();
   // Valid UTF-8 without NUL: repairing it again changes nothing.
   std::string again;
   logd::syslog::AppendValidUtf8(entry.message, &again);

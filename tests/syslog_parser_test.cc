@@ -202,10 +202,10 @@ TEST(SyslogParser, AnythingElseIsKeptWholeAndBounded) {
   // Over 64 KiB: cut on a character boundary and marked; so is a frame the transport cut.
   std::string big = "<13>Nov 23 10:00:00 h a: " + std::string(70000, 'x');
   // A two-byte character across the limit (the message starts after the 20-byte header).
-  big.replace(20 + logd::syslog::kMaxMessageBytes - 1, 2, "\xC3\xBC");
+  const size_t keep = logd::syslog::kMaxMessageBytes - logd::syslog::kCutMark.size();
+  big.replace(20 + keep - 1, 2, "\xC3\xBC");
   p = Parse(big);
-  EXPECT_EQ(logd::syslog::kMaxMessageBytes - 1 + logd::syslog::kCutMark.size(),
-            p.entry.message.size());
+  EXPECT_EQ(logd::syslog::kMaxMessageBytes - 1, p.entry.message.size());
   EXPECT_EQ(logd::syslog::kCutMark, p.entry.message.substr(p.entry.message.size() - 6));
   EXPECT_EQ(std::string("h a: short") + std::string(logd::syslog::kCutMark),
             Parse("<13>Nov 23 10:00:00 h a: short", kNow, "UTC", true).entry.message);

@@ -61,7 +61,7 @@ void AppendValidUtf8(std::string_view bytes, std::string* out) {
 
 void BoundMessage(std::string* text, bool already_cut) {
   if (text->size() > kMaxMessageBytes) {
-    size_t end = kMaxMessageBytes;
+    size_t end = kMaxMessageBytes - kCutMark.size();
     // Back up to the start of a character (never more than three continuation bytes).
     while (end > 0 && (static_cast<unsigned char>((*text)[end]) & 0xC0) == 0x80) --end;
     text->resize(end);

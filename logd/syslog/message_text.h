@@ -5,19 +5,21 @@
 #include <string>
 #include <string_view>
 
+#include "logd/journal_mapping.h"  // kMaxMessageBytes, the same bound for every input
+
 namespace logd::syslog {
 
-// The longest message stored, in bytes, before the mark is added.
-constexpr size_t kMaxMessageBytes = 64 * 1024;
-// Appended to a message that was cut.
+using logd::kMaxMessageBytes;
+// Ends a message that was cut, as the journal's rows do.
 constexpr std::string_view kCutMark = " [cut]";
 
 // Appends |bytes| to |out| with every byte that does not start a valid UTF-8 character, and
 // every NUL, replaced by U+FFFD. Never fails.
 void AppendValidUtf8(std::string_view bytes, std::string* out);
 
-// Cuts |text| to at most kMaxMessageBytes on a character boundary and adds kCutMark when
-// |text| is longer or when |already_cut| (the input was cut before it reached the parser).
+// Cuts |text| on a character boundary so that, with kCutMark added, it holds at most
+// kMaxMessageBytes, when it is longer than that or when |already_cut| (the input was cut before
+// it reached the parser).
 void BoundMessage(std::string* text, bool already_cut);
 
 }  // namespace logd::syslog

@@ -44,7 +44,7 @@ LogEntry ReceiverRow(int level, std::string message) {
   LogEntry entry;
   entry.time = ::time(nullptr);
   entry.level = level;
-  entry.user = "SYSTEM";
+  entry.user = kSystemUser;
   entry.message = std::move(message);
   return entry;
 }

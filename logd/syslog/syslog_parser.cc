@@ -372,7 +372,7 @@ int LevelOfSeverity(int severity) {
 SyslogFormat ParseSyslogMessage(std::string_view raw, bool cut, const ParseContext& context,
                                 LogEntry* entry) {
   entry->store = Store::kSystem;
-  entry->user = "SYSTEM";
+  entry->user = kSystemUser;
   // Trailing line ends and NULs are transport, not message.
   while (!raw.empty() && (raw.back() == '\n' || raw.back() == '\r' || raw.back() == '\0')) {
     raw.remove_suffix(1);

@@ -244,7 +244,6 @@ TEST(SyslogReceiver, EveryTransportAndFramingOnIpv4AndIpv6) {
   EXPECT_EQ((std::vector<std::string>{"::1 tcp6: a", "::1 tcp6: b", "::1 tcp6: c"}),
             sink.WaitFor("tcp6:", 3));
   EXPECT_EQ(std::vector<std::string>{"h tls: one"}, sink.WaitFor("tls:", 1));
-  EXPECT_EQ(8u, receiver.counters().received.load());
 
   // A listening address that is taken, and TLS files that do not exist, fail the start.
   SyslogConfig taken = LoopbackConfig();

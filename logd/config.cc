@@ -73,6 +73,12 @@ bool LoadConfig(const std::string& realPath, LogdConfig* config, std::string* er
     if (Trim(line).empty()) continue;
     size_t equals = line.find('=');
     std::string key = Trim(line.substr(0, equals));
+    std::string why;
+    if (equals != std::string::npos && key.rfind("syslog_", 0) == 0) {
+      if (syslog::SetSyslogOption(key, Trim(line.substr(equals + 1)), &read.syslog, &why)) continue;
+      *error = realPath + ":" + std::to_string(number) + ": " + why;
+      return false;
+    }
     int64_t value = 0;
     if (equals == std::string::npos || !ParseSize(Trim(line.substr(equals + 1)), &value) ||
         !Apply(key, value, &read)) {

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "logd/syslog/receiver_config.h"
+
 namespace logd {
 
 // What a store may hold; 0 turns a limit off.
@@ -20,6 +22,7 @@ struct LogdConfig {
   StoreLimits connection{500000, 256ll << 20, 365, 256ll << 20};
   size_t queueEntries = 100000;
   size_t queueBytes = 64u << 20;
+  syslog::SyslogConfig syslog;  // the "syslog_..." keys (logd/syslog/receiver_config.h)
 };
 
 // The configuration file's place under the appliance root.

@@ -1,6 +1,7 @@
 // quor-logd: the platform's log writer. Follows the machine's journal (or a folder of journal
 // files) into the system and connection log stores under the appliance root.
 //   quor-logd --root ROOT [--journal | --journal-dir DIR] [--config FILE]
+//             [--udp ADDR:PORT] [--tcp ADDR:PORT] [--tls ADDR:PORT --cert F --key F [--ca F]]
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -9,10 +10,13 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "logd/config.h"
 #include "logd/entry_queue.h"
 #include "logd/journal_follower.h"
+#include "logd/syslog/receiver.h"
 #include "logd/writer.h"
 #include "platform/root.h"
 #include "platform/systemlog.h"
@@ -24,10 +28,14 @@ struct Arguments {
   bool journal = false;
   std::string journalDir;
   std::string config;
+  std::vector<std::pair<std::string, std::string>> syslog;  // receiver options, in order
 };
 
 int Usage() {
-  fprintf(stderr, "usage: quor-logd --root ROOT [--journal | --journal-dir DIR] [--config FILE]\n");
+  fprintf(stderr,
+          "usage: quor-logd --root ROOT [--journal | --journal-dir DIR] [--config FILE]\n"
+          "                 [--udp ADDR:PORT] [--tcp ADDR:PORT]\n"
+          "                 [--tls ADDR:PORT --cert FILE --key FILE [--ca FILE]]\n");
   return 2;
 }
 
@@ -43,6 +51,9 @@ bool Parse(int argc, char** argv, Arguments* args) {
       args->journalDir = argv[++i];
     } else if (arg == "--config" && hasValue) {
       args->config = argv[++i];
+    } else if (arg.rfind("--", 0) == 0 && logd::syslog::IsSyslogCommandLineOption(arg.substr(2)) &&
+               hasValue) {
+      args->syslog.emplace_back(arg.substr(2), argv[++i]);
     } else {
       return false;
     }
@@ -84,6 +95,12 @@ int main(int argc, char** argv) {
     Say(LOG_ERR, error);
     return 1;
   }
+  for (const auto& [name, value] : args.syslog) {  // the command line adds to the file
+    if (!logd::syslog::SetSyslogOption(name, value, &config.syslog, &error)) {
+      Say(LOG_ERR, error);
+      return 2;
+    }
+  }
   logd::EntryQueue queue(config.queueEntries, config.queueBytes);
   logd::WriterOptions options;
   options.paths[0] = QuorResolvePath("/var/log/quorlog/.QUORSYSDB");
@@ -110,6 +127,16 @@ int main(int argc, char** argv) {
     }
   }
 
+  // The syslog receiver binds its addresses here too, so that a taken port fails the start.
+  std::unique_ptr<logd::syslog::SyslogReceiver> receiver;
+  if (config.syslog.Enabled()) {
+    receiver = std::make_unique<logd::syslog::SyslogReceiver>(config.syslog, &queue);
+    if (!receiver->Start(&error)) {
+      Say(LOG_ERR, "syslog receiver: " + error);
+      return 1;
+    }
+  }
+
   writer.Start();
   if (journal) journal->Start();
   Say(LOG_INFO, "started on " + args.root +
@@ -121,6 +148,7 @@ int main(int argc, char** argv) {
   sigwait(&stopSignals, &signal);
 
   if (journal) journal->Stop();
+  if (receiver) receiver->Stop();
   queue.Close();
   writer.Join();
   const logd::WriterStats& stats = writer.stats();

@@ -217,8 +217,128 @@ section_logd() {
   "$(dirname "$0")/logd_bench.sh" "$build" rate
 }
 
+
+# quor-logd's syslog receiver (each run on a fresh root). TCP: SYSLOG_COUNT lines (default
+# 1,000,000, about 110 bytes each) over one connection into the system-log store, beside Debian's
+# rsyslogd receiving the same stream over TCP into a plain file (imtcp to omfile), same run;
+# goal >= 1.0x. TLS: the same stream over TLS; goal >= 0.5x TCP. UDP: 3-s bursts at 100k/s
+# (goal: 0 lost) and at 200k/s, with the receive buffer the daemon asks for (4 MiB; the kernel
+# doubles it; net.core.rmem_max must allow it or the daemon run as root).
+section_syslog() {
+  echo "== syslog receiver: messages/s into the store vs rsyslogd into a file, UDP loss"
+  local load="$build/bin/syslog_load" logd="$build/bin/quor-logd" dir="$data/syslog"
+  local count=${SYSLOG_COUNT:-1000000} port=$((40000 + $$ % 20000))
+  rm -rf "$dir" && mkdir -p "$dir/work"
+  (cd "$dir" && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes \
+    -days 1 -subj /CN=127.0.0.1 -keyout key.pem -out cert.pem 2>/dev/null)
+
+  # The last rowid of root's system log: rows are only added during a run.
+  rows() { sqlite3 -readonly "$1/var/log/quorlog/.QUORSYSDB" "SELECT coalesce(max(rowid), 0) FROM logs" 2>/dev/null || echo 0; }
+  # Starts quor-logd on a fresh root with the given receiver options; sets logd_pid, root, base.
+  start_logd() {
+    root="$dir/root-$1"
+    shift
+    mkdir -p "$root/var/log/quorlog" "$root/etc"
+    "$logd" --root "$root" "$@" 2>"$root.err" &
+    logd_pid=$!
+    # The receiver's first row ("syslog receiver listening on ...") says it runs.
+    for _ in $(seq 100); do
+      [ "$(rows "$root")" -ge 1 ] && break
+      sleep 0.1
+    done
+    base=$(rows "$root")
+  }
+  stop_logd() { kill "$logd_pid" 2>/dev/null; wait "$logd_pid" 2>/dev/null || true; }
+  # Seconds until root's store holds want more rows than base (polled every 20 ms).
+  wait_rows() {
+    local want=$1 start=$2 now
+    for _ in $(seq 6000); do
+      [ "$(rows "$root")" -ge $((base + want)) ] && break
+      sleep 0.02
+    done
+    now=$(date +%s.%N)
+    awk -v a="$start" -v b="$now" 'BEGIN { printf "%.3f", b - a }'
+  }
+
+  # quor-logd over TCP.
+  start_logd tcp --tcp "127.0.0.1:$port"
+  local t0 tcp_s tls_s rs_s
+  t0=$(date +%s.%N)
+  "$load" tcp "$port" "$count" >/dev/null &
+  tcp_s=$(wait_rows "$count" "$t0")
+  wait $! || true
+  stop_logd
+
+  # quor-logd over TLS.
+  start_logd tls --tls "127.0.0.1:$((port + 1))" --cert "$dir/cert.pem" --key "$dir/key.pem"
+  t0=$(date +%s.%N)
+  "$load" tls "$((port + 1))" "$count" "$dir/cert.pem" >/dev/null &
+  tls_s=$(wait_rows "$count" "$t0")
+  wait $! || true
+  stop_logd
+
+  # rsyslogd: imtcp into a plain file, nothing else loaded.
+  cat >"$dir/rsyslog.conf" <<CONF
+global(workDirectory="$dir/work")
+module(load="imtcp")
+input(type="imtcp" address="127.0.0.1" port="$((port + 2))")
+*.* action(type="omfile" file="$dir/rsyslog.out")
+CONF
+  rsyslogd -n -f "$dir/rsyslog.conf" -i "$dir/rsyslog.pid" 2>"$dir/rsyslog.err" &
+  local rs_pid=$!
+  for _ in $(seq 100); do
+    (exec 3<>"/dev/tcp/127.0.0.1/$((port + 2))") 2>/dev/null && break
+    sleep 0.1
+  done
+  "$load" lines "$dir/rsyslog.out" 1 0 >/dev/null 2>&1 || true
+  local rs_base
+  rs_base=$(cat "$dir/rsyslog.out" 2>/dev/null | wc -l)
+  "$load" tcp "$((port + 2))" "$count" >/dev/null &
+  local send_pid=$!
+  rs_s=$("$load" lines "$dir/rsyslog.out" $((count + rs_base)) 300 | awk '{ print $2 }')
+  wait "$send_pid" || true
+  kill "$rs_pid" 2>/dev/null
+  wait "$rs_pid" 2>/dev/null || true
+
+  printf "%-40s %12s %10s %10s\n" "run ($count lines over one connection)" "msg/s" "seconds" "ratio"
+  awk -v n="$count" -v t="$tcp_s" -v s="$tls_s" -v r="$rs_s" 'BEGIN {
+    printf "%-40s %12.0f %10.2f %9s\n", "rsyslogd, TCP into a file", n / r, r, "1.00x"
+    printf "%-40s %12.0f %10.2f %8.2fx  (vs rsyslogd)\n", "quor-logd, TCP into the store", n / t, t, r / t
+    printf "%-40s %12.0f %10.2f %8.2fx  (vs quor-logd TCP)\n", "quor-logd, TLS into the store", n / s, s, t / s
+  }'
+
+  # UDP bursts: rows stored against datagrams sent; the kernel's receive-buffer drops beside.
+  local rate sent got errs0 errs1
+  printf "%-40s %12s %12s %10s %14s\n" "UDP burst, 3 s" "sent" "stored" "lost" "rcvbuf drops"
+  for rate in 100000 200000; do
+    start_logd "udp$rate" --udp "127.0.0.1:$((port + 3))"
+    errs0=$(awk '/^Udp:/ { if (++n == 2) print $6 }' /proc/net/snmp)
+    sent=$("$load" udp "$((port + 3))" "$rate" 3 | awk '{ print $1 }')
+    local last=-1 now_rows
+    for _ in $(seq 100); do
+      sleep 0.2
+      now_rows=$(rows "$root")
+      [ "$now_rows" -eq "$last" ] && break
+      last=$now_rows
+    done
+    errs1=$(awk '/^Udp:/ { if (++n == 2) print $6 }' /proc/net/snmp)
+    got=$(sqlite3 -readonly "$root/var/log/quorlog/.QUORSYSDB" "SELECT count(*) FROM logs WHERE msg LIKE '% seq=%'")
+    stop_logd
+    awk -v r="$rate" -v s="$sent" -v g="$got" -v e=$((errs1 - errs0)) 'BEGIN {
+      printf "%-40s %12d %12d %9.2f%% %14d\n", r "/s", s, g, 100 * (s - g) / s, e
+    }'
+  done
+  sqlite3 "$root/var/log/quorlog/.QUORSYSDB" \
+    "SELECT 'quor-logd: ' || msg FROM logs WHERE msg LIKE 'syslog receiver%'"
+}
+
 sections=(section_export section_sources section_search section_small_list section_server
-  section_index section_logd)
+  section_index section_logd section_syslog)
+# scripts/bench.sh BUILD [SECTION...] runs only the sections named (for example syslog).
+if [ $# -gt 1 ]; then
+  sections=()
+  for name in "${@:2}"; do sections+=("section_$name"); done
+fi
 for section in "${sections[@]}"; do
   "$section"
   echo

@@ -184,7 +184,8 @@ class SearchScope {
   std::string select_;
 };
 
-// The page's rows as records with the list's keys and texts, and their row id.
+}  // namespace
+
 void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* items) {
   LogRecord record;
   TimeTexts times;
@@ -230,8 +231,6 @@ void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* 
     items->append(record.ToJson());
   }
 }
-
-}  // namespace
 
 bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFailure* failure) {
   SearchScope scope(search);

@@ -4,7 +4,8 @@
 
 import {ClassOf} from './catalogue.js';
 import {byId} from './dom.js';
-import {T} from './i18n.js';
+import {CurrentLanguage, T} from './i18n.js';
+import {FormatRecordTime} from './time-text.js';
 import {LevelOfRecord, LogName} from './log-table.js';
 
 // The fields of a record in the order its layout shows them, then any other
@@ -17,6 +18,7 @@ export function EntryFields(log, record) {
     let text = String(record[column.key] ?? '');
     if (column.kind === 'level') text = T('level.' + LevelOfRecord(record).name);
     if (column.kind === 'log') text = LogName(record);
+    if (column.kind === 'time') text = FormatRecordTime(text, CurrentLanguage());
     if (column.kind === 'isdir') text = T(text === 'true' ? 'cell.folder' : 'cell.file');
     fields.push([T(column.label), text]);
   }

@@ -196,21 +196,31 @@ test('keyboard: labelled controls, visible focus, sorting and paging by keys', a
   assert.match(page.url(), /page=2/);
 });
 
-test('a narrow window lays entries out as cards without sideways scrolling', async () => {
+test('a phone shows six entries or more on its first screen, actions in a menu', async () => {
   await page.setViewportSize({width: 390, height: 844});
-  await page.goto(server.url + '#log=system');
-  await Ready(page);
-  const width = await page.evaluate(() => document.documentElement.scrollWidth);
-  assert.ok(width <= 390, `page is ${width}px wide`);
-  const cell = page.locator('#log-table td.msg').first();
-  assert.equal(await cell.evaluate((element) => getComputedStyle(element, '::before').content),
-               '"Event"');
-  // The filters fold behind one button; the logs are one select.
+  for (const lang of ['en', 'de']) {
+    await page.goto(server.url + '#log=system');
+    await Ready(page);
+    await page.locator('#app-lang').selectOption(lang);
+    const width = await page.evaluate(() => document.documentElement.scrollWidth);
+    assert.ok(width <= 390, `page is ${width}px wide`);
+    const visible = await page.$$eval('#log-table tbody tr', (rows) =>
+      rows.filter((row) => row.getBoundingClientRect().bottom <= window.innerHeight).length);
+    await Screenshot(page, `system-log-phone-${lang}`, {fullPage: false});
+    assert.ok(visible >= 6, `${lang}: ${visible} entries on the first screen`);
+  }
+  await page.locator('#app-lang').selectOption('en');
+  // Export and clear fold into one menu; the filters behind one button; the logs are one select.
+  assert.ok(await page.getByRole('button', {name: 'Export CSV'}).isHidden());
+  const menu = page.getByRole('button', {name: 'Actions', exact: true});
+  await menu.click();
+  assert.equal(await menu.getAttribute('aria-expanded'), 'true');
+  assert.ok(await page.getByRole('button', {name: 'Export CSV'}).isVisible());
+  assert.deepEqual(await AxeViolations(page), []);
   const toggle = page.getByRole('button', {name: 'Filters', exact: true});
   assert.ok(await page.locator('#filters').isHidden());
   assert.equal(await toggle.getAttribute('aria-expanded'), 'false');
   assert.ok(await page.locator('.nav-group').first().isHidden());
-  await Screenshot(page, 'system-log-narrow', {fullPage: false});
   await toggle.click();
   assert.ok(await page.locator('#filters').isVisible());
   assert.equal(await toggle.getAttribute('aria-expanded'), 'true');

@@ -71,6 +71,14 @@ export class LogView {
       ClearLog(this);
     });
     byId('filters-toggle').prepend(Icon('filter'));
+    // Narrow windows fold export and clear behind one button.
+    const menu = byId('actions-menu');
+    menu.prepend(Icon('menu'));
+    menu.addEventListener('click', () => {
+      const open = menu.getAttribute('aria-expanded') !== 'true';
+      menu.setAttribute('aria-expanded', String(open));
+      byId('more-actions').classList.toggle('open', open);
+    });
     // The skip link moves the focus without touching the address, which
     // holds the view's state.
     document.querySelector('.skip-link').addEventListener('click', (event) => {

@@ -1,0 +1,58 @@
+// Actions beside a second process that holds the store locked: the wait is
+// said at once over the dimmed table, can be cancelled, and a read that fails
+// or is cancelled leaves no rows that contradict the filters.
+
+import assert from 'node:assert/strict';
+import path from 'node:path';
+import {after, before, test} from 'node:test';
+
+import {AxeViolations, OpenLogCenter, Ready, TableRows} from './harness.js';
+import {StoreWriter} from './writer.js';
+
+let center, writer;
+before(async () => {
+  center = await OpenLogCenter({rows: 300});
+  writer = new StoreWriter(path.join(center.server.root, 'var/log/quorlog/.QUORSYSDB'));
+});
+after(async () => {
+  await writer?.Close();
+  await center?.close();
+});
+
+// The level words of the rows shown.
+async function LevelsShown(page) {
+  return new Set((await TableRows(page)).map((row) => row[0]));
+}
+
+test('a level change on a locked log: waiting said at once, Cancel, no contradicting rows', async () => {
+  const {page} = center;
+  await page.goto(center.server.url + '#log=system');
+  await Ready(page);
+  assert.ok((await LevelsShown(page)).has('Information'));
+
+  const held = writer.Hold(12000, 'EXCLUSIVE', 'held row');
+  await new Promise((resolve) => setTimeout(resolve, 300));
+  await page.locator('#level-info').uncheck();
+  const waiting = page.locator('#waiting');
+  await waiting.filter({hasText: 'Loading…'}).waitFor({timeout: 500});
+  assert.ok(await page.locator('#log-table-region.dimmed').isVisible());
+  await waiting.filter({hasText: 'another process may be holding it'}).waitFor({timeout: 2500});
+  assert.deepEqual(await AxeViolations(page), []);
+  await waiting.getByRole('button', {name: 'Cancel'}).click();
+  assert.ok(await waiting.isHidden());
+  assert.deepEqual(await TableRows(page), []);
+  assert.match(await page.locator('#status').innerText(), /Cancelled/);
+
+  // Left to wait, the read either ends in an error with an empty table or in
+  // the rows of the levels asked: never the old rows under unticked levels.
+  await page.locator('#level-warning').uncheck();
+  await page.waitForFunction(() => document.getElementById('waiting').hidden, null,
+                             {timeout: 20000});
+  const levels = await LevelsShown(page);
+  assert.ok(!levels.has('Information') && !levels.has('Warning'), [...levels].join());
+  await held;
+  await page.getByRole('button', {name: 'Refresh'}).click();
+  await Ready(page);
+  assert.deepEqual([...await LevelsShown(page)], ['Error']);
+  assert.ok(await page.locator('#error').isHidden(), 'a new action drops the old error');
+});

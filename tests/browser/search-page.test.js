@@ -24,6 +24,11 @@ async function Show(hash) {
   await Ready(page);
 }
 
+// The values of the open entry's fields, without their filter buttons.
+async function FieldTexts(target) {
+  return target.$$eval('#entry-fields dd', (values) => values.map((dd) => dd.firstChild.textContent));
+}
+
 async function NoAxeViolations(what) {
   assert.deepEqual(await AxeViolations(page), [], what);
 }
@@ -170,7 +175,7 @@ test('an entry opens in detail, copies as text, and its link reopens it', async 
   await page.keyboard.press('Enter');
   const dialog = page.getByRole('dialog', {name: 'Log entry'});
   await dialog.waitFor();
-  const fields = await dialog.locator('dd').allInnerTexts();
+  const fields = await FieldTexts(page);
   assert.deepEqual(fields.slice(0, 5), cells.map((text) => text.trim()));
   assert.match(fields[5], /^\d+$/, 'the row id');
   await NoAxeViolations('entry detail');
@@ -190,9 +195,55 @@ test('an entry opens in detail, copies as text, and its link reopens it', async 
   await other.goto(server.url + link);
   const reopened = other.getByRole('dialog', {name: 'Log entry'});
   await reopened.waitFor();
-  assert.deepEqual(await reopened.locator('dd').allInnerTexts(), fields);
+  assert.deepEqual(await FieldTexts(other), fields);
   await other.close();
 });
+
+test('show in context ignores the filters and marks the entry; filter for and out a value',
+     async () => {
+       await Show('#log=system&level=err');
+       const row = page.locator('#log-table tbody tr').nth(3);
+       await row.click();
+       const dialog = page.getByRole('dialog', {name: 'Log entry'});
+       await dialog.waitFor();
+       const id = (await FieldTexts(page))[5];
+       await dialog.getByRole('button', {name: 'Show in context'}).click();
+       const context = page.getByRole('dialog', {name: 'Entry in context'});
+       await context.waitFor();
+       const expected = await api.Search({logtype: 'system', id: Number(id), count: 10}, 'context');
+       assert.equal(expected.items.length, 21);
+       assert.ok(expected.items.some((item) => item.level !== 'err'), 'other levels around it');
+       const rows = context.locator('tbody tr');
+       assert.equal(await rows.count(), 21);
+       assert.deepEqual((await rows.nth(10).locator('td').allInnerTexts()).at(-1),
+                        expected.items[10].descr);
+       assert.equal(await rows.nth(10).getAttribute('aria-current'), 'true');
+       await NoAxeViolations('entry in context');
+       await Screenshot(page, 'entry-context', {fullPage: false});
+       await context.getByRole('button', {name: 'Show more before and after'}).click();
+       await page.waitForFunction(() => document.querySelectorAll('#context-table tbody tr').length === 41);
+       await context.getByRole('button', {name: 'Close'}).click();
+
+       // Filter out the level (none left), then for the user of another entry.
+       await Show('#log=system');
+       await page.locator('#log-table tbody tr').first().click();
+       await dialog.waitFor();
+       const [level, , , user] = await FieldTexts(page);
+       await dialog.getByRole('button', {name: `Hide entries with Level ${level}`}).click();
+       await Ready(page);
+       const words = {info: 'Information', warning: 'Warning', err: 'Error'};
+       assert.ok(!(await TableRows(page)).some((cells) => cells[0] === level));
+       const state = await AddressState(page);
+       assert.equal(state.level.split(',').length, 2);
+       assert.ok(!state.level.split(',').some((name) => words[name] === level));
+       await page.locator('#log-table tbody tr').first().click();
+       await dialog.waitFor();
+       const other = (await FieldTexts(page))[3];
+       await dialog.getByRole('button', {name: `Show only entries with User ${other}`}).click();
+       await Ready(page);
+       assert.ok((await TableRows(page)).every((cells) => cells.join(' ').includes(other)));
+       assert.ok(user);
+     });
 
 test('a long plain-text log says it shows its last lines; log names follow the page language',
      async () => {

@@ -97,8 +97,8 @@ function Headings(log, {sort, order, timeZone, onSort}) {
     heading.className = 'col-' + column.key;
     const label = T(column.label);
     let holder = heading;
-    const sorted = column.sort && column.sort === sort;
-    if (column.sort) {
+    const sorted = Boolean(onSort) && column.sort && column.sort === sort;
+    if (column.sort && onSort) {
       const button = document.createElement('button');
       button.type = 'button';
       button.className = 'sort';

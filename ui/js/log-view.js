@@ -6,6 +6,7 @@
 import * as api from './api.js';
 import {ClassOf, FindLog, LEVELS, MembersOf} from './catalogue.js';
 import {ClearLog} from './clear-action.js';
+import {ContextDialog} from './context-dialog.js';
 import {DescribeZone, EpochToWall, RecordTimeToWall} from './dates.js';
 import {byId} from './dom.js';
 import {ShowEntry} from './entry-dialog.js';
@@ -15,12 +16,12 @@ import {CurrentLanguage, FormatNumber, OnLanguageChange, T} from './i18n.js';
 import {Icon} from './icons.js';
 import {BuildNav, UpdateNav} from './log-nav.js';
 import {LiveMode, ReadMarks, RowsPast} from './live-follow.js';
-import {RenderTable} from './log-table.js';
+import {LevelOfRecord, RenderTable} from './log-table.js';
 import {ErrorText} from './messages.js';
 import {PageCount, Pager} from './pager.js';
 import {Timeline} from './timeline.js';
 import {FormatTimeText} from './time-text.js';
-import {BoundOf, FormatState, ParseState, SearchTerms} from './view-state.js';
+import {BoundOf, FormatState, ParseState, SearchTerms, WithLog} from './view-state.js';
 import {Waiting} from './waiting.js';
 
 const BUCKETS = 60;
@@ -30,6 +31,33 @@ function Digest(text) {
   let hash = 5381;
   for (let i = 0; i < text.length; ++i) hash = ((hash * 33) ^ text.charCodeAt(i)) >>> 0;
   return hash.toString(36);
+}
+
+// The filter for / filter out choices of a record's fields: a level alone or
+// without it, a user's name as a search phrase, and in a group view the
+// record's own log.
+function ValueFilters(log, state, record) {
+  const filters = {};
+  const reset = {page: 1, entry: ''};
+  if (ClassOf(log).levels && record.level) {
+    const level = LevelOfRecord(record).name;
+    filters.level = {
+      for: {...reset, levels: [level]},
+      out: {...reset, levels: state.levels.filter((name) => name !== level)},
+    };
+  }
+  for (const key of ['who', 'username']) {
+    const user = record[key];
+    if (!user || /"/.test(user)) continue;
+    const phrase = /\s/.test(user) ? `"${user}"` : user;
+    const keyword = SearchTerms(state.keyword).includes(user) ? state.keyword :
+        [state.keyword, phrase].filter(Boolean).join(' ');
+    filters[key] = {for: {...reset, keyword}};
+  }
+  if (record.orginalLogType && MembersOf(log).length > 1 && FindLog(record.orginalLogType)) {
+    filters.logtype = {for: WithLog(state, record.orginalLogType)};
+  }
+  return filters;
 }
 
 export class LogView {
@@ -45,6 +73,7 @@ export class LogView {
     this.zone = '';
     this.waiting = new Waiting();
     this.live = new LiveMode(this, onAuthLost);
+    this.context = new ContextDialog((error) => this.Fail(error));
     this.filters = new Filters((partial, how) => this.Apply(partial, how),
                                () => this.Wall(Math.floor(Date.now() / 1000)).slice(0, 10));
     this.pager = new Pager((partial) => this.Apply(partial));
@@ -419,10 +448,21 @@ export class LogView {
     const key = this.KeyOf(record);
     if (this.state.entry !== key) history.replaceState(null, '', FormatState({...this.state, entry: key}));
     this.state = {...this.state, entry: key};
-    ShowEntry(this.log, record, this.EntryAddress(record), () => {
+    const log = this.log;
+    const store = record.orginalLogType || this.state.log;
+    ShowEntry(log, record, this.EntryAddress(record), () => {
       this.state = {...this.state, entry: ''};
       history.replaceState(null, '', FormatState(this.state));
-      this.table.querySelector(`tr[data-key="${CSS.escape(key)}"]`)?.focus();
+      if (!byId('context-dialog').open) {
+        this.table.querySelector(`tr[data-key="${CSS.escape(key)}"]`)?.focus();
+      }
+    }, {
+      filters: ValueFilters(log, this.state, record),
+      onFilter: (partial) => this.Apply(partial),
+      onContext: log.cls === 'plain' || record.id === undefined ? null : () => {
+        byId('entry-dialog').close();
+        this.context.Open(log, store, record);
+      },
     });
   }
 

@@ -19,6 +19,7 @@ import {LiveMode, ReadMarks, RowsPast} from './live-follow.js';
 import {LevelOfRecord, RenderTable} from './log-table.js';
 import {ErrorText} from './messages.js';
 import {PageCount, Pager} from './pager.js';
+import {SavedViews} from './saved-views.js';
 import {Timeline} from './timeline.js';
 import {FormatTimeText} from './time-text.js';
 import {BoundOf, FormatState, ParseState, SearchTerms, WithLog} from './view-state.js';
@@ -74,6 +75,7 @@ export class LogView {
     this.waiting = new Waiting();
     this.live = new LiveMode(this, onAuthLost);
     this.context = new ContextDialog((error) => this.Fail(error));
+    this.views = new SavedViews(this, onAuthLost);
     this.filters = new Filters((partial, how) => this.Apply(partial, how),
                                () => this.Wall(Math.floor(Date.now() / 1000)).slice(0, 10));
     this.pager = new Pager((partial) => this.Apply(partial));

@@ -174,4 +174,6 @@ export default {
   'views.newName': 'Neuer Name für „{name}“',
   'views.empty': 'Geben Sie der Ansicht einen Namen.',
   'actions.more': 'Aktionen',
+  'views.exists': 'Eine Ansicht dieses Namens gibt es schon.',
+  'views.limit': 'Sie haben die meisten erlaubten Ansichten gespeichert; löschen Sie zuerst eine.',
 };

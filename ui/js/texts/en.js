@@ -174,4 +174,6 @@ export default {
   'views.newName': 'New name for “{name}”',
   'views.empty': 'Give the view a name.',
   'actions.more': 'Actions',
+  'views.exists': 'A view of that name exists already.',
+  'views.limit': 'You have the most saved views allowed; delete one first.',
 };

@@ -58,7 +58,7 @@ function ShowReport(log, totals) {
 }
 
 // Runs a clear of the view's log. `view` gives `log`, `state`, `waiting`,
-// `Fail(error)`, `Notice(text)` and `Load()`.
+// `Fail(error)`, `Notice(text)`, `ToFirstPage()` and `Load()`.
 export async function ClearLog(view) {
   const log = view.log;
   if (!ClassOf(log).clearable) return;
@@ -114,6 +114,7 @@ export async function ClearLog(view) {
   view.waiting.Stop();
   const notice = ShowReport(log, totals);
   view.Notice(cancelled && notice === '' ? T('clear.cancelledDone') : notice);
-  await view.Load({page: 1});
+  view.ToFirstPage();
+  await view.Load();
   byId('clear').focus();
 }

@@ -4,11 +4,12 @@
 // link that reopens it (the view narrowed to the entry's second, with the
 // entry named in the address).
 
-import {ClassOf} from './catalogue.js';
+import {ClassOf, FindLog, MembersOf} from './catalogue.js';
 import {byId} from './dom.js';
 import {CurrentLanguage, T} from './i18n.js';
-import {FormatRecordTime} from './time-text.js';
 import {LevelOfRecord, LogName} from './log-table.js';
+import {FormatRecordTime} from './time-text.js';
+import {SearchTerms, WithLog} from './view-state.js';
 
 // The fields of a record in the order its layout shows them, then any other
 // key it carries (the row id), each as [label, text].
@@ -24,6 +25,33 @@ export function EntryFields(log, record) {
   }
   if (record.id !== undefined) fields.push([T('entry.id'), String(record.id)]);
   return fields;
+}
+
+// The filter for / filter out choices of a record's fields: a level alone or
+// without it, a user's name as a search phrase, and in a group view the
+// record's own log.
+export function ValueFilters(log, state, record) {
+  const filters = {};
+  const reset = {page: 1, entry: ''};
+  if (ClassOf(log).levels && record.level) {
+    const level = LevelOfRecord(record).name;
+    filters.level = {
+      for: {...reset, levels: [level]},
+      out: {...reset, levels: state.levels.filter((name) => name !== level)},
+    };
+  }
+  for (const key of ['who', 'username']) {
+    const user = record[key];
+    if (!user || /"/.test(user)) continue;
+    const phrase = /\s/.test(user) ? `"${user}"` : user;
+    const keyword = SearchTerms(state.keyword).includes(user) ? state.keyword :
+        [state.keyword, phrase].filter(Boolean).join(' ');
+    filters[key] = {for: {...reset, keyword}};
+  }
+  if (record.orginalLogType && MembersOf(log).length > 1 && FindLog(record.orginalLogType)) {
+    filters.logtype = {for: WithLog(state, record.orginalLogType)};
+  }
+  return filters;
 }
 
 function FilterButton(textKey, field, value, partial, onFilter) {

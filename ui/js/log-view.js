@@ -9,20 +9,20 @@ import {ClearLog} from './clear-action.js';
 import {ContextDialog} from './context-dialog.js';
 import {DescribeZone, EpochToWall, RecordTimeToWall} from './dates.js';
 import {byId} from './dom.js';
-import {ShowEntry} from './entry-dialog.js';
+import {ShowEntry, ValueFilters} from './entry-dialog.js';
 import {Export} from './export-action.js';
 import {Filters} from './filters.js';
 import {CurrentLanguage, FormatNumber, OnLanguageChange, T} from './i18n.js';
 import {Icon} from './icons.js';
 import {BuildNav, UpdateNav} from './log-nav.js';
 import {LiveMode, ReadMarks, RowsPast} from './live-follow.js';
-import {LevelOfRecord, RenderTable} from './log-table.js';
+import {RenderTable} from './log-table.js';
 import {ErrorText} from './messages.js';
 import {PageCount, Pager} from './pager.js';
 import {SavedViews} from './saved-views.js';
 import {Timeline} from './timeline.js';
 import {FormatTimeText} from './time-text.js';
-import {BoundOf, FormatState, ParseState, SearchTerms, WithLog} from './view-state.js';
+import {BoundOf, FormatState, ParseState, SearchTerms} from './view-state.js';
 import {Waiting} from './waiting.js';
 
 const BUCKETS = 60;
@@ -32,33 +32,6 @@ function Digest(text) {
   let hash = 5381;
   for (let i = 0; i < text.length; ++i) hash = ((hash * 33) ^ text.charCodeAt(i)) >>> 0;
   return hash.toString(36);
-}
-
-// The filter for / filter out choices of a record's fields: a level alone or
-// without it, a user's name as a search phrase, and in a group view the
-// record's own log.
-function ValueFilters(log, state, record) {
-  const filters = {};
-  const reset = {page: 1, entry: ''};
-  if (ClassOf(log).levels && record.level) {
-    const level = LevelOfRecord(record).name;
-    filters.level = {
-      for: {...reset, levels: [level]},
-      out: {...reset, levels: state.levels.filter((name) => name !== level)},
-    };
-  }
-  for (const key of ['who', 'username']) {
-    const user = record[key];
-    if (!user || /"/.test(user)) continue;
-    const phrase = /\s/.test(user) ? `"${user}"` : user;
-    const keyword = SearchTerms(state.keyword).includes(user) ? state.keyword :
-        [state.keyword, phrase].filter(Boolean).join(' ');
-    filters[key] = {for: {...reset, keyword}};
-  }
-  if (record.orginalLogType && MembersOf(log).length > 1 && FindLog(record.orginalLogType)) {
-    filters.logtype = {for: WithLog(state, record.orginalLogType)};
-  }
-  return filters;
 }
 
 export class LogView {
@@ -251,6 +224,13 @@ export class LogView {
   // True while an answer is awaited or a dialog is open.
   Busy() {
     return Boolean(this.loading || document.querySelector('dialog[open]') || !this.waiting.box.hidden);
+  }
+
+  // The first page of the same view, in place of the current history entry.
+  ToFirstPage() {
+    this.state = {...this.state, page: 1};
+    history.replaceState(null, '', FormatState(this.state));
+    this.ShowState();
   }
 
   Logtype() {

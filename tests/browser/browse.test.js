@@ -69,6 +69,13 @@ test('a database log in its columns, levels in colour with an icon, long text wr
 test('level boxes filter the whole log, their counts stay; the search box finds every word',
      async () => {
   await Show('#log=system');
+  // Where the form's controls sit; counts of other widths must not move them.
+  const Place = () => page.$$eval('#level-err, #level-info, #keyword', (controls) =>
+    controls.map((control) => {
+      const box = control.getBoundingClientRect();
+      return [Math.round(box.x), Math.round(box.y)];
+    }));
+  const place = await Place();
   await page.locator('#level-info').uncheck();
   await Ready(page);
   await page.locator('#level-warning').uncheck();
@@ -91,6 +98,7 @@ test('level boxes filter the whole log, their counts stay; the search box finds 
   await Ready(page);
   assert.equal((await TableRows(page)).length, 0);
   assert.match(await page.locator('#status').innerText(), /at least one level/);
+  assert.deepEqual(await Place(), place, 'the form keeps its place without counts');
 
   // The keyword search starts by itself once typing pauses.
   await page.getByRole('button', {name: 'Reset filters'}).click();
@@ -106,6 +114,7 @@ test('level boxes filter the whole log, their counts stay; the search box finds 
   assert.ok(matching.total > 0);
   assert.deepEqual(await TableRows(page), matching.items.map(GeneralRow));
   assert.match(await page.locator('#total').innerText(), new RegExp(`^${matching.total} `));
+  assert.deepEqual(await Place(), place, 'the form keeps its place with smaller counts');
   // The matches are marked in the table.
   const marked = await page.$$eval('#log-table tbody mark', (marks) => marks.map((m) => m.textContent));
   assert.ok(marked.length > 0 && marked.every((text) => text.toLowerCase() === keyword.toLowerCase()),

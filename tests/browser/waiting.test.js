@@ -30,6 +30,9 @@ test('a level change on a locked log: waiting said at once, Cancel, no contradic
   await Ready(page);
   assert.ok((await LevelsShown(page)).has('Information'));
 
+  // Requests the page gave up (a new action or Cancel aborts the one in flight).
+  let aborted = 0;
+  page.on('requestfailed', () => ++aborted);
   const held = writer.Hold(12000, 'EXCLUSIVE', 'held row');
   await new Promise((resolve) => setTimeout(resolve, 300));
   await page.locator('#level-info').uncheck();
@@ -42,6 +45,7 @@ test('a level change on a locked log: waiting said at once, Cancel, no contradic
   assert.ok(await waiting.isHidden());
   assert.deepEqual(await TableRows(page), []);
   assert.match(await page.locator('#status').innerText(), /Cancelled/);
+  assert.ok(aborted >= 1, 'Cancel aborts the request in flight');
 
   // Left to wait, the read either ends in an error with an empty table or in
   // the rows of the levels asked: never the old rows under unticked levels.

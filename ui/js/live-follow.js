@@ -1,10 +1,11 @@
 // Live mode: follows each store by position, never by counts. Before every
 // load the view reads the newest row id of each store (the search module's
 // `follow`), so the marks it keeps are of a moment no later than the rows it
-// shows. A poll every 2 s reads them again; when any moved (a store grew, or
-// was replaced and starts again lower), the page is loaded again and the rows
-// past the old marks are marked as new. A row written at any moment is past
-// the marks of exactly one load, so it is marked once and never skipped.
+// shows (raised to the newest row the page shows). A poll every 2 s reads
+// them again; when any moved (a store grew, or was replaced and starts again
+// lower), the page is loaded again and the rows past the old marks are marked
+// as new. A row written at any moment is past the marks of exactly one load,
+// so it is marked once and never skipped.
 // Plain-text logs have no row ids: each poll loads their window again and
 // marks the lines the table did not show.
 
@@ -37,6 +38,20 @@ export function RowsPast(records, storeOf, old, now) {
     if ((now.get(store) ?? 0) < mark) mark = 0;
     return Number(record.id) > mark;
   });
+}
+
+// The marks of a load: `marks` (read before the page) raised to the newest
+// row shown of each store. A row written between the two reads may be on
+// the page already; SQLite's writers commit their ids in increasing order,
+// so the page's read saw every row below it, and none is left behind.
+export function MarksCovering(marks, records, storeOf) {
+  const covering = new Map(marks);
+  for (const record of records) {
+    const store = storeOf(record);
+    const id = Number(record.id);
+    if (covering.has(store) && id > covering.get(store)) covering.set(store, id);
+  }
+  return covering;
 }
 
 export class LiveMode {

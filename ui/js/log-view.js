@@ -15,7 +15,7 @@ import {Filters} from './filters.js';
 import {CurrentLanguage, FormatNumber, OnLanguageChange, T} from './i18n.js';
 import {Icon} from './icons.js';
 import {BuildNav, UpdateNav} from './log-nav.js';
-import {LiveMode, ReadMarks, RowsPast} from './live-follow.js';
+import {LiveMode, MarksCovering, ReadMarks, RowsPast} from './live-follow.js';
 import {RenderTable} from './log-table.js';
 import {ErrorText} from './messages.js';
 import {PageCount, Pager} from './pager.js';
@@ -380,16 +380,17 @@ export class LogView {
         return;
       }
       const records = Array.isArray(answer.items) ? answer.items : [];
+      const storeOf = (record) => record.orginalLogType || state.log;
       let fresh = [];
       if (markNew && marks && this.marks) {
-        fresh = RowsPast(records, (record) => record.orginalLogType || state.log, this.marks, marks);
+        fresh = RowsPast(records, storeOf, this.marks, marks);
       } else if (markNew && !marks) {
         const before = new Set(this.records.map((record) => this.KeyOf(record)));
         fresh = records.filter((record) => !before.has(this.KeyOf(record)));
       }
       this.answer = answer;
       this.records = records;
-      this.marks = marks;
+      this.marks = marks && MarksCovering(marks, records, storeOf);
       this.fresh = new Set(fresh.map((record) => this.KeyOf(record)));
       this.histogram = histogram;
       this.timeline.Show(histogram);

@@ -148,6 +148,9 @@ test('the language switch turns the page German and the choice stays', async () 
   const levels = await page.$$eval('#log-table td.level span', (cells) => cells.map((cell) =>
                                                                                  cell.textContent));
   assert.ok(levels.every((word) => ['Information', 'Warnung', 'Fehler'].includes(word)));
+  // One date style per language, in the table and the timeline alike.
+  assert.match((await TableRows(page))[0][2], /^\d{2}\.\d{2}\.\d{4} \d{2}:\d{2}:\d{2}$/);
+  assert.match(await page.locator('.timeline-scale').innerText(), /^\d{2}\.\d{2}\.\d{4} /);
 
   await page.reload();
   await Ready(page);

@@ -150,16 +150,18 @@ void FollowMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
     if (!ReadSearch(*request, response, &search)) return;
     Json::Value answer(Json::objectValue);
     answer["marks"] = Json::Value(Json::objectValue);
+    answer["oldest"] = Json::Value(Json::objectValue);
     if (search.logClass == LogClass::kPlain) return response->SetSuccess(std::move(answer));
     Stores stores(search);
     if (!stores.Open(response)) return;
     if (stores.schemas().empty()) return response->SetSuccess(std::move(answer));
-    // One statement reads every store's newest id (the end of the row-id tree each), so the
-    // marks are of one moment.
+    // One statement reads every store's newest and oldest id (the two ends of each row-id
+    // tree), so the marks are of one moment.
     std::string sql;
     for (const auto& [type, schema] : stores.schemas()) {
       if (!sql.empty()) sql += " UNION ALL ";
-      sql += "SELECT '" + type + "', (SELECT max(id) FROM " + schema + ".logs)";
+      sql += "SELECT '" + type + "', (SELECT max(id) FROM " + schema +
+             ".logs), (SELECT min(id) FROM " + schema + ".logs)";
     }
     QuorDbRows rows;
     if (!stores.Run(sql, response, &rows)) return;
@@ -167,8 +169,11 @@ void FollowMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
     while (QUORDBFetchRow(rows.get(), &row) == 0) {
       const char* type = QUORDBFetchFieldAt(rows.get(), row, 0);
       const char* newest = QUORDBFetchFieldAt(rows.get(), row, 1);
+      const char* oldest = QUORDBFetchFieldAt(rows.get(), row, 2);
       if (type == nullptr) continue;
       answer["marks"][type] = static_cast<Json::Int64>(newest != nullptr ? ReadInteger(newest) : 0);
+      answer["oldest"][type] =
+          static_cast<Json::Int64>(oldest != nullptr ? ReadInteger(oldest) : 0);
     }
     response->SetSuccess(std::move(answer));
   } catch (const std::exception& e) {

@@ -24,7 +24,8 @@ std::string Marks(const char* params) {
   if (!answer.isObject()) return "error " + answer.toStyledString();
   std::string text;
   for (const std::string& store : answer["marks"].getMemberNames()) {
-    text += store + "=" + std::to_string(answer["marks"][store].asInt64()) + " ";
+    text += store + "=" + std::to_string(answer["oldest"][store].asInt64()) + ".." +
+            std::to_string(answer["marks"][store].asInt64()) + " ";
   }
   return text;
 }
@@ -49,19 +50,19 @@ TEST(SearchFollow, MarksPassEveryRowWrittenAndDropWhenAStoreIsReplaced) {
                            "INSERT INTO logs (time, level, username, msg) VALUES "
                            "(5, 'info', 'a', 'x'), (1, 'err', 'a', 'y');");
   MakeDatabase(root.At("/var/log/quorlog/.QUORCONNDB"), QUOR_SYSTEM_LOG_SCHEMA);
-  EXPECT_EQ("connection=0 system=2 ", Marks(R"({"logtype":"system,connection"})"));
+  EXPECT_EQ("connection=0..0 system=1..2 ", Marks(R"({"logtype":"system,connection"})"));
   // A row with an older time is still past the mark; a clear keeps the ids growing.
   MakeDatabase(system,
                "INSERT INTO logs (time, level, username, msg) VALUES (0, 'info', 'b', 'z');"
                "DELETE FROM logs;"
                "INSERT INTO logs (time, level, username, msg) VALUES (9, 'info', 'c', 'w');");
-  EXPECT_EQ("connection=0 system=4 ", Marks(R"({"logtype":"system,connection"})"));
+  EXPECT_EQ("connection=0..0 system=4..4 ", Marks(R"({"logtype":"system,connection"})"));
   // A store made anew starts again below the marks the page holds.
   ASSERT_EQ(0, unlink(system.c_str()));
   MakeDatabase(system,
                std::string(QUOR_SYSTEM_LOG_SCHEMA) +
                    "INSERT INTO logs (time, level, username, msg) VALUES (9, 'info', 'd', 'v');");
-  EXPECT_EQ("system=1 ", Marks(R"({"logtype":"system"})"));
+  EXPECT_EQ("system=1..1 ", Marks(R"({"logtype":"system"})"));
   // Plain-text logs have no row ids; a bad log type is refused.
   EXPECT_EQ("", Marks(R"({"logtype":"bkplog"})"));
   EXPECT_EQ("error 120\n", Marks(R"({"logtype":"nosuch"})"));

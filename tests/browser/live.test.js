@@ -1,6 +1,7 @@
 // Live mode against a second process writing the system log for a minute at
 // random moments (bursts, writes inside held locks, old rows removed as
-// retention would): every row written is shown as new exactly once.
+// retention would): every row written is shown as new exactly once, and a
+// clear by that process empties the table.
 
 import assert from 'node:assert/strict';
 import path from 'node:path';
@@ -92,5 +93,12 @@ test('live mode shows every row written during a minute once: 0 missing, 0 repea
   assert.deepEqual({missing, repeated}, {missing: [], repeated: []},
                    `seed ${seed}, ${written.length} rows written`);
   assert.ok(written.length > 20, `${written.length} rows written`);
+
+  // A clear by another process empties the table; the next row is new again.
+  await writer.Run('DELETE FROM logs;');
+  await page.waitForFunction(() => !document.querySelector('#log-table tbody tr'), null,
+                             {timeout: 8000});
+  await writer.Append('after the clear');
+  await page.locator('tr.row-new td.msg').filter({hasText: 'after the clear'}).waitFor({timeout: 8000});
   await page.getByLabel('Live').uncheck();
 });

@@ -1,13 +1,14 @@
 // Live mode: follows each store by position, never by counts. Before every
-// load the view reads the newest row id of each store (the search module's
-// `follow`), so the marks it keeps are of a moment no later than the rows it
-// shows (raised to the newest row the page shows). A poll every 2 s reads
-// them again; when any moved (a store grew, or was replaced and starts again
-// lower), the page is loaded again and the rows past the old marks are marked
-// as new. A row written at any moment is past the marks of exactly one load,
-// so it is marked once and never skipped.
-// Plain-text logs have no row ids: each poll loads their window again and
-// marks the lines the table did not show.
+// load the view reads the newest and oldest row id of each store (the search
+// module's `follow`), so the marks it keeps are of a moment no later than the
+// rows it shows (raised to the newest row the page shows). A poll every 2 s
+// reads them again; when a newest id moved (a store grew, or was replaced and
+// starts again lower), the page is loaded again and the rows past the old
+// marks are marked as new. A row written at any moment is past the marks of
+// exactly one load, so it is marked once and never skipped. An oldest id that
+// moved (a clear, retention) loads the page again too, so that removed rows
+// do not stay shown. Plain-text logs have no row ids: each poll loads their
+// window again and marks the lines the table did not show.
 
 import * as api from './api.js';
 import {byId} from './dom.js';
@@ -15,17 +16,23 @@ import {byId} from './dom.js';
 const LIVE_MS = 2000;
 const LIVE_KEY = 'quor.live';
 
-// The newest row id of each store of `logtype`, or null for a log without
-// row ids.
+// The two ends of each store of `logtype`: {newest, oldest}, Maps of store
+// to row id, or null for a log without row ids.
 export async function ReadMarks(logtype, signal) {
   const answer = await api.Search('follow', {logtype}, signal);
-  const marks = new Map(Object.entries((answer && answer.marks) || {}));
-  return marks.size ? marks : null;
+  const newest = new Map(Object.entries((answer && answer.marks) || {}));
+  const oldest = new Map(Object.entries((answer && answer.oldest) || {}));
+  return newest.size ? {newest, oldest} : null;
 }
 
-function SameMarks(a, b) {
-  if (!a || !b || a.size !== b.size) return false;
-  return [...a].every(([store, id]) => b.get(store) === id);
+function SameIds(a, b) {
+  return a.size === b.size && [...a].every(([store, id]) => b.get(store) === id);
+}
+
+// True when `now` says that rows were written (a newest id moved) or
+// removed from the start by a clear or retention (an oldest id moved).
+function Moved(shown, now) {
+  return !shown || !now || !SameIds(shown.newest, now.newest) || !SameIds(shown.oldest, now.oldest);
 }
 
 // The rows of `records` written after the load that read `old`; `now` are the
@@ -34,24 +41,25 @@ function SameMarks(a, b) {
 export function RowsPast(records, storeOf, old, now) {
   return records.filter((record) => {
     const store = storeOf(record);
-    let mark = old.get(store) ?? 0;
-    if ((now.get(store) ?? 0) < mark) mark = 0;
+    let mark = old.newest.get(store) ?? 0;
+    if ((now.newest.get(store) ?? 0) < mark) mark = 0;
     return Number(record.id) > mark;
   });
 }
 
-// The marks of a load: `marks` (read before the page) raised to the newest
-// row shown of each store. A row written between the two reads may be on
-// the page already; SQLite's writers commit their ids in increasing order,
-// so the page's read saw every row below it, and none is left behind.
+// The marks of a load: `marks` (read before the page) with each newest id
+// raised to the newest row shown of its store. A row written between the two
+// reads may be on the page already; SQLite's writers commit their ids in
+// increasing order, so the page's read saw every row below it, and none is
+// left behind.
 export function MarksCovering(marks, records, storeOf) {
-  const covering = new Map(marks);
+  const newest = new Map(marks.newest);
   for (const record of records) {
     const store = storeOf(record);
     const id = Number(record.id);
-    if (covering.has(store) && id > covering.get(store)) covering.set(store, id);
+    if (newest.has(store) && id > newest.get(store)) newest.set(store, id);
   }
-  return covering;
+  return {newest, oldest: marks.oldest};
 }
 
 export class LiveMode {
@@ -94,7 +102,7 @@ export class LiveMode {
     const {view} = this;
     if (view.marks) {
       const now = await ReadMarks(view.Logtype());
-      if (SameMarks(now, view.marks) || view.Busy()) return;
+      if (!Moved(view.marks, now) || view.Busy()) return;
     }
     await view.Load({quiet: true, markNew: true});
   }

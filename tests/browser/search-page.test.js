@@ -278,6 +278,18 @@ test('dark colours when the system asks; axe finds nothing on any view', async (
   await page.getByRole('dialog', {name: 'Clear logs'}).waitFor();
   await NoAxeViolations('dark clear dialog');
   await page.keyboard.press('Escape');
+  await page.locator('#log-table tbody tr').first().click();
+  await page.getByRole('button', {name: 'Show in context'}).click();
+  await page.getByRole('dialog', {name: 'Entry in context'}).waitFor();
+  await NoAxeViolations('dark entry in context');
+  await page.keyboard.press('Escape');
+  await page.getByRole('button', {name: 'Pick the start day'}).click();
+  await NoAxeViolations('dark day picker');
+  await page.keyboard.press('Escape');
+  await page.getByRole('button', {name: 'Saved views'}).click();
+  await page.getByRole('dialog', {name: 'Saved views'}).waitFor();
+  await NoAxeViolations('dark saved views');
+  await page.keyboard.press('Escape');
   await page.emulateMedia({colorScheme: 'light'});
 
   await page.setViewportSize({width: 390, height: 844});

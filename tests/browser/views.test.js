@@ -76,4 +76,11 @@ test('a view saved, listed, opened with its relative range, renamed and deleted'
   assert.equal((await Views({...guest, token: 'wrong'}, 'list')).error.code, 112);
   assert.equal((await Views(guest, 'save', {name: 'x', view: 'a\nb'})).error.errors.reason,
                'condition');
+  // At most 100 views a user; saving over an existing name is still allowed at the limit.
+  for (let i = 0; i < 100; ++i) {
+    assert.equal((await Views(guest, 'save', {name: `v${i}`, view: 'log=disk'})).success, true);
+  }
+  assert.equal((await Views(guest, 'save', {name: 'one more', view: 'log=disk'})).error.errors.reason,
+               'limit');
+  assert.equal((await Views(guest, 'save', {name: 'v7', view: 'log=system'})).success, true);
 });

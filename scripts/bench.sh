@@ -115,6 +115,8 @@ SearchSortMessageAsc BareSortMessageAsc by message, ascending
 SearchSortMessageDesc BareSortMessageDesc by message, descending
 SearchSortFreshUserAsc BareSortCountedUserAsc by user, ascending, first
 SearchSortFreshMessageDesc BareSortCountedMessageDesc by message, descending, first
+SearchContext BareContext show in context, 10 each side
+SearchFollow BareFollow live mode's poll (newest id)
 CASES
 }
 

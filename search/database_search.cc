@@ -127,7 +127,8 @@ class SearchScope {
   std::string select_;
 };
 
-// The page's rows as records with the list's keys and texts, and their row id.
+}  // namespace
+
 void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* items) {
   std::unique_ptr<RowDecoder> decoder = ClassInfo(search.logClass).decoder(result);
   LogRecord record;
@@ -139,8 +140,6 @@ void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* 
     items->append(record.ToJson());
   }
 }
-
-}  // namespace
 
 bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFailure* failure) {
   // The stores' indexes count without reading rows and narrow terms to candidate rows; where

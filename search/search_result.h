@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/logdb.h"
 #include "search/search_request.h"
 
 struct QueryResult {
@@ -32,6 +33,10 @@ struct SearchFailure {
 bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFailure* failure);
 bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
                           SearchFailure* failure);
+
+// The rows of result (a select of a database class with a "severity" column) as records with
+// the list's keys and texts and their row id, appended to *items.
+void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* items);
 
 // The plain-text class: the window of the log's last lines, searched in memory.
 bool QueryPlain(const SearchRequest& search, QueryResult* result, SearchFailure* failure);

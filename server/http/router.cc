@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include "server/error_report.h"
+#include "server/http/saved_views.h"
 #include "server/http/static_files.h"
 
 #include <boost/beast/core/string.hpp>
@@ -124,6 +125,11 @@ void Router::Handle(const HttpRequest& request, Exchange* exchange) {
       }
       RequestFields fields;
       if (ReadFields(request, &fields, exchange)) HandleWebApi(request, fields, exchange);
+    } else if (path == "/webapi/views") {
+      if (verb != http::verb::post) return AnswerMethodNotAllowed(exchange, "POST");
+      RequestFields fields;
+      if (ReadFields(request, &fields, exchange))
+        HandleSavedViews(request, fields, sessions_, exchange);
     } else if (path.compare(0, 8, "/webapi/") == 0) {
       AnswerText(exchange, 404, "Not found\n");
     } else {

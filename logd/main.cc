@@ -152,15 +152,20 @@ int main(int argc, char** argv) {
   queue.Close();
   writer.Join();
   const logd::WriterStats& stats = writer.stats();
-  char summary[256];
+  char summary[512];
   snprintf(summary, sizeof summary,
            "stopped (%s): %llu rows written in %llu batches, %llu rows retired, %llu removed "
-           "for space, longest write transaction %.1f ms",
+           "for space; longest write transaction %.1f ms, longest retention transaction %.1f "
+           "ms, longest wait for a store %.1f ms; at most %lld rows over a row limit; waited "
+           "for a checkpoint %llu times",
            strsignal(signal), static_cast<unsigned long long>(stats.rowsWritten.load()),
            static_cast<unsigned long long>(stats.batches.load()),
            static_cast<unsigned long long>(stats.rowsRetired.load()),
            static_cast<unsigned long long>(stats.rowsFreedForSpace.load()),
-           stats.longestTransactionUs.load() / 1000.0);
+           stats.longestWriteUs.load() / 1000.0, stats.longestTrimUs.load() / 1000.0,
+           stats.longestLockWaitUs.load() / 1000.0,
+           static_cast<long long>(stats.mostRowsOverCap.load()),
+           static_cast<unsigned long long>(stats.walWaits.load()));
   Say(LOG_INFO, summary);
   return 0;
 }

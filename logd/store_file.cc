@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
 #include <utility>
 
@@ -17,7 +18,14 @@ constexpr int kBusyTimeoutMs = 5000;
 // The write-ahead log is cut back to this size after a checkpoint, so that it stays bounded
 // while keeping some room that a delete can reuse on a full file system.
 constexpr const char* kWriterPragmas =
-    "PRAGMA synchronous=NORMAL; PRAGMA journal_size_limit=16777216;";
+    "PRAGMA synchronous=NORMAL; PRAGMA journal_size_limit=16777216; "
+    "PRAGMA wal_autocheckpoint=0;";
+
+int64_t MicrosecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() -
+                                                               start)
+      .count();
+}
 // A store made before stores were made for a live writer cannot shrink; small ones are rebuilt
 // once, large ones are left as they are (rebuilding would hold the store for too long).
 constexpr int64_t kRebuildLimitBytes = 64 << 20;
@@ -96,13 +104,35 @@ int StoreFile::Open() {
     Close();
     return rc;
   }
+  // Replaces the automatic checkpoint (turned off above) with a count of the log's pages.
+  sqlite3_wal_hook(db_.get(), &StoreFile::OnWalCommit, this);
+  walFrames_ = 0;
   if (stat(path_.c_str(), &st) == 0) {
     device_ = st.st_dev;
     inode_ = st.st_ino;
   }
   rows_ = -1;
   dataVersion_ = -1;
+  pageSize_ = 0;
   return SQLITE_OK;
+}
+
+int StoreFile::OnWalCommit(void* self, sqlite3*, const char*, int frames) {
+  static_cast<StoreFile*>(self)->walFrames_ = frames;
+  return SQLITE_OK;
+}
+
+template <typename Body>
+int StoreFile::Transaction(Body body) {
+  auto start = std::chrono::steady_clock::now();
+  int rc = Exec("BEGIN IMMEDIATE");
+  lastLockWaitUs_ = MicrosecondsSince(start);
+  if (rc != SQLITE_OK) return rc;
+  auto locked = std::chrono::steady_clock::now();
+  if ((rc = body()) != SQLITE_OK) return Fail(rc);
+  rc = Exec("COMMIT");
+  lastTransactionUs_ = MicrosecondsSince(locked);
+  return rc;
 }
 
 void StoreFile::Close() {
@@ -145,22 +175,24 @@ int StoreFile::Write(const std::vector<const LogEntry*>& rows,
                      const std::map<std::string, std::string>& positions) {
   if (!db_) return SQLITE_MISUSE;
   bool changed = Changed();
-  int rc = Exec("BEGIN IMMEDIATE");
+  int rc = Transaction([&] {
+    int step = SQLITE_OK;
+    for (const LogEntry* row : rows) {
+      sqlite3_stmt* insert = insert_.get();
+      sqlite3_bind_int64(insert, 1, row->time);
+      sqlite3_bind_text(insert, 2, LevelText(row->level), -1, SQLITE_STATIC);
+      BindText(insert, 3, row->user);
+      BindText(insert, 4, row->message);
+      if ((step = StepOnce(insert)) != SQLITE_OK) return step;
+    }
+    for (const auto& [input, position] : positions) {
+      BindText(savePosition_.get(), 1, input);
+      BindText(savePosition_.get(), 2, position);
+      if ((step = StepOnce(savePosition_.get())) != SQLITE_OK) return step;
+    }
+    return step;
+  });
   if (rc != SQLITE_OK) return rc;
-  for (const LogEntry* row : rows) {
-    sqlite3_stmt* insert = insert_.get();
-    sqlite3_bind_int64(insert, 1, row->time);
-    sqlite3_bind_text(insert, 2, LevelText(row->level), -1, SQLITE_STATIC);
-    BindText(insert, 3, row->user);
-    BindText(insert, 4, row->message);
-    if ((rc = StepOnce(insert)) != SQLITE_OK) return Fail(rc);
-  }
-  for (const auto& [input, position] : positions) {
-    BindText(savePosition_.get(), 1, input);
-    BindText(savePosition_.get(), 2, position);
-    if ((rc = StepOnce(savePosition_.get())) != SQLITE_OK) return Fail(rc);
-  }
-  if ((rc = Exec("COMMIT")) != SQLITE_OK) return rc;
   if (changed) rows_ = -1;
   if (rows_ >= 0) rows_ += static_cast<int64_t>(rows.size());
   return SQLITE_OK;
@@ -186,7 +218,10 @@ int64_t StoreFile::UsedBytes() {
 
 int64_t StoreFile::FreePages() { return QueryInt("PRAGMA freelist_count", 0); }
 
-int64_t StoreFile::PageSize() { return QueryInt("PRAGMA page_size", 4096); }
+int64_t StoreFile::PageSize() {
+  if (pageSize_ <= 0) pageSize_ = QueryInt("PRAGMA page_size", 4096);
+  return pageSize_;
+}
 
 void StoreFile::Checkpoint(bool truncate) {
   if (db_) {
@@ -204,7 +239,7 @@ int StoreFile::DeleteOldest(int64_t limit, int64_t* deleted) {
   int rc = Prepare("DELETE FROM logs WHERE id IN (SELECT id FROM logs ORDER BY id LIMIT ?)", &stmt);
   if (rc != SQLITE_OK) return rc;
   sqlite3_bind_int64(stmt.get(), 1, limit);
-  if ((rc = StepOnce(stmt.get())) != SQLITE_OK) return Fail(rc);
+  if ((rc = Transaction([&] { return StepOnce(stmt.get()); })) != SQLITE_OK) return rc;
   *deleted = sqlite3_changes64(db_.get());
   if (rows_ >= 0) rows_ -= *deleted;
   Changed();  // our own change
@@ -220,21 +255,40 @@ int StoreFile::DeleteOlderThan(int64_t cutoff, int64_t limit, int64_t* deleted) 
   if (rc != SQLITE_OK) return rc;
   sqlite3_bind_int64(stmt.get(), 1, cutoff);
   sqlite3_bind_int64(stmt.get(), 2, limit);
-  if ((rc = StepOnce(stmt.get())) != SQLITE_OK) return Fail(rc);
+  if ((rc = Transaction([&] { return StepOnce(stmt.get()); })) != SQLITE_OK) return rc;
   *deleted = sqlite3_changes64(db_.get());
   if (rows_ >= 0) rows_ -= *deleted;
   Changed();
   return SQLITE_OK;
 }
 
-int StoreFile::Vacuum(int pages) {
+int StoreFile::Vacuum(int64_t pages) {
   std::string sql = "PRAGMA incremental_vacuum(" + std::to_string(pages) + ")";
   Statement stmt;
   int rc = Prepare(sql.c_str(), &stmt);
   if (rc != SQLITE_OK) return rc;
-  while ((rc = sqlite3_step(stmt.get())) == SQLITE_ROW) {
-  }
-  return rc == SQLITE_DONE ? SQLITE_OK : Fail(rc);
+  return Transaction([&] {
+    int step;
+    while ((step = sqlite3_step(stmt.get())) == SQLITE_ROW) {
+    }
+    return step == SQLITE_DONE ? SQLITE_OK : step;
+  });
+}
+
+int CheckpointStore(const std::string& realPath, int64_t* framesLeft) {
+  sqlite3* raw = nullptr;
+  int rc =
+      sqlite3_open_v2(realPath.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  SqliteHandle db(raw);
+  if (rc != SQLITE_OK) return rc;
+  // A connection learns that the file is in write-ahead-log mode only by reading it; until
+  // then a checkpoint does nothing.
+  rc = sqlite3_exec(db.get(), "SELECT 1 FROM sqlite_schema LIMIT 1", nullptr, nullptr, nullptr);
+  if (rc != SQLITE_OK) return rc;
+  int log = 0, copied = 0;
+  rc = sqlite3_wal_checkpoint_v2(db.get(), nullptr, SQLITE_CHECKPOINT_PASSIVE, &log, &copied);
+  if (framesLeft != nullptr) *framesLeft = log > copied ? log - copied : 0;
+  return log < 0 && rc == SQLITE_OK ? SQLITE_ERROR : rc;
 }
 
 }  // namespace logd

@@ -58,12 +58,22 @@ class StoreFile {
   // Deletes up to limit of the oldest rows whose time is before cutoff (one transaction).
   int DeleteOlderThan(int64_t cutoff, int64_t limit, int64_t* deleted);
   // Gives up to pages free pages back to the file system (one transaction).
-  int Vacuum(int pages);
+  int Vacuum(int64_t pages);
   int64_t FreePages();
   int64_t PageSize();
   // Copies what the write-ahead log holds into the file, so that a vacuumed file shrinks.
   // truncate also cuts the log file to nothing, giving its space back to the file system.
+  // The writer's own commits never checkpoint (that is left to a connection of its own, see
+  // CheckpointStore), so that no commit waits for the file to be synced.
   void Checkpoint(bool truncate = false);
+  // Pages in the write-ahead log after this connection's last commit.
+  int64_t WalFrames() const { return walFrames_; }
+
+  // How long the last transaction of Write, DeleteOldest, DeleteOlderThan or Vacuum held the
+  // store's write lock (from its BEGIN to the end of its COMMIT), and how long it waited for
+  // the lock first, in microseconds.
+  int64_t lastTransactionUs() const { return lastTransactionUs_; }
+  int64_t lastLockWaitUs() const { return lastLockWaitUs_; }
 
   const std::string& path() const { return path_; }
   const std::string& error() const { return error_; }
@@ -74,6 +84,10 @@ class StoreFile {
   int Prepare(const char* sql, Statement* stmt);
   bool Changed();  // another connection committed since we last looked
   int64_t QueryInt(const char* sql, int64_t fallback);
+  // Runs body in one write transaction, timed; body returns an SQLite code.
+  template <typename Body>
+  int Transaction(Body body);
+  static int OnWalCommit(void* self, sqlite3* db, const char* name, int frames);
 
   std::string path_;
   std::string error_;
@@ -84,6 +98,15 @@ class StoreFile {
   ino_t inode_ = 0;
   int64_t rows_ = -1;  // -1: not counted yet
   int64_t dataVersion_ = -1;
+  int64_t walFrames_ = 0;
+  int64_t pageSize_ = 0;
+  int64_t lastTransactionUs_ = 0;
+  int64_t lastLockWaitUs_ = 0;
 };
+
+// One PASSIVE checkpoint of the store at realPath on a connection of its own: copies the
+// write-ahead log into the file while the writer goes on writing. Returns the SQLite code;
+// *framesLeft (when given) tells how many pages of the log were not copied.
+int CheckpointStore(const std::string& realPath, int64_t* framesLeft = nullptr);
 
 }  // namespace logd

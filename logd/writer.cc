@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "index/search_index.h"
 #include "platform/systemlog.h"
 
 namespace logd {
@@ -20,6 +21,15 @@ namespace {
 const char* const kStoreNames[kStoreCount] = {"system", "connection"};
 // Room kept on the stores' file system for deleting rows when it is full.
 constexpr off_t kReserveBytes = 1 << 20;
+
+// How long the search index waits after the file system was found full.
+constexpr int64_t kIndexPauseMs = 60000;
+
+int64_t NowMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
 
 bool IsSpaceError(int rc) { return (rc & 0xff) == SQLITE_FULL || (rc & 0xff) == SQLITE_IOERR; }
 
@@ -46,6 +56,8 @@ Writer::Writer(EntryQueue* queue, WriterOptions options)
     : queue_(queue), options_(std::move(options)) {
   for (int s = 0; s < kStoreCount; ++s) {
     stores_[s] = std::make_unique<StoreFile>(options_.paths[s]);
+    chunk_[s] = std::min<int64_t>(1000, options_.chunkRows);
+    vacuum_[s] = std::min<int64_t>(64, options_.vacuumPages);
   }
 }
 
@@ -82,22 +94,115 @@ std::string Writer::Position(Store store, const std::string& input) {
 }
 
 void Writer::Start() {
+  for (int s = 0; s < kStoreCount; ++s) {
+    upkeep_[s] = std::make_unique<BackgroundTask>(
+        [this, s, complained = false]() mutable { Upkeep(s, &complained); });
+  }
   thread_ = std::thread([this] { Run(); });
 }
 
 void Writer::Join() {
   if (thread_.joinable()) thread_.join();
+  for (auto& upkeep : upkeep_) upkeep.reset();
 }
 
-template <typename Call>
-int Writer::Timed(Call call) {
-  auto start = std::chrono::steady_clock::now();
-  int rc = call();
-  int64_t us = std::chrono::duration_cast<std::chrono::microseconds>(
-                   std::chrono::steady_clock::now() - start)
-                   .count();
-  if (us > stats_.longestTransactionUs.load()) stats_.longestTransactionUs = us;
-  return rc;
+void Writer::WaitForIndex() {
+  for (int s = 0; s < kStoreCount; ++s) {
+    if (!upkeep_[s] || !options_.index) continue;
+    do {
+      indexBehind_[s] = -1;
+      upkeep_[s]->RequestAndWait();
+    } while (indexBehind_[s] != 0);
+  }
+}
+
+void Writer::Upkeep(int s, bool* complained) {
+  const std::string& path = options_.paths[s];
+  bool only = checkpointOnly_[s].exchange(false);
+  if (only || walPages_[s].load() >= options_.checkpointPages) {
+    CheckpointStore(path);
+    stats_.checkpoints++;
+  }
+  if (only || !options_.index) return;
+  if (NowMs() < indexPausedUntilMs_.load()) {
+    indexBehind_[s] = 0;  // nothing to wait for: it resumes after the pause, on a commit
+    return;
+  }
+  int64_t behind = 0;
+  std::string error;
+  bool indexed = IndexCatchUpSome(path, options_.indexStepRows, &behind, &error);
+  indexBehind_[s] = indexed ? behind : 0;
+  if (indexed) {
+    *complained = false;
+    if (behind > 0) upkeep_[s]->Request();  // the next step, after whatever else is asked
+    return;
+  }
+  stats_.indexFailures++;
+  if (!*complained) {  // once until it works again
+    SLIBCSysLog(LOG_WARNING, "quor-logd: cannot bring the search index of %s up to date: %s",
+                path.c_str(), error.c_str());
+    *complained = true;
+  }
+}
+
+namespace {
+
+void KeepLongest(std::atomic<int64_t>* longest, int64_t value) {
+  if (value > longest->load()) *longest = value;
+}
+
+}  // namespace
+
+void Writer::Timed(int s, bool trim) {
+  const StoreFile& store = *stores_[s];
+  KeepLongest(trim ? &stats_.longestTrimUs : &stats_.longestWriteUs, store.lastTransactionUs());
+  KeepLongest(&stats_.longestLockWaitUs, store.lastLockWaitUs());
+}
+
+void Writer::Adapt(int s, int64_t* step, int64_t limit) {
+  int64_t took = stores_[s]->lastTransactionUs();
+  int64_t target = options_.trimTarget.count();
+  if (took > target) {
+    *step = std::max<int64_t>(*step / 2, 16);
+  } else if (took < target / 2) {
+    *step = std::min<int64_t>(*step + *step / 4 + 1, limit);
+  }
+}
+
+// On a file system with little room left, the log is kept within half the reserve: pages in
+// the log that are new to the file need that much room again when they are copied into it, and
+// a full file system can only be recovered from when the reserve covers them.
+void Writer::KeepLogShort(int s) {
+  StoreFile& store = *stores_[s];
+  int64_t frames = store.WalFrames();
+  if (frames == walPages_[s]) return;  // nothing committed since the last look
+  walPages_[s] = frames;
+  int64_t stall = options_.walStallPages;
+  int64_t free = FreeBytes(store.path());
+  if (free >= 0 && free < 2 * stall * store.PageSize()) {
+    stall = std::min<int64_t>(stall, kReserveBytes / 2 / store.PageSize());
+  }
+  if (frames >= stall) {
+    stats_.walWaits++;
+    checkpointOnly_[s] = true;
+    upkeep_[s]->RequestAndWait();
+  } else if (frames >= options_.checkpointPages) {
+    upkeep_[s]->Request();
+  }
+}
+
+// After a commit to store: the checkpoint and the index step are asked for on the store's
+// upkeep thread. Only a log grown past walStallPages makes the writer wait, for a run that
+// only checkpoints (a reader in the log, such as an index step, would keep it from starting
+// over); its next transaction then starts the log over.
+void Writer::AfterCommit(int s) {
+  idleCheckpointed_[s] = false;
+  KeepLogShort(s);
+  upkeep_[s]->Request();
+  const StoreLimits& limits = options_.limits[s];
+  if (limits.maxRows > 0) {
+    KeepLongest(&stats_.mostRowsOverCap, stores_[s]->RowCount() - limits.maxRows);
+  }
 }
 
 void Writer::Note(int level, const std::string& text) {
@@ -112,7 +217,15 @@ void Writer::Run() {
   std::vector<LogEntry> batch;
   while (queue_->PopBatch(options_.batchRows, options_.linger, std::chrono::seconds(1), &batch)) {
     if (!batch.empty() || !notes_.empty()) WriteBatch(batch);
-    for (int s = 0; s < kStoreCount; ++s) Retain(s);
+    for (int s = 0; s < kStoreCount; ++s) {
+      Retain(s);
+      // When idle, what is left in the log goes into the file, once.
+      if (batch.empty() && stores_[s]->WalFrames() > 0 && !idleCheckpointed_[s]) {
+        checkpointOnly_[s] = true;
+        upkeep_[s]->Request();
+        idleCheckpointed_[s] = true;
+      }
+    }
   }
   if (!notes_.empty()) WriteBatch({});
 }
@@ -162,9 +275,11 @@ void Writer::WriteStore(int s, const std::vector<const LogEntry*>& rows,
   StoreFile& store = *stores_[s];
   bool complained = false;
   for (;;) {
-    int rc = EnsureOpen(s) ? Timed([&] { return store.Write(rows, positions); }) : SQLITE_CANTOPEN;
+    int rc = EnsureOpen(s) ? store.Write(rows, positions) : SQLITE_CANTOPEN;
     if (rc == SQLITE_OK) {
+      Timed(s, false);
       stats_.rowsWritten += rows.size();
+      AfterCommit(s);
       return;
     }
     if (IsSpaceError(rc) && MakeRoom(s)) continue;
@@ -187,6 +302,7 @@ void Writer::WriteStore(int s, const std::vector<const LogEntry*>& rows,
 bool Writer::MakeRoom(int failed) {
   // The reserve gives a delete room to start from; it is laid again once rows are gone.
   unlink(ReservePath().c_str());
+  indexPausedUntilMs_ = NowMs() + kIndexPauseMs;
   struct Relay {
     Writer* writer;
     ~Relay() { writer->LayReserve(); }
@@ -198,11 +314,12 @@ bool Writer::MakeRoom(int failed) {
     store.Checkpoint(true);
     int64_t deleted = 0;
     for (int64_t chunk = options_.chunkRows; chunk >= 10 && deleted == 0; chunk /= 4) {
-      Timed([&] { return store.DeleteOldest(chunk, &deleted); });
+      if (store.DeleteOldest(chunk, &deleted) == SQLITE_OK) Timed(s, true);
     }
     if (deleted == 0) continue;
     // Small vacuum steps, each checkpointed, so that the log never needs much room.
-    while (store.FreePages() > 0 && Timed([&] { return store.Vacuum(64); }) == SQLITE_OK) {
+    while (store.FreePages() > 0 && store.Vacuum(64) == SQLITE_OK) {
+      Timed(s, true);
       store.Checkpoint(true);
     }
     store.Checkpoint(true);
@@ -214,49 +331,72 @@ bool Writer::MakeRoom(int failed) {
   return false;
 }
 
-// One step towards the store's limits: at most one chunk deleted and one vacuum step.
-void Writer::Retain(int s) {
+int64_t Writer::Excess(int s, const char** why) {
   StoreFile& store = *stores_[s];
   const StoreLimits& limits = options_.limits[s];
-  if (!EnsureOpen(s)) return;
   int64_t rows = store.RowCount();
-  if (rows <= 0) return;
-  int64_t excess = 0;
-  const char* why = nullptr;
+  if (rows <= 0) return 0;
   if (limits.maxRows > 0 && rows > limits.maxRows) {
-    excess = rows - limits.maxRows;
-    why = "rows";
+    *why = "rows";
+    return rows - limits.maxRows;
   }
   int64_t used = limits.maxBytes > 0 || limits.keepFreeBytes > 0 ? store.UsedBytes() : 0;
   int64_t rowBytes = std::max<int64_t>(used / rows, 1);
-  if (why == nullptr && limits.maxBytes > 0 && used > limits.maxBytes) {
-    excess = (used - limits.maxBytes) / rowBytes + 1;
-    why = "bytes";
+  if (limits.maxBytes > 0 && used > limits.maxBytes) {
+    *why = "bytes";
+    return (used - limits.maxBytes) / rowBytes + 1;
   }
-  if (why == nullptr && limits.keepFreeBytes > 0) {
+  if (limits.keepFreeBytes > 0) {
     int64_t free = FreeBytes(store.path());
     int64_t pending = store.FreePages() * store.PageSize();
     if (free >= 0 && free + pending < limits.keepFreeBytes) {
-      excess = (limits.keepFreeBytes - free - pending) / rowBytes + 1;
-      why = "free";
+      *why = "free";
+      return (limits.keepFreeBytes - free - pending) / rowBytes + 1;
     }
   }
-  int64_t deleted = 0;
-  if (why != nullptr) {
-    Timed([&] { return store.DeleteOldest(std::min(excess, options_.chunkRows), &deleted); });
-  } else if (limits.maxDays > 0 && std::chrono::steady_clock::now() >= nextAgeCheck_[s]) {
-    int64_t cutoff = time(nullptr) - limits.maxDays * 86400;
-    int64_t oldest = store.OldestTime();
-    if (oldest >= 0 && oldest < cutoff) {
-      Timed([&] { return store.DeleteOlderThan(cutoff, options_.chunkRows, &deleted); });
+  return 0;
+}
+
+// Brings the store back within its limits, a chunk per transaction, each chunk sized so that
+// its transaction stays near trimTarget; then one vacuum step, sized the same way. A pass
+// deletes at most a few chunks, so that batches go on between passes; a batch adds at most
+// batchRows rows, so the store stays within a limit plus one batch while trimming keeps up.
+void Writer::Retain(int s) {
+  constexpr int kChunksPerPass = 8;
+  StoreFile& store = *stores_[s];
+  const StoreLimits& limits = options_.limits[s];
+  if (!EnsureOpen(s)) return;
+  int64_t retired = 0;
+  for (int pass = 0; pass < kChunksPerPass; ++pass) {
+    const char* why = nullptr;
+    int64_t excess = Excess(s, &why);
+    int64_t deleted = 0;
+    int rc = SQLITE_OK;
+    if (excess > 0) {
+      rc = store.DeleteOldest(std::min(excess, chunk_[s]), &deleted);
+    } else if (limits.maxDays > 0 && std::chrono::steady_clock::now() >= nextAgeCheck_[s]) {
+      int64_t cutoff = time(nullptr) - limits.maxDays * 86400;
+      int64_t oldest = store.OldestTime();
+      if (oldest >= 0 && oldest < cutoff) {
+        rc = store.DeleteOlderThan(cutoff, chunk_[s], &deleted);
+      }
+      // Aged rows go a chunk at a time while there are any, else the check waits a while.
+      if (deleted < chunk_[s]) {
+        nextAgeCheck_[s] = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+      }
     }
-    // Aged rows go a chunk per pass while there are any, else the check waits a while.
-    if (deleted < options_.chunkRows) {
-      nextAgeCheck_[s] = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    }
+    if (rc != SQLITE_OK || deleted == 0) break;
+    Timed(s, true);
+    Adapt(s, &chunk_[s], options_.chunkRows);
+    retired += deleted;
   }
-  stats_.rowsRetired += deleted;
-  if (store.FreePages() > 0) Timed([&] { return store.Vacuum(options_.vacuumPages); });
+  stats_.rowsRetired += retired;
+  if (store.FreePages() > 0 && store.Vacuum(vacuum_[s]) == SQLITE_OK) {
+    Timed(s, true);
+    Adapt(s, &vacuum_[s], options_.vacuumPages);
+  }
+  if (retired > 0) upkeep_[s]->Request();
+  KeepLogShort(s);
 }
 
 }  // namespace logd

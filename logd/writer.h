@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "logd/background_task.h"
 #include "logd/config.h"
 #include "logd/entry_queue.h"
 #include "logd/store_file.h"
@@ -24,7 +25,17 @@ struct WriterOptions {
   size_t batchRows = 1000;               // rows of one write transaction at most
   std::chrono::milliseconds linger{50};  // how long a batch waits to fill
   int64_t chunkRows = 10000;             // rows of one retention transaction at most
-  int vacuumPages = 512;                 // pages given back by one vacuum step at most
+  int64_t vacuumPages = 512;             // pages given back by one vacuum step at most
+  // Retention chunks and vacuum steps are sized, from how long the last ones took, so that
+  // each transaction holds the store for about this long.
+  std::chrono::microseconds trimTarget{8000};
+  // A background checkpoint is asked for once the write-ahead log holds this many pages; the
+  // writer waits for one before going on once it holds walStallPages (so that the log starts
+  // over and stays bounded under a steady stream).
+  int64_t checkpointPages = 1000;
+  int64_t walStallPages = 16384;
+  bool index = true;              // keep each store's search index current after commits
+  int64_t indexStepRows = 20000;  // rows indexed by one upkeep step at most
 };
 
 // Counters readable from any thread while the writer runs.
@@ -33,7 +44,13 @@ struct WriterStats {
   std::atomic<uint64_t> batches{0};
   std::atomic<uint64_t> rowsRetired{0};        // deleted by a retention limit
   std::atomic<uint64_t> rowsFreedForSpace{0};  // deleted because the file system was full
-  std::atomic<int64_t> longestTransactionUs{0};
+  std::atomic<int64_t> longestWriteUs{0};      // a batch's transaction
+  std::atomic<int64_t> longestTrimUs{0};       // a retention chunk or vacuum step
+  std::atomic<int64_t> longestLockWaitUs{0};   // waiting for a store's write lock
+  std::atomic<int64_t> mostRowsOverCap{0};     // rows above a store's row limit after a commit
+  std::atomic<uint64_t> walWaits{0};           // times the writer waited for a checkpoint
+  std::atomic<uint64_t> indexFailures{0};      // index steps that failed
+  std::atomic<uint64_t> checkpoints{0};        // background checkpoints run
 };
 
 // Takes batches from the queue and writes them, one transaction per store and batch, with the
@@ -44,6 +61,10 @@ struct WriterStats {
 // again every second (the queue then fills and inputs wait), so nothing taken from the queue
 // is dropped while the writer runs. Beside the stores it keeps ".quor-logd.reserve", 1 MiB
 // given up to let a delete run on a full file system.
+// Beside the writer thread, each store has an upkeep thread that never holds up a batch: after
+// commits it copies the write-ahead log into the file (commits never do), then brings the
+// store's search index a step nearer to the newest row (the index is a database of its own),
+// and goes on in steps while the index is behind.
 class Writer {
  public:
   Writer(EntryQueue* queue, WriterOptions options);
@@ -57,6 +78,9 @@ class Writer {
   // Returns once the queue is closed and every entry taken from it is written (or the stores
   // failed for good).
   void Join();
+  // Waits until the search index of every store has caught up with what was written so far
+  // (or failed: stats().indexFailures). REQUIRES: Start.
+  void WaitForIndex();
 
   const WriterStats& stats() const { return stats_; }
 
@@ -71,9 +95,17 @@ class Writer {
   std::string ReservePath() const;
   void LayReserve();
   void Retain(int store);
+  // The rows by which store is over a limit now (0: within all), and which limit.
+  int64_t Excess(int store, const char** why);
   void Note(int level, const std::string& text);
-  template <typename Call>
-  int Timed(Call call);
+  // Records how long store's last transaction took (trim: a retention one).
+  void Timed(int store, bool trim);
+  // Resizes a retention step from how long the last one took.
+  void Adapt(int store, int64_t* step, int64_t limit);
+  void AfterCommit(int store);
+  void KeepLogShort(int store);
+  // The upkeep of store: a checkpoint when asked for, then one index step.
+  void Upkeep(int store, bool* complained);
 
   EntryQueue* queue_;
   WriterOptions options_;
@@ -82,6 +114,18 @@ class Writer {
   std::thread thread_;
   WriterStats stats_;
   std::chrono::steady_clock::time_point nextAgeCheck_[kStoreCount];
+  int64_t chunk_[kStoreCount];   // rows of the next retention chunk
+  int64_t vacuum_[kStoreCount];  // pages of the next vacuum step
+  std::unique_ptr<BackgroundTask> upkeep_[kStoreCount];
+  // Set by the writer: pages in the log after its last commit, and that the next upkeep run
+  // only checkpoints (so that nothing of ours reads the store when the writer starts over).
+  std::atomic<int64_t> walPages_[kStoreCount] = {};
+  std::atomic<bool> checkpointOnly_[kStoreCount] = {};
+  std::atomic<int64_t> indexBehind_[kStoreCount] = {};  // after the last index step; -1 unknown
+  bool idleCheckpointed_[kStoreCount] = {};  // since the last commit (writer thread only)
+  // Until then the index waits: the file system was full, and the stores come first (the
+  // search module reads rows above the index's mark from the store itself).
+  std::atomic<int64_t> indexPausedUntilMs_{0};
 };
 
 // "quor-logd[PID]: text", the daemon's own rows.

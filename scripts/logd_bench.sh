@@ -5,6 +5,13 @@
 #   logd_bench.sh BUILD kill   KILLS (default 100) kill -9 at random moments while quor-logd
 #                              writes a burst of ENTRIES, restarting each time; then checks
 #                              that the store holds every entry exactly once
+#   logd_bench.sh BUILD retention
+#                              ENTRIES into a system store that already holds BIG_ROWS (default
+#                              10,000,000) rows with a row limit of BIG_ROWS, so that every batch
+#                              is followed by trimming: the longest write and retention
+#                              transactions (goal <= 25 ms), the most rows over the limit, the
+#                              rate beside the same burst into an empty store. REFERENCE_LOGD=PATH
+#                              runs the same with another build of quor-logd first.
 # Journal files are made once by systemd-journal-remote in BUILD/bench-data/journal-N.
 set -euo pipefail
 build=${1:-build}
@@ -16,6 +23,13 @@ journal="$data/journal-$entries"
 mkdir -p "$data"
 now_ms() { date +%s%3N; }
 count() { sqlite3 "$1/var/log/quorlog/.QUORSYSDB" "SELECT count(*) FROM logs" 2>/dev/null || echo 0; }
+# The newest row id: rows ever written to a store whose ids start at 1 (cheap at any size,
+# unlike count(*), which would compete with the writer for the two cores).
+newest() {
+  local id
+  id=$(sqlite3 "$1/var/log/quorlog/.QUORSYSDB" "SELECT coalesce(max(id), 0) FROM logs" 2>/dev/null)
+  echo "${id:-0}"
+}
 
 if [ ! -d "$journal" ]; then
   echo "Writing $entries journal entries with systemd-journal-remote (once) ..."
@@ -38,8 +52,18 @@ fresh_root() {
     >"$root/etc/quor-logd.conf"
 }
 
-wait_for() {  # wait_for ROOT N: until the system store holds N rows
-  while [ "$(count "$1")" -lt "$2" ]; do sleep 0.05; done
+# The search index's mark: the newest row id of the system store that its index holds.
+indexed() {
+  local id
+  [ -n "${no_index:-}" ] && echo 1000000000000 && return
+  id=$(sqlite3 "$1/var/log/quorlog/.QUORSYSDB.search-index" "SELECT mark FROM state" 2>/dev/null)
+  echo "${id:-0}"
+}
+wait_for_index() {  # wait_for_index ROOT N: until the index holds rows up to id N
+  while [ "$(indexed "$1")" -lt "$2" ]; do sleep 0.05; done
+}
+wait_for() {  # wait_for ROOT N: until N rows were written to the system store
+  while [ "$(newest "$1")" -lt "$2" ]; do sleep 0.05; done
 }
 
 case "$mode" in
@@ -54,6 +78,8 @@ case "$mode" in
     pid=$!
     wait_for "$root" "$entries"
     write_ms=$(($(now_ms) - start))
+    wait_for_index "$root" "$entries"
+    index_ms=$(($(now_ms) - start))
     kill "$pid"
     wait "$pid" || true
     # Idle latency: one more entry appended while the daemon follows.
@@ -69,12 +95,71 @@ case "$mode" in
     wait "$pid" || true
     rm -rf "$data/journal-$entries"  # the appended entry changed it
     printf '%-52s %12s %10s\n' "run ($entries entries)" "entries/s" "vs read"
-    awk -v r="$read_ms" -v w="$write_ms" -v n="$entries" 'BEGIN {
+    awk -v r="$read_ms" -v w="$write_ms" -v x="$index_ms" -v n="$entries" 'BEGIN {
       printf "%-52s %12.0f %9.2fx\n", "journalctl -o export > /dev/null (reading only)", n * 1000 / r, 1
       printf "%-52s %12.0f %9.2fx\n", "quor-logd journal -> system store (committed)", n * 1000 / w, r / w
+      printf "%-52s %12.0f %9.2fx\n", "  ... and in its search index (same run)", n * 1000 / x, r / x
     }'
     echo "entry appended while idle -> in the store after: ${idle_ms} ms (includes journal-remote's own run)"
     grep -h 'stopped' "$root/logd.err" | head -1
+    ;;
+  retention)
+    big=${BIG_ROWS:-10000000}
+    store="$data/store-$big.db"
+    if [ ! -f "$store" ]; then
+      echo "Writing a system store of $big rows (once) ..."
+      sqlite3 "$store.tmp" <<EOF >/dev/null
+PRAGMA auto_vacuum=INCREMENTAL; PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF;
+CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER, level TEXT,
+  username TEXT, msg TEXT);
+CREATE INDEX logs_time ON logs (time);
+WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < $big - 1)
+INSERT INTO logs (time, level, username, msg)
+SELECT 1700000000 + i / 100, CASE i % 5 WHEN 0 THEN 'err' WHEN 1 THEN 'warning' ELSE 'info' END,
+  'SYSTEM', 'bench[' || (100 + i % 900) || ']: entry ' || i || ': disk sda1 usage checked'
+FROM n;
+PRAGMA wal_checkpoint(TRUNCATE);
+EOF
+      mv "$store.tmp" "$store"
+    fi
+    # run NAME BINARY ROWS: ENTRIES into a store of ROWS rows (0: empty) capped at ROWS.
+    run() {
+      local root="$data/logd-retention" rows=$3
+      fresh_root "$root"
+      if [ "$rows" -gt 0 ]; then
+        mkdir -p "$root/var/log/quorlog"
+        cp "$store" "$root/var/log/quorlog/.QUORSYSDB"
+        printf 'system_max_rows=%s\n' "$rows" >>"$root/etc/quor-logd.conf"
+        # The search index is tied to the store's file: made here by quor-logd with no input
+        # (it only indexes), not timed.
+        "$2" --root "$root" 2>/dev/null &
+        pid=$!
+        local since
+        since=$(now_ms)
+        wait_for_index "$root" "$rows"
+        echo "  (indexed the copied store in $((($(now_ms) - since) / 1000)) s)"
+        kill "$pid"
+        wait "$pid" || true
+      fi
+      local start
+      start=$(now_ms)
+      "$2" --root "$root" --journal-dir "$journal" 2>"$root/logd.err" &
+      pid=$!
+      wait_for "$root" $((rows + entries))
+      local ms=$(($(now_ms) - start))
+      kill "$pid"
+      wait "$pid" || true
+      printf '%-44s %9.0f entries/s; rows now %s, file %s MiB\n' "$1" \
+        "$((entries * 1000 / ms))" "$(count "$root")" \
+        "$(($(stat -c %s "$root/var/log/quorlog/.QUORSYSDB") >> 20))"
+      grep -ho 'stopped.*' "$root/logd.err" | head -1
+      rm -rf "$root"
+    }
+    if [ -n "${REFERENCE_LOGD:-}" ]; then  # an earlier build keeps no index: none is made
+      no_index=1 run "reference: $big-row store at its limit" "$REFERENCE_LOGD" "$big"
+    fi
+    run "empty store, no limit" "$bin/quor-logd" 0
+    run "$big-row store at its limit" "$bin/quor-logd" "$big"
     ;;
   kill)
     kills=${KILLS:-100}

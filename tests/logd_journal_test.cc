@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <set>
 
+#include "index/search_index.h"
 #include "platform/logdb.h"
 #include "tests/support/logd_harness.h"
 #include "tests/support/run_process.h"
@@ -230,4 +231,29 @@ TEST(LogdJournal, KillNineBetweenBatchesNeitherLosesNorRepeats) {
   logd.Stop();
   EXPECT_EQ(60000, DistinctEntries());
   EXPECT_EQ(60000, CountRows(SystemStore()));
+}
+
+TEST(LogdJournal, KeepsTheSearchIndexCurrent) {
+  TempRoot root;
+  JournalDir journal(root.At("/journal"));
+  ASSERT_EQ("", journal.AppendNumbered(0, 5000));
+  logd::LogdConfig config;
+  config.system = {3000, 0, 0, 0};  // retention removes the first 2,000 again
+  LogdUnderTest logd(journal.path(), config, 500);
+  ASSERT_TRUE(logd.Start());
+  ASSERT_TRUE(WaitUntil([] { return CountRows(SystemStore(), "msg = 'app[4242]: entry 4999'"); }));
+  ASSERT_TRUE(WaitUntil([] { return CountRows(SystemStore()) == 3000; }));
+  // More rows while following: the index follows too.
+  ASSERT_EQ("", journal.AppendNumbered(5000, 10));
+  ASSERT_TRUE(WaitUntil([] { return CountRows(SystemStore(), "msg LIKE '%entry 5009'") == 1; }));
+  logd.writer().WaitForIndex();
+
+  // The index answers for every row of the store: its mark is the newest row, it spans exactly
+  // the rows left after retention, and its text table finds a row that came last.
+  std::unique_ptr<IndexReader> index = IndexReader::Open(SystemStore(), 0);
+  ASSERT_TRUE(index);
+  EXPECT_EQ(QueryRows(SystemStore(), "SELECT max(id) FROM logs")[0], std::to_string(index->mark()));
+  EXPECT_EQ(CountRows(SystemStore()), index->span());
+  EXPECT_EQ(1, index->Candidates(CandidateQuery({"5009"}), 10));
+  EXPECT_EQ(0u, logd.writer().stats().indexFailures.load());
 }

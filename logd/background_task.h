@@ -1,0 +1,41 @@
+// A task run on a thread of its own when asked, with requests coalesced: however often it is
+// asked while it runs, it runs once more afterwards, never twice at once.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace logd {
+
+class BackgroundTask {
+ public:
+  explicit BackgroundTask(std::function<void()> task);
+  ~BackgroundTask();  // lets a run under way finish, then joins; a pending request is dropped
+
+  // Asks for a run; never waits.
+  void Request();
+  // Asks for a run and waits until one that started after this call has finished.
+  void RequestAndWait();
+  // Runs completed so far.
+  uint64_t runs() const;
+  // Whether a run was asked for and has not started yet.
+  bool pending() const;
+
+ private:
+  void Run();
+
+  std::function<void()> task_;
+  mutable std::mutex mutex_;
+  std::condition_variable wake_;
+  std::condition_variable done_;
+  bool pending_ = false;
+  bool stopping_ = false;
+  uint64_t started_ = 0;   // runs begun
+  uint64_t finished_ = 0;  // runs ended
+  std::thread thread_;
+};
+
+}  // namespace logd

@@ -5,7 +5,7 @@
 
 namespace logd {
 
-BackgroundTask::BackgroundTask(std::function<void()> task) : task_(std::move(task)) {
+BackgroundTask::BackgroundTask(std::function<bool()> task) : task_(std::move(task)) {
   thread_ = std::thread([this] { Run(); });
 }
 
@@ -54,8 +54,9 @@ void BackgroundTask::Run() {
     pending_ = false;
     ++started_;
     lock.unlock();
-    task_();
+    bool again = task_();
     lock.lock();
+    if (again) pending_ = true;
     ++finished_;
     done_.notify_all();
   }

@@ -1,5 +1,6 @@
 // A task run on a thread of its own when asked, with requests coalesced: however often it is
-// asked while it runs, it runs once more afterwards, never twice at once.
+// asked while it runs, it runs once more afterwards, never twice at once. A task that returns
+// true asks for another run itself.
 #pragma once
 
 #include <condition_variable>
@@ -12,7 +13,7 @@ namespace logd {
 
 class BackgroundTask {
  public:
-  explicit BackgroundTask(std::function<void()> task);
+  explicit BackgroundTask(std::function<bool()> task);
   ~BackgroundTask();  // lets a run under way finish, then joins; a pending request is dropped
 
   // Asks for a run; never waits.
@@ -27,7 +28,7 @@ class BackgroundTask {
  private:
   void Run();
 
-  std::function<void()> task_;
+  std::function<bool()> task_;
   mutable std::mutex mutex_;
   std::condition_variable wake_;
   std::condition_variable done_;

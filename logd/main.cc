@@ -167,5 +167,9 @@ int main(int argc, char** argv) {
            static_cast<long long>(stats.mostRowsOverCap.load()),
            static_cast<unsigned long long>(stats.walWaits.load()));
   Say(LOG_INFO, summary);
+  if (stats.indexFailures > 0) {
+    Say(LOG_WARNING, std::to_string(stats.indexFailures.load()) +
+                         " steps of the search index failed; the last: " + writer.LastIndexError());
+  }
   return 0;
 }

@@ -96,7 +96,7 @@ std::string Writer::Position(Store store, const std::string& input) {
 void Writer::Start() {
   for (int s = 0; s < kStoreCount; ++s) {
     upkeep_[s] = std::make_unique<BackgroundTask>(
-        [this, s, complained = false]() mutable { Upkeep(s, &complained); });
+        [this, s, complained = false]() mutable { return Upkeep(s, &complained); });
   }
   thread_ = std::thread([this] { Run(); });
 }
@@ -104,6 +104,11 @@ void Writer::Start() {
 void Writer::Join() {
   if (thread_.joinable()) thread_.join();
   for (auto& upkeep : upkeep_) upkeep.reset();
+}
+
+std::string Writer::LastIndexError() const {
+  std::lock_guard<std::mutex> lock(errorMutex_);
+  return lastIndexError_;
 }
 
 void Writer::WaitForIndex() {
@@ -116,33 +121,40 @@ void Writer::WaitForIndex() {
   }
 }
 
-void Writer::Upkeep(int s, bool* complained) {
+bool Writer::Upkeep(int s, bool* complained) {
   const std::string& path = options_.paths[s];
   bool only = checkpointOnly_[s].exchange(false);
-  if (only || walPages_[s].load() >= options_.checkpointPages) {
+  bool force = checkpointNow_[s].exchange(false);
+  if (only || force || walPages_[s].load() >= options_.checkpointPages) {
     CheckpointStore(path);
     stats_.checkpoints++;
   }
-  if (only || !options_.index) return;
+  if (only || !options_.index) return false;
   if (NowMs() < indexPausedUntilMs_.load()) {
     indexBehind_[s] = 0;  // nothing to wait for: it resumes after the pause, on a commit
-    return;
+    return false;
   }
   int64_t behind = 0;
   std::string error;
   bool indexed = IndexCatchUpSome(path, options_.indexStepRows, &behind, &error);
   indexBehind_[s] = indexed ? behind : 0;
   if (indexed) {
+    indexFailed_[s] = false;
     *complained = false;
-    if (behind > 0) upkeep_[s]->Request();  // the next step, after whatever else is asked
-    return;
+    return behind > 0;  // the next step, after whatever else is asked
   }
   stats_.indexFailures++;
+  indexFailed_[s] = true;
+  {
+    std::lock_guard<std::mutex> lock(errorMutex_);
+    lastIndexError_ = path + ": " + error;
+  }
   if (!*complained) {  // once until it works again
     SLIBCSysLog(LOG_WARNING, "quor-logd: cannot bring the search index of %s up to date: %s",
                 path.c_str(), error.c_str());
     *complained = true;
   }
+  return false;
 }
 
 namespace {
@@ -221,9 +233,11 @@ void Writer::Run() {
       Retain(s);
       // When idle, what is left in the log goes into the file, once.
       if (batch.empty() && stores_[s]->WalFrames() > 0 && !idleCheckpointed_[s]) {
-        checkpointOnly_[s] = true;
+        checkpointNow_[s] = true;
         upkeep_[s]->Request();
         idleCheckpointed_[s] = true;
+      } else if (batch.empty() && indexFailed_[s]) {
+        upkeep_[s]->Request();  // a failed index step is tried again once a second
       }
     }
   }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -83,6 +84,8 @@ class Writer {
   void WaitForIndex();
 
   const WriterStats& stats() const { return stats_; }
+  // What the last failed index step said ("" when none failed).
+  std::string LastIndexError() const;
 
  private:
   void Run();
@@ -104,8 +107,9 @@ class Writer {
   void Adapt(int store, int64_t* step, int64_t limit);
   void AfterCommit(int store);
   void KeepLogShort(int store);
-  // The upkeep of store: a checkpoint when asked for, then one index step.
-  void Upkeep(int store, bool* complained);
+  // The upkeep of store: a checkpoint when asked for, then one index step. True when the
+  // index is still behind.
+  bool Upkeep(int store, bool* complained);
 
   EntryQueue* queue_;
   WriterOptions options_;
@@ -121,7 +125,11 @@ class Writer {
   // only checkpoints (so that nothing of ours reads the store when the writer starts over).
   std::atomic<int64_t> walPages_[kStoreCount] = {};
   std::atomic<bool> checkpointOnly_[kStoreCount] = {};
+  std::atomic<bool> checkpointNow_[kStoreCount] = {};   // whatever the log holds (when idle)
   std::atomic<int64_t> indexBehind_[kStoreCount] = {};  // after the last index step; -1 unknown
+  std::atomic<bool> indexFailed_[kStoreCount] = {};     // the last index step failed
+  mutable std::mutex errorMutex_;
+  std::string lastIndexError_;
   bool idleCheckpointed_[kStoreCount] = {};  // since the last commit (writer thread only)
   // Until then the index waits: the file system was full, and the stores come first (the
   // search module reads rows above the index's mark from the store itself).

@@ -3,6 +3,7 @@
 
 #include <pwd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -25,7 +26,7 @@ size_t Utf8Length(const std::string& text, size_t i) {
   } else {
     return 0;  // NUL and other control characters count as binary
   }
-  size_t n = c >= 0xF0 && c <= 0xF4 ? 4 : c >= 0xE0 ? 3 : c >= 0xC2 && c < 0xE0 ? 2 : 0;
+  size_t n = c >= 0xF0 && c <= 0xF4 ? 4 : c >= 0xE0 && c < 0xF0 ? 3 : c >= 0xC2 && c < 0xE0 ? 2 : 0;
   if (n == 0 || i + n > text.size()) return 0;
   for (size_t k = 1; k < n; ++k) {
     if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return 0;
@@ -142,20 +143,25 @@ bool ConnectionRow(const JournalFields& fields, LogEntry* row) {
 CursorOrder ParseCursor(const std::string& cursor) {
   CursorOrder order;
   bool haveSeqnum = false, haveTime = false;
-  std::istringstream in(cursor);
-  for (std::string part; std::getline(in, part, ';');) {
-    if (part.size() < 2 || part[1] != '=') continue;
-    std::string value = part.substr(2);
-    char* end = nullptr;
-    if (part[0] == 's') order.seqnumId = value;
-    if (part[0] == 'i') {
-      order.seqnum = strtoull(value.c_str(), &end, 16);
-      haveSeqnum = !value.empty() && *end == '\0';
+  // "s=...;i=...;b=...;m=...;t=...;x=...": split by hand, once per entry.
+  size_t at = 0;
+  while (at <= cursor.size()) {
+    size_t end = cursor.find(';', at);
+    if (end == std::string::npos) end = cursor.size();
+    if (end - at >= 2 && cursor[at + 1] == '=') {
+      std::string value = cursor.substr(at + 2, end - at - 2);
+      char* stop = nullptr;
+      if (cursor[at] == 's') order.seqnumId = value;
+      if (cursor[at] == 'i') {
+        order.seqnum = strtoull(value.c_str(), &stop, 16);
+        haveSeqnum = !value.empty() && *stop == '\0';
+      }
+      if (cursor[at] == 't') {
+        order.realtimeUsec = strtoull(value.c_str(), &stop, 16);
+        haveTime = !value.empty() && *stop == '\0';
+      }
     }
-    if (part[0] == 't') {
-      order.realtimeUsec = strtoull(value.c_str(), &end, 16);
-      haveTime = !value.empty() && *end == '\0';
-    }
+    at = end + 1;
   }
   order.valid = !order.seqnumId.empty() && haveSeqnum && haveTime;
   return order;
@@ -168,7 +174,9 @@ bool IsAfter(const CursorOrder& a, const CursorOrder& b) {
 
 int64_t EntriesBetween(const CursorOrder& b, const CursorOrder& a) {
   if (a.seqnumId != b.seqnumId) return -1;
-  return a.seqnum > b.seqnum ? static_cast<int64_t>(a.seqnum - b.seqnum - 1) : 0;
+  if (a.seqnum <= b.seqnum) return 0;
+  uint64_t missing = a.seqnum - b.seqnum - 1;
+  return missing > static_cast<uint64_t>(INT64_MAX) ? INT64_MAX : static_cast<int64_t>(missing);
 }
 
 std::string LocalTimeText(uint64_t realtimeUsec) {

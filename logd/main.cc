@@ -156,13 +156,15 @@ int main(int argc, char** argv) {
   snprintf(summary, sizeof summary,
            "stopped (%s): %llu rows written in %llu batches, %llu rows retired, %llu removed "
            "for space; longest write transaction %.1f ms, longest retention transaction %.1f "
-           "ms, longest wait for a store %.1f ms; at most %lld rows over a row limit; waited "
-           "for a checkpoint %llu times",
+           "ms (%llu of %llu transactions over 25 ms), longest wait for a store %.1f ms; at most "
+           "%lld rows over a row limit; waited for a checkpoint %llu times",
            strsignal(signal), static_cast<unsigned long long>(stats.rowsWritten.load()),
            static_cast<unsigned long long>(stats.batches.load()),
            static_cast<unsigned long long>(stats.rowsRetired.load()),
            static_cast<unsigned long long>(stats.rowsFreedForSpace.load()),
            stats.longestWriteUs.load() / 1000.0, stats.longestTrimUs.load() / 1000.0,
+           static_cast<unsigned long long>(stats.longTransactions.load()),
+           static_cast<unsigned long long>(stats.transactions.load()),
            stats.longestLockWaitUs.load() / 1000.0,
            static_cast<long long>(stats.mostRowsOverCap.load()),
            static_cast<unsigned long long>(stats.walWaits.load()));

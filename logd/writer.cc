@@ -22,6 +22,8 @@ const char* const kStoreNames[kStoreCount] = {"system", "connection"};
 // Room kept on the stores' file system for deleting rows when it is full.
 constexpr off_t kReserveBytes = 1 << 20;
 
+// Transactions that hold a store for longer are counted (WriterStats::longTransactions).
+constexpr int64_t kLongTransactionUs = 25000;
 // How long the search index waits after the file system was found full.
 constexpr int64_t kIndexPauseMs = 60000;
 
@@ -167,6 +169,8 @@ void KeepLongest(std::atomic<int64_t>* longest, int64_t value) {
 
 void Writer::Timed(int s, bool trim) {
   const StoreFile& store = *stores_[s];
+  stats_.transactions++;
+  if (store.lastTransactionUs() > kLongTransactionUs) stats_.longTransactions++;
   KeepLongest(trim ? &stats_.longestTrimUs : &stats_.longestWriteUs, store.lastTransactionUs());
   KeepLongest(&stats_.longestLockWaitUs, store.lastLockWaitUs());
 }

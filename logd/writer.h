@@ -47,6 +47,8 @@ struct WriterStats {
   std::atomic<uint64_t> rowsFreedForSpace{0};  // deleted because the file system was full
   std::atomic<int64_t> longestWriteUs{0};      // a batch's transaction
   std::atomic<int64_t> longestTrimUs{0};       // a retention chunk or vacuum step
+  std::atomic<uint64_t> transactions{0};       // batches, retention chunks, vacuum steps
+  std::atomic<uint64_t> longTransactions{0};   // of them, those over 25 ms
   std::atomic<int64_t> longestLockWaitUs{0};   // waiting for a store's write lock
   std::atomic<int64_t> mostRowsOverCap{0};     // rows above a store's row limit after a commit
   std::atomic<uint64_t> walWaits{0};           // times the writer waited for a checkpoint

@@ -87,6 +87,8 @@ TEST(LogdJournal, MapsEntriesToSystemAndConnectionRows) {
   EXPECT_EQ("info|SYSTEM|app[4242]: [binary] raw\\x00\\xFF bytes|37", system[6]);
   EXPECT_EQ("info|SYSTEM|app[4242]: " + std::string(69, 'x') + "|65547", system[7]);
   EXPECT_EQ(1, CountRows(SystemStore(), "msg LIKE '% [cut]'"));
+  // Bytes that can never start a character are escaped too, not passed on.
+  EXPECT_EQ("[binary] \\xFD\\xBE\\xAF", logd::MessageText("\xfd\xbe\xaf", false));
 
   std::vector<std::string> connection =
       QueryRows(ConnectionStore(), "SELECT level, username, msg FROM logs");

@@ -1,11 +1,15 @@
 // follow and context of QUOR.LogCenter.Search on real stores in a temporary root: the marks
 // move past every row written, stay past a clear and drop when a store is replaced; context
 // walks the time order with ties by id, whatever the filters, and says where more remain.
+// The exclusions of users and logs that the page's "filter out" sends, with and without the
+// stores' search index.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "index/search_index.h"
 #include "platform/webapi.h"
 #include "search/position_methods.h"
+#include "search/search_methods.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/log_schemas.h"
 
@@ -87,6 +91,72 @@ TEST(SearchContext, NeighboursInTimeOrderWhateverTheFilters) {
   EXPECT_EQ("error 120", Context(R"({"logtype":"system","id":1,"count":101})"));
   EXPECT_EQ("error 120", Context(R"({"logtype":"system,connection","id":1})"));
   EXPECT_EQ("error 120", Context(R"({"logtype":"bkplog","id":1})"));
+}
+
+// A query's levels, then its rows as store:user:message, then its histogram's total.
+std::string Excluded(const std::string& exclude, const std::string& more = "") {
+  std::string params = R"({"logtype":"system,connection","exclude":)" + exclude + more + "}";
+  Json::Value answer = Call(QueryMethod, params.c_str());
+  if (!answer.isObject()) return "error " + std::to_string(answer.asInt());
+  const Json::Value& levels = answer["levels"];
+  std::string text = std::to_string(levels["info"].asInt()) + "/" +
+                     std::to_string(levels["warn"].asInt()) + "/" +
+                     std::to_string(levels["err"].asInt());
+  for (const Json::Value& item : answer["items"]) {
+    text += " " + item["orginalLogType"].asString() + ":" + item["who"].asString() + ":" +
+            item["descr"].asString();
+  }
+  Json::Value histogram = Call(HistogramMethod, params.c_str());
+  int64_t counted = 0;
+  for (const Json::Value& bucket : histogram["counts"]) {
+    for (int level = 1; level <= 3; ++level) counted += bucket[level].asInt64();
+  }
+  return text + " =" + std::to_string(counted);
+}
+
+TEST(SearchExclusions, UsersAndLogsLeftOutWithAndWithoutTheIndex) {
+  TempRoot root;
+  const std::string system = root.At("/var/log/quorlog/.QUORSYSDB");
+  MakeDatabase(system, std::string(QUOR_SYSTEM_LOG_SCHEMA) +
+                           "INSERT INTO logs (time, level, username, msg) VALUES "
+                           "(1, 'info', 'ann', 'disk full'), (2, 'err', 'bob', 'disk lost'),"
+                           "(3, 'warning', NULL, 'disk hot'), (4, 'info', 'o''hara', 'disk ok'),"
+                           "(5, 'info', 'Bob', 'disk new');");
+  MakeDatabase(root.At("/var/log/quorlog/.QUORCONNDB"),
+               std::string(QUOR_SYSTEM_LOG_SCHEMA) +
+                   "INSERT INTO logs (time, level, username, msg) VALUES "
+                   "(6, 'err', 'bob', 'login'), (7, 'info', 'ann', 'logout');");
+  // The counts of every user first, so that kept counts cannot answer for an exclusion.
+  EXPECT_EQ(
+      "4/1/2 connection:ann:logout connection:bob:login system:Bob:disk new "
+      "system:o'hara:disk ok system::disk hot system:bob:disk lost system:ann:disk full =7",
+      Excluded("{}"));
+  // Values compare exactly; a row without a user stays.
+  const std::string scanned = Excluded(R"({"who":["bob","o'hara"]})");
+  EXPECT_EQ(
+      "3/1/0 connection:ann:logout system:Bob:disk new system::disk hot "
+      "system:ann:disk full =4",
+      scanned);
+  EXPECT_EQ("1/0/1 connection:ann:logout connection:bob:login =2",
+            Excluded(R"({"orginalLogType":["SYSTEM"]})"));
+  EXPECT_EQ("0/0/0 =0", Excluded(R"({"orginalLogType":["system","connection"]})"));
+  const std::string term = Excluded(R"({"who":["ann"],"orginalLogType":["connection"]})",
+                                    R"(,"q":"disk","level":"info,err")");
+  EXPECT_EQ("2/1/1 system:Bob:disk new system:o'hara:disk ok system:bob:disk lost =3", term);
+  // With an index the store's counts come from it only without exclusions, and a term narrows
+  // to its candidates before the exclusion runs on them.
+  ASSERT_TRUE(IndexCatchUp(system));
+  EXPECT_EQ(scanned, Excluded(R"({"who":["bob","o'hara"]})"));
+  EXPECT_EQ(term, Excluded(R"({"who":["ann"],"orginalLogType":["connection"]})",
+                           R"(,"q":"disk","level":"info,err")"));
+  // Bad exclusions are refused before any store is read.
+  for (const char* bad : {R"("bob")", R"({"who":"bob"})", R"({"who":[1]})", R"({"msg":["x"]})",
+                          R"({"level":["err"]})", R"({"who":["a\u0000b"]})"}) {
+    EXPECT_EQ("error 120", Excluded(bad)) << bad;
+  }
+  std::string many = R"({"who":[")";
+  for (int i = 0; i < 100; ++i) many += std::to_string(i) + R"(",")";
+  EXPECT_EQ("error 120", Excluded(many + R"(x"]})"));  // 101 values
 }
 
 }  // namespace

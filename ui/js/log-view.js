@@ -4,14 +4,14 @@
 // (export-action.js) live in files of their own.
 
 import * as api from './api.js';
-import {ClassOf, FindLog, LEVELS, MembersOf} from './catalogue.js';
+import {ClassOf, FindLog, LEVELS, MembersOf, UserKey} from './catalogue.js';
 import {ClearLog} from './clear-action.js';
 import {ContextDialog} from './context-dialog.js';
 import {DescribeZone, EpochToWall, RecordTimeToWall} from './dates.js';
 import {byId} from './dom.js';
 import {ShowEntry, ValueFilters} from './entry-dialog.js';
 import {Export} from './export-action.js';
-import {Filters} from './filters.js';
+import {ExportLeavesOut, Filters} from './filters.js';
 import {CurrentLanguage, FormatNumber, OnLanguageChange, T} from './i18n.js';
 import {Icon} from './icons.js';
 import {BuildNav, UpdateNav} from './log-nav.js';
@@ -173,8 +173,10 @@ export class LogView {
     if (focused) this.table.tHead.querySelector(`button[data-sort="${focused}"]`)?.focus();
     this.filters.ShowCounts(ClassOf(log).levels && this.answer ? this.answer.levels : null);
     this.pager.Show(this.state, this.answer ? this.answer.total : null);
-    // An export without a level would hold every level.
-    byId('export-html').disabled = byId('export-csv').disabled = Boolean(this.noLevel);
+    // An export without a level would hold every level; one of a view that
+    // leaves users out would hold theirs.
+    byId('export-html').disabled = byId('export-csv').disabled =
+        Boolean(this.noLevel) || ExportLeavesOut(this.state, log);
     this.ShowStatus();
   }
 
@@ -280,7 +282,8 @@ export class LogView {
   // The view's filters in the page's own words, for every module's call.
   ViewFilters() {
     const {from, to} = this.Bounds();
-    return {levels: this.state.levels, keyword: this.state.keyword, from, to};
+    const {levels, keyword, hideLogs} = this.state;
+    return {levels, keyword, hideLogs, from, to};
   }
 
   // The search's filters for the current state, without order or paging.
@@ -291,6 +294,11 @@ export class LogView {
       params.level = state.levels.join(',');
     }
     if (state.keyword) params.q = state.keyword;
+    const exclude = {};
+    const user = UserKey(this.log);
+    if (user && state.hideUsers.length) exclude[user] = state.hideUsers;
+    if (state.hideLogs.length) exclude.orginalLogType = state.hideLogs;
+    if (Object.keys(exclude).length) params.exclude = exclude;
     const {from, to} = this.Bounds();
     if (from) params.from = from;
     if (to) params.to = to;

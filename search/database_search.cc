@@ -39,6 +39,15 @@ std::string ArmFilter(const SearchRequest& search, const LogClassInfo& info) {
   }
   if (search.hasFrom) filter += " AND time >= " + std::to_string(search.from);
   if (search.hasTo) filter += " AND time <= " + std::to_string(search.to);
+  if (search.hasAfter) {
+    // Every arm names its store in orginalLogType; the bound is then one constant, and the
+    // store is read from that row id up.
+    filter += " AND id > CASE orginalLogType";
+    for (const auto& mark : search.after) {
+      filter += " WHEN '" + mark.first + "' THEN " + std::to_string(mark.second);
+    }
+    filter += " ELSE 0 END";
+  }
   return filter;
 }
 

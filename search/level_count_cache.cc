@@ -62,6 +62,8 @@ std::string KeyOf(const SearchRequest& search, const StoreStamp& stores) {
     for (const std::string& value : exclusion.values)
       key += " " + std::to_string(value.size()) + ":" + value;
   }
+  if (search.hasAfter) key += "\nafter";
+  for (const auto& mark : search.after) key += " " + mark.first + ":" + std::to_string(mark.second);
   return key + "\n" + stores.text();
 }
 

@@ -129,6 +129,22 @@ const char* ReadExclusions(const Json::Value& value, SearchRequest* search) {
   return nullptr;
 }
 
+// Reads "after" ({"<type>": row id >= 0, ...}); a type the request does not read is ignored.
+const char* ReadAfter(const Json::Value& value, SearchRequest* search) {
+  if (!value.isObject()) return "type";
+  if (search->logClass == LogClass::kPlain) return "condition";
+  for (const std::string& key : value.getMemberNames()) {
+    if (!value[key].isInt64()) return "type";
+    if (value[key].asInt64() < 0) return "condition";
+    for (const std::string& type : search->types) {
+      if (strcasecmp(type.c_str(), key.c_str()) == 0)
+        search->after.emplace_back(type, value[key].asInt64());
+    }
+  }
+  search->hasAfter = true;
+  return nullptr;
+}
+
 }  // namespace
 
 std::vector<std::string> SplitTerms(const std::string& q) {
@@ -195,6 +211,10 @@ bool ReadSearchRequest(const QUOR::APIRequest& request, SearchRequest* search, s
   if (request.HasParam("exclude")) {
     const char* why = ReadExclusions(request.GetParam("exclude", Json::Value()), search);
     if (why != nullptr) return refuse("exclude", why);
+  }
+  if (request.HasParam("after")) {
+    const char* why = ReadAfter(request.GetParam("after", Json::Value()), search);
+    if (why != nullptr) return refuse("after", why);
   }
   // Transfer logs have no levels: a level filter selects nothing away.
   if (search->logClass == LogClass::kTransfer) {

@@ -27,7 +27,11 @@ struct SearchRequest {
   std::vector<std::string> terms;  // every one must occur
   // Users left out; logs left out are dropped from types as the request is read.
   std::vector<Exclusion> excluded;
-  std::string sort = "time";  // a record key of the class that sorts
+  // Only rows above a row id of their store (a store of types not named: every row), for
+  // live mode's count of new rows.
+  bool hasAfter = false;
+  std::vector<std::pair<std::string, int64_t>> after;  // type, row id
+  std::string sort = "time";                           // a record key of the class that sorts
   bool ascending = false;
   int64_t offset = 0;
   int64_t limit = 50;
@@ -35,12 +39,14 @@ struct SearchRequest {
 
   // True when a row must be read to know whether it matches (a store's index counts only by
   // time and level).
-  bool FiltersRows() const { return !terms.empty() || !excluded.empty(); }
+  bool FiltersRows() const { return !terms.empty() || !excluded.empty() || hasAfter; }
 };
 
 // Reads the request into *search. "exclude" is an object of record keys, each with a list of
 // texts: a user key of the class ("who", "username") leaves out the rows of those users,
-// "orginalLogType" the logs of a group (a log the request does not name is ignored). On a bad
+// "orginalLogType" the logs of a group (a log the request does not name is ignored). "after"
+// ({"<type>": row id, ...}, as follow answers its marks) keeps the rows above those ids; the
+// plain-text class, without row ids, refuses it. On a bad
 // parameter: false with *name and *reason ("type", "required" or "condition") set, for the error
 // 120 answer.
 bool ReadSearchRequest(const QUOR::APIRequest& request, SearchRequest* search, std::string* name,

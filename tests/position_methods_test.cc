@@ -159,4 +159,28 @@ TEST(SearchExclusions, UsersAndLogsLeftOutWithAndWithoutTheIndex) {
   EXPECT_EQ("error 120", Excluded(many + R"(x"]})"));  // 101 values
 }
 
+TEST(SearchAfter, CountsTheRowsPastFollowsMarks) {
+  TempRoot root;
+  const std::string insert = "INSERT INTO logs (time, level, username, msg) VALUES ";
+  MakeDatabase(root.At("/var/log/quorlog/.QUORSYSDB"),
+               std::string(QUOR_SYSTEM_LOG_SCHEMA) + insert +
+                   "(9, 'info', 'a', 'one'), (1, 'err', 'a', 'two'), (5, 'err', 'b', 'three');");
+  auto total = [](const std::string& params) {
+    Json::Value answer = Call(QueryMethod, params.c_str());
+    return answer.isObject() ? answer["total"].asInt() : -answer.asInt();
+  };
+  const std::string both = R"({"logtype":"system,connection","after":)";
+  EXPECT_EQ(2, total(both + R"({"system":1}})"));
+  EXPECT_EQ(1, total(both + R"({"SYSTEM":2},"level":"err"})"));
+  EXPECT_EQ(1, total(both + R"({"system":1},"exclude":{"who":["b"]}})"));
+  // A store without a mark (made since) counts every row; a type not read is ignored.
+  MakeDatabase(root.At("/var/log/quorlog/.QUORCONNDB"),
+               std::string(QUOR_SYSTEM_LOG_SCHEMA) + insert + "(2, 'info', 'c', 'four');");
+  EXPECT_EQ(1, total(both + R"({"system":3,"disk":0}})"));
+  EXPECT_EQ(0, total(both + R"({"system":3,"connection":1}})"));
+  EXPECT_EQ(-120, total(both + R"({"system":-1}})"));
+  EXPECT_EQ(-120, total(both + R"({"system":"1"}})"));
+  EXPECT_EQ(-120, total(R"({"logtype":"bkplog","after":{}})"));
+}
+
 }  // namespace

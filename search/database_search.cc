@@ -23,6 +23,17 @@ std::string SortExpression(const LogClassInfo& info, const std::string& key) {
   return column != nullptr && column->sortBy != nullptr ? column->sortBy : "time";
 }
 
+// The condition of ids against a row id of each store ("" when none was given). Every arm
+// names its store in orginalLogType, so the bound is one constant in each, and the store is
+// read by its row id range.
+std::string IdBound(const char* test, const StoreIds& ids, const std::string& otherwise) {
+  if (!ids.given) return std::string();
+  std::string bound = test + std::string("CASE orginalLogType");
+  for (const auto& id : ids.ids)
+    bound += " WHEN '" + id.first + "' THEN " + std::to_string(id.second);
+  return bound + " ELSE " + otherwise + " END";
+}
+
 // The WHERE clause of every arm: terms, users left out and time range (the level filter
 // applies outside). A row without a user is not one of the users left out. "" when a text
 // could not be escaped.
@@ -39,15 +50,8 @@ std::string ArmFilter(const SearchRequest& search, const LogClassInfo& info) {
   }
   if (search.hasFrom) filter += " AND time >= " + std::to_string(search.from);
   if (search.hasTo) filter += " AND time <= " + std::to_string(search.to);
-  if (search.hasAfter) {
-    // Every arm names its store in orginalLogType; the bound is then one constant, and the
-    // store is read from that row id up.
-    filter += " AND id > CASE orginalLogType";
-    for (const auto& mark : search.after) {
-      filter += " WHEN '" + mark.first + "' THEN " + std::to_string(mark.second);
-    }
-    filter += " ELSE 0 END";
-  }
+  filter += IdBound(" AND id > ", search.after, "0");
+  filter += IdBound(" AND id <= ", search.through, std::to_string(INT64_MAX));
   return filter;
 }
 

@@ -62,8 +62,10 @@ std::string KeyOf(const SearchRequest& search, const StoreStamp& stores) {
     for (const std::string& value : exclusion.values)
       key += " " + std::to_string(value.size()) + ":" + value;
   }
-  if (search.hasAfter) key += "\nafter";
-  for (const auto& mark : search.after) key += " " + mark.first + ":" + std::to_string(mark.second);
+  for (const StoreIds* ids : {&search.after, &search.through}) {
+    key += ids->given ? "\n<" : "\n";
+    for (const auto& id : ids->ids) key += " " + id.first + ":" + std::to_string(id.second);
+  }
   return key + "\n" + stores.text();
 }
 

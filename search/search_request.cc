@@ -129,19 +129,21 @@ const char* ReadExclusions(const Json::Value& value, SearchRequest* search) {
   return nullptr;
 }
 
-// Reads "after" ({"<type>": row id >= 0, ...}); a type the request does not read is ignored.
-const char* ReadAfter(const Json::Value& value, SearchRequest* search) {
+// Reads row ids ({"<type>": row id >= 0, ...}) into *ids; a type the request does not read is
+// ignored.
+const char* ReadStoreIds(const Json::Value& value, const SearchRequest& search, StoreIds* ids) {
   if (!value.isObject()) return "type";
-  if (search->logClass == LogClass::kPlain) return "condition";
+  if (search.logClass == LogClass::kPlain) return "condition";
   for (const std::string& key : value.getMemberNames()) {
     if (!value[key].isInt64()) return "type";
     if (value[key].asInt64() < 0) return "condition";
-    for (const std::string& type : search->types) {
-      if (strcasecmp(type.c_str(), key.c_str()) == 0)
-        search->after.emplace_back(type, value[key].asInt64());
+    for (const std::string& type : search.types) {
+      if (strcasecmp(type.c_str(), key.c_str()) == 0) {
+        ids->ids.emplace_back(type, value[key].asInt64());
+      }
     }
   }
-  search->hasAfter = true;
+  ids->given = true;
   return nullptr;
 }
 
@@ -212,9 +214,12 @@ bool ReadSearchRequest(const QUOR::APIRequest& request, SearchRequest* search, s
     const char* why = ReadExclusions(request.GetParam("exclude", Json::Value()), search);
     if (why != nullptr) return refuse("exclude", why);
   }
-  if (request.HasParam("after")) {
-    const char* why = ReadAfter(request.GetParam("after", Json::Value()), search);
-    if (why != nullptr) return refuse("after", why);
+  for (auto bound :
+       {std::make_pair("after", &search->after), std::make_pair("through", &search->through)}) {
+    if (!request.HasParam(bound.first)) continue;
+    const char* why =
+        ReadStoreIds(request.GetParam(bound.first, Json::Value()), *search, bound.second);
+    if (why != nullptr) return refuse(bound.first, why);
   }
   // Transfer logs have no levels: a level filter selects nothing away.
   if (search->logClass == LogClass::kTransfer) {

@@ -178,6 +178,7 @@ TEST(SearchAfter, CountsTheRowsPastFollowsMarks) {
                std::string(QUOR_SYSTEM_LOG_SCHEMA) + insert + "(2, 'info', 'c', 'four');");
   EXPECT_EQ(1, total(both + R"({"system":3,"disk":0}})"));
   EXPECT_EQ(0, total(both + R"({"system":3,"connection":1}})"));
+  EXPECT_EQ(1, total(both + R"({"system":1},"through":{"system":2,"connection":0}})"));
   EXPECT_EQ(-120, total(both + R"({"system":-1}})"));
   EXPECT_EQ(-120, total(both + R"({"system":"1"}})"));
   EXPECT_EQ(-120, total(R"({"logtype":"bkplog","after":{}})"));

@@ -1,11 +1,14 @@
 // Filter out from the entry detail: a user and a group's log left out by the
 // search module, shown as chips that bring them back, kept in the address
-// and in saved views; the export, which cannot leave users out, is off.
+// and in saved views; the export, which cannot leave users out, is off. Live
+// mode counts the new entries of the filters that sort off the page shown.
 
 import assert from 'node:assert/strict';
+import path from 'node:path';
 import {after, before, test} from 'node:test';
 
 import {AxeViolations, OpenLogCenter, Ready, Screenshot, TableRows} from './harness.js';
+import {StoreWriter} from './writer.js';
 
 const MEMBERS = 'ftpxfer,kyrfmxfer,webdavxfer,smbxfer,afpxfer,tftpxfer';
 let center;
@@ -96,3 +99,30 @@ test('a user and a log filtered out: chips bring them back; kept in the address 
        assert.deepEqual(await UsersShown(page), all.items.map((item) => item.username));
        assert.ok(await page.locator('#hidden-filter').isHidden());
      });
+
+test('live mode counts new entries off the page, of the filters only; Show the newest', async () => {
+  const {page, server} = center;
+  const writer = new StoreWriter(path.join(server.root, 'var/log/quorlog/.QUORSYSDB'));
+  try {
+    // Oldest first: new entries sort to the last page.
+    await page.goto(server.url + '#log=system&level=info,warning&order=asc');
+    await Ready(page);
+    await page.getByLabel('Live').check();
+    for (const [msg, level] of [['off page 1', 'info'], ['not counted', 'err'],
+                                ['off page 2', 'warning'], ['off page 3', 'info']]) {
+      await writer.Append(msg, level);
+    }
+    const count = page.locator('#live-elsewhere');
+    await count.getByText('New entries not on this page: 3.').waitFor();
+    assert.equal(await page.locator('tr.row-new').count(), 0);
+    assert.deepEqual(await AxeViolations(page), []);
+    await count.getByRole('button', {name: 'Show the newest'}).click();
+    await Ready(page);
+    assert.deepEqual(await page.locator('tr.row-new td.msg').allInnerTexts(),
+                     ['off page 3', 'off page 2', 'off page 1']);
+    assert.ok(await count.isHidden());
+    await page.getByLabel('Live').uncheck();
+  } finally {
+    await writer.Close();
+  }
+});

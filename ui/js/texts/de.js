@@ -101,6 +101,8 @@ export default {
   'range.30d': '30 Tage',
   'actions.live': 'Live',
   'actions.liveNote': 'Neue Einträge erscheinen, sobald sie geschrieben werden.',
+  'live.elsewhere': 'Neue Einträge außerhalb dieser Seite: {count}.',
+  'live.showNewest': 'Neueste zeigen',
   'table.sortedUp': 'Sortiert nach {column}, aufsteigend',
   'table.sortedDown': 'Sortiert nach {column}, absteigend',
   'table.open': 'Diesen Eintrag im Detail zeigen',

@@ -101,6 +101,8 @@ export default {
   'range.30d': '30 days',
   'actions.live': 'Live',
   'actions.liveNote': 'New entries appear as they are written.',
+  'live.elsewhere': 'New entries not on this page: {count}.',
+  'live.showNewest': 'Show the newest',
   'table.sortedUp': 'Sorted by {column}, lowest first',
   'table.sortedDown': 'Sorted by {column}, highest first',
   'table.open': 'Show this entry in detail',

@@ -168,9 +168,10 @@ void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* 
 
 bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFailure* failure) {
   // The stores' indexes count without reading rows and narrow terms to candidate rows; where
-  // one cannot answer now, the search scans.
+  // one cannot answer now, the search scans. Rows between two row ids are read by id, which no
+  // index narrows further.
   SearchIndexes indexes;
-  bool indexed = indexes.Open(search);
+  bool indexed = !search.after.given && indexes.Open(search);
   SearchScope scope(search, indexed ? indexes.CandidateFilter(search) : std::string(),
                     indexes.sidecar());
   bool empty = false;

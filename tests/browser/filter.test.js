@@ -7,6 +7,8 @@ import assert from 'node:assert/strict';
 import path from 'node:path';
 import {after, before, test} from 'node:test';
 
+import {FindLog} from '../../ui/js/catalogue.js';
+import {ExportParams} from '../../ui/js/export-action.js';
 import {AxeViolations, OpenLogCenter, Ready, Screenshot, TableRows} from './harness.js';
 import {StoreWriter} from './writer.js';
 
@@ -93,6 +95,10 @@ test('a user and a log filtered out: chips bring them back; kept in the address 
        assert.deepEqual(await Hidden(page), {users: [], logs: [type]});
        assert.equal(await page.evaluate(() => document.activeElement.dataset.key), `log:${type}`);
        assert.ok(await page.locator('#export-csv').isEnabled());
+       // The export names the group's logs that are not left out.
+       const filters = {levels: [], keyword: '', hideLogs: [type], from: 0, to: 0};
+       assert.deepEqual(ExportParams(FindLog('filexfer'), filters).logtype.split(','),
+                        MEMBERS.split(',').filter((name) => name !== type));
        await page.keyboard.press('Enter');
        await Ready(page);
        assert.equal(await page.evaluate(() => document.activeElement.id), 'keyword');

@@ -2,6 +2,7 @@
 #include "logd/store_file.h"
 
 #include <sys/stat.h>
+#include <time.h>
 
 #include <chrono>
 #include <filesystem>
@@ -20,6 +21,14 @@ constexpr int kBusyTimeoutMs = 5000;
 constexpr const char* kWriterPragmas =
     "PRAGMA synchronous=NORMAL; PRAGMA journal_size_limit=16777216; "
     "PRAGMA wal_autocheckpoint=0;";
+
+// CPU time of the calling thread: a transaction's own work, apart from the time the thread
+// waited for a core on a busy machine.
+int64_t ThreadCpuUs() {
+  struct timespec now;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
 
 int64_t MicrosecondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() -
@@ -129,9 +138,11 @@ int StoreFile::Transaction(Body body) {
   lastLockWaitUs_ = MicrosecondsSince(start);
   if (rc != SQLITE_OK) return rc;
   auto locked = std::chrono::steady_clock::now();
+  int64_t cpu = ThreadCpuUs();
   if ((rc = body()) != SQLITE_OK) return Fail(rc);
   rc = Exec("COMMIT");
   lastTransactionUs_ = MicrosecondsSince(locked);
+  lastTransactionCpuUs_ = ThreadCpuUs() - cpu;
   return rc;
 }
 

@@ -74,6 +74,8 @@ class StoreFile {
   // the lock first, in microseconds.
   int64_t lastTransactionUs() const { return lastTransactionUs_; }
   int64_t lastLockWaitUs() const { return lastLockWaitUs_; }
+  // The CPU time the writer's thread spent in that transaction.
+  int64_t lastTransactionCpuUs() const { return lastTransactionCpuUs_; }
 
   const std::string& path() const { return path_; }
   const std::string& error() const { return error_; }
@@ -102,6 +104,7 @@ class StoreFile {
   int64_t pageSize_ = 0;
   int64_t lastTransactionUs_ = 0;
   int64_t lastLockWaitUs_ = 0;
+  int64_t lastTransactionCpuUs_ = 0;
 };
 
 // One PASSIVE checkpoint of the store at realPath on a connection of its own: copies the

@@ -99,6 +99,7 @@ void Writer::Start() {
   for (int s = 0; s < kStoreCount; ++s) {
     upkeep_[s] = std::make_unique<BackgroundTask>(
         [this, s, complained = false]() mutable { return Upkeep(s, &complained); });
+    upkeep_[s]->Request();  // an index left behind (or missing) catches up from the start
   }
   thread_ = std::thread([this] { Run(); });
 }
@@ -172,6 +173,7 @@ void Writer::Timed(int s, bool trim) {
   stats_.transactions++;
   if (store.lastTransactionUs() > kLongTransactionUs) stats_.longTransactions++;
   KeepLongest(trim ? &stats_.longestTrimUs : &stats_.longestWriteUs, store.lastTransactionUs());
+  KeepLongest(&stats_.longestCpuUs, store.lastTransactionCpuUs());
   KeepLongest(&stats_.longestLockWaitUs, store.lastLockWaitUs());
 }
 

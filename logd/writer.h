@@ -47,6 +47,7 @@ struct WriterStats {
   std::atomic<uint64_t> rowsFreedForSpace{0};  // deleted because the file system was full
   std::atomic<int64_t> longestWriteUs{0};      // a batch's transaction
   std::atomic<int64_t> longestTrimUs{0};       // a retention chunk or vacuum step
+  std::atomic<int64_t> longestCpuUs{0};        // CPU time of the writer's thread in one of them
   std::atomic<uint64_t> transactions{0};       // batches, retention chunks, vacuum steps
   std::atomic<uint64_t> longTransactions{0};   // of them, those over 25 ms
   std::atomic<int64_t> longestLockWaitUs{0};   // waiting for a store's write lock

@@ -56,7 +56,9 @@ fresh_root() {
 indexed() {
   local id
   [ -n "${no_index:-}" ] && echo 1000000000000 && return
-  id=$(sqlite3 "$1/var/log/quorlog/.QUORSYSDB.search-index" "SELECT mark FROM state" 2>/dev/null)
+  [ -s "$1/var/log/quorlog/.QUORSYSDB.search-index" ] || { echo 0 && return; }
+  id=$(sqlite3 -readonly "$1/var/log/quorlog/.QUORSYSDB.search-index" "SELECT mark FROM state" \
+    2>/dev/null)
   echo "${id:-0}"
 }
 wait_for_index() {  # wait_for_index ROOT N: until the index holds rows up to id N
@@ -168,11 +170,14 @@ EOF
     for i in $(seq "$kills"); do
       "$bin/quor-logd" --root "$root" --journal-dir "$journal" 2>/dev/null &
       pid=$!
-      sleep "0.$((RANDOM % 300 + 20))"
+      # Short lives, so that most kills land while the burst is still being written.
+      sleep "0.$((RANDOM % 100 + 20))"
       kill -9 "$pid"
       wait "$pid" 2>/dev/null || true
+      [ "$(newest "$root")" -lt "$entries" ] && during=$((${during:-0} + 1))
     done
-    echo "after $kills kill -9: $(count "$root") rows committed; finishing ..."
+    echo "after $kills kill -9 (${during:-0} of them during the burst): $(count "$root") rows" \
+      "committed; finishing ..."
     "$bin/quor-logd" --root "$root" --journal-dir "$journal" 2>/dev/null &
     pid=$!
     wait_for "$root" "$entries"

@@ -258,4 +258,18 @@ TEST(LogdJournal, KeepsTheSearchIndexCurrent) {
   EXPECT_EQ(CountRows(SystemStore()), index->span());
   EXPECT_EQ(1, index->Candidates(CandidateQuery({"5009"}), 10));
   EXPECT_EQ(0u, logd.writer().stats().indexFailures.load());
+  index.reset();
+  logd.Stop();
+
+  // An index lost while the daemon was down is made again on start, with nothing new to write.
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    std::filesystem::remove(IndexPathOf(SystemStore()) + suffix);
+  }
+  LogdUnderTest again(journal.path(), config, 500);
+  ASSERT_TRUE(again.Start());
+  std::string newest = QueryRows(SystemStore(), "SELECT max(id) FROM logs")[0];
+  EXPECT_TRUE(WaitUntil([&] {
+    std::vector<std::string> mark = QueryRows(IndexPathOf(SystemStore()), "SELECT mark FROM state");
+    return mark.size() == 1 && mark[0] == newest;
+  }));
 }

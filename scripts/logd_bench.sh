@@ -171,7 +171,7 @@ EOF
       "$bin/quor-logd" --root "$root" --journal-dir "$journal" 2>/dev/null &
       pid=$!
       # Short lives, so that most kills land while the burst is still being written.
-      sleep "0.$((RANDOM % 100 + 20))"
+      sleep "$(printf '0.%03d' $((RANDOM % 80 + 10)))"  # 10-89 ms
       kill -9 "$pid"
       wait "$pid" 2>/dev/null || true
       [ "$(newest "$root")" -lt "$entries" ] && during=$((${during:-0} + 1))

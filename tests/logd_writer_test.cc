@@ -110,7 +110,7 @@ TEST(LogdWriter, RetentionByRowsBytesAndAge) {
   EXPECT_EQ(50, CountRows(SystemStore(), "msg LIKE 'row 1__'"));
 }
 
-// A 4 MiB file system filled several times over: each time it is full the oldest rows go,
+// Twice the room of a 4 MiB file system written into it: each time it is full the oldest rows go,
 // a row says so, and every row written since is there. The search index shares the file system
 // and must not take the room the store needs.
 TEST(LogdWriter, FullFileSystemDeletesOldestAndKeepsLogging) {

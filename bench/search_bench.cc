@@ -9,6 +9,7 @@
 #include "bench/bare_sql.h"
 #include "bench/bench_roots.h"
 #include "platform/webapi.h"
+#include "search/position_methods.h"
 #include "search/search_methods.h"
 
 namespace {
@@ -106,6 +107,26 @@ SORT_CASE(UserDesc, "who", "username", "desc", "DESC")
 SORT_CASE(MessageAsc, "descr", "msg", "asc", "ASC")
 SORT_CASE(MessageDesc, "descr", "msg", "desc", "DESC")
 
+// An entry in the middle of the log with 10 entries before and after it (show in context),
+// beside the two index walks that answer it.
+void SearchContext(benchmark::State& s) {
+  Json::Value params = Params({{"logtype", "system"}});
+  params["id"] = 500000;
+  RunSearch(s, ContextMethod, params);
+}
+void BareContext(benchmark::State& s) {
+  const char* at = "(SELECT time FROM logs WHERE id = 500000)";
+  RunBare(s, {std::string("SELECT * FROM logs WHERE (time, id) < (") + at +
+                  ", 500000) ORDER BY time DESC, id DESC LIMIT 11",
+              std::string("SELECT * FROM logs WHERE (time, id) > (") + at +
+                  ", 500000) ORDER BY time, id LIMIT 11"});
+}
+// Live mode's poll: the newest id of the store.
+void SearchFollow(benchmark::State& s) {
+  RunSearch(s, FollowMethod, Params({{"logtype", "system"}}));
+}
+void BareFollow(benchmark::State& s) { RunBare(s, {"SELECT max(id) FROM logs"}); }
+
 }  // namespace
 
 #define SEARCH_BENCHMARK(name) \
@@ -119,6 +140,10 @@ BARE_BENCHMARK(BareErrors)
 BARE_BENCHMARK(BareErrorsPage)
 SEARCH_BENCHMARK(SearchHistogram)
 BARE_BENCHMARK(BareHistogram)
+SEARCH_BENCHMARK(SearchContext)
+BARE_BENCHMARK(BareContext)
+SEARCH_BENCHMARK(SearchFollow)
+BARE_BENCHMARK(BareFollow)
 #define SORT_BENCHMARKS(name)             \
   SEARCH_BENCHMARK(SearchSort##name)      \
   SEARCH_BENCHMARK(SearchSortFresh##name) \

@@ -32,7 +32,8 @@ enable_language(C)
 add_library(quorsqlite STATIC ${QUOR_SQLITE_DIR}/sqlite3.c)
 target_include_directories(quorsqlite SYSTEM INTERFACE ${QUOR_SQLITE_DIR})
 # Defaults kept where the module's statements need them: double-quoted strings stay
-# accepted (the ATTACH of a quoted path). Threads share nothing, so serialized mode.
+# accepted (the ATTACH of a quoted path). Threads share nothing, so serialized mode. FTS5
+# holds the search index (its trigram tokenizer finds substrings in any script).
 target_compile_definitions(quorsqlite PRIVATE
   SQLITE_THREADSAFE=1
   SQLITE_DEFAULT_MEMSTATUS=0
@@ -40,7 +41,8 @@ target_compile_definitions(quorsqlite PRIVATE
   SQLITE_OMIT_LOAD_EXTENSION
   SQLITE_OMIT_DEPRECATED
   SQLITE_USE_ALLOCA
-  SQLITE_ENABLE_COLUMN_METADATA)
+  SQLITE_ENABLE_COLUMN_METADATA
+  SQLITE_ENABLE_FTS5)
 target_compile_options(quorsqlite PRIVATE -O2 -w)
 set_target_properties(quorsqlite PROPERTIES C_STANDARD 99 POSITION_INDEPENDENT_CODE ON
                       C_COMPILER_LAUNCHER "${CCACHE}")

@@ -7,6 +7,9 @@
 
 namespace logd {
 
+// The account that rows of the system's own services carry in the stores.
+constexpr char kSystemUser[] = "SYSTEM";
+
 // The store an entry is written to.
 enum class Store { kSystem, kConnection };
 
@@ -16,7 +19,19 @@ struct LogEntry {
   int level = 1;     // 1 information, 2 warning, 3 error
   std::string user;
   std::string message;
+  // Where the input stands once this entry is written (a journal cursor), or empty for inputs
+  // that keep no position. The writer commits it in the same transaction as the rows, to each
+  // store whose bit (1 << Store) is set in positionStores, under the name positionInput; so a
+  // restart resumes after the last entry written, never before or after it. An entry with
+  // positionInput set and position empty belongs to the next entry of that input: the two are
+  // written in the same transaction.
+  std::string position;
+  std::string positionInput;
+  unsigned positionStores = 0;
 };
+
+// The bit of a store in LogEntry::positionStores.
+inline unsigned StoreBit(Store store) { return 1u << static_cast<unsigned>(store); }
 
 // Where inputs put entries; implemented by the writer's bounded queue. Both calls are safe
 // from any thread.

@@ -56,6 +56,11 @@ char* QUORDBEscapeStrAllocEX2(int dbType, const char* text);
 // SLIBCUnicodeUTF8StrUpper). Any keyword is safe: quotes, '%', '_', '*', brackets, non-ASCII.
 std::string GenSQLRegexp(const std::string& keyword, const std::string& column);
 
+// The same condition under Unicode default caseless matching: column and keyword are compared
+// by their full case folding (SLIBCUnicodeUTF8StrFold), so "STRAẞE" finds "Straße" and
+// "strasse", and "kelvin" finds the Kelvin sign. What the search module's terms use.
+std::string GenSQLFoldedContains(const std::string& keyword, const std::string& column);
+
 // Owners of a connection and of a result: released on every path, exceptions included. A
 // result must be released before its connection, so declare the connection first.
 struct QuorDbCloser {

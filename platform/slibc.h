@@ -78,4 +78,10 @@ int SLIBCFileGetKeyValue(const char* path, const char* key, char* value, size_t 
 // NUL does not fit in targetSize bytes.
 int SLIBCUnicodeUTF8StrUpper(const char* source, char* target, size_t targetSize);
 
+// Writes the full Unicode case folding of the UTF-8 text source (default caseless matching:
+// "STRAẞE", "Straße" and "strasse" all become "strasse", the Kelvin sign becomes "k", "İ"
+// becomes "i̇" and "ı" stays) into target, NUL-terminated, on the same terms as
+// SLIBCUnicodeUTF8StrUpper.
+int SLIBCUnicodeUTF8StrFold(const char* source, char* target, size_t targetSize);
+
 #pragma GCC visibility pop

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "log_database_wait.h"
 #include "platform/logdb.h"
 #include "platform/root.h"
 #include "sql_contains.h"
@@ -114,6 +115,10 @@ int RunScript(PQUORDB conn, const std::string& sql) {
 }  // namespace
 
 PQUORDB QUORDBConnect(const char*, const char*, const char*, const char* path) {
+  return LogDbConnect(path, kBusyTimeoutMs);
+}
+
+PQUORDB LogDbConnect(const char* path, int busyTimeoutMs) {
   if (path == nullptr || path[0] == '\0') return nullptr;
   std::string file = QuorResolvePath(path);
   struct stat st;
@@ -127,7 +132,7 @@ PQUORDB QUORDBConnect(const char*, const char*, const char*, const char* path) {
   }
   // Reading the schema now turns "not a database" into a failed connect instead of a failure
   // of the first statement.
-  if (rc != SQLITE_OK || sqlite3_busy_timeout(db, kBusyTimeoutMs) != SQLITE_OK ||
+  if (rc != SQLITE_OK || sqlite3_busy_timeout(db, busyTimeoutMs) != SQLITE_OK ||
       RegisterContainsFunction(db) != SQLITE_OK ||
       sqlite3_set_authorizer(db, RefuseMissingAttach, nullptr) != SQLITE_OK ||
       sqlite3_exec(db, "SELECT count(*) FROM sqlite_schema", nullptr, nullptr, nullptr) !=

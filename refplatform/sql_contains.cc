@@ -13,11 +13,14 @@
 
 namespace {
 
-// The statement's keyword, prepared once: upper-cased, and whether it is ASCII.
+// The statement's keyword, prepared once: upper-cased (or folded), and whether it is ASCII.
 struct PreparedKeyword {
   std::string upper;
   bool ascii = true;
 };
+
+// How a function compares: both texts converted by convert (UpperText or FoldText).
+using Converter = bool (*)(const char*, size_t, std::string*);
 
 void DeletePrepared(void* p) { delete static_cast<PreparedKeyword*>(p); }
 
@@ -36,11 +39,12 @@ void ContainsFunction(sqlite3_context* context, int, sqlite3_value** args) {
     return;
   }
   // The keyword is a constant of the statement: prepare it once and keep it with it.
+  auto convert = reinterpret_cast<Converter>(sqlite3_user_data(context));
   auto* prepared = static_cast<PreparedKeyword*>(sqlite3_get_auxdata(context, 1));
   if (prepared == nullptr) {
     prepared = new PreparedKeyword;
     prepared->ascii = !HasHighByte(keyword);
-    if (!UpperText(keyword, strlen(keyword), &prepared->upper)) {
+    if (!convert(keyword, strlen(keyword), &prepared->upper)) {
       delete prepared;
       sqlite3_result_int(context, 0);
       return;
@@ -54,7 +58,8 @@ void ContainsFunction(sqlite3_context* context, int, sqlite3_value** args) {
   }
   // An ASCII keyword found ignoring ASCII case is found under full case mapping too: the bytes
   // that matched are ASCII and upper-case in place. Not found, the answer stands only for an
-  // ASCII text: other letters can upper-case into ASCII ones ("ß" becomes "SS").
+  // ASCII text: other letters can upper-case into ASCII ones ("ß" becomes "SS"). Folding keeps
+  // ASCII letters in place too, so the same holds for the folding function.
   if (prepared->ascii) {
     if (strcasestr(text, keyword) != nullptr) {
       sqlite3_result_int(context, 1);
@@ -66,7 +71,7 @@ void ContainsFunction(sqlite3_context* context, int, sqlite3_value** args) {
     }
   }
   thread_local std::string upperText;
-  if (!UpperText(text, strlen(text), &upperText)) {
+  if (!convert(text, strlen(text), &upperText)) {
     sqlite3_result_int(context, 0);
     return;
   }
@@ -78,19 +83,37 @@ void ContainsFunction(sqlite3_context* context, int, sqlite3_value** args) {
 }  // namespace
 
 int RegisterContainsFunction(sqlite3* db) {
-  return sqlite3_create_function_v2(db, QUOR_CONTAINS_FUNCTION, 2,
-                                    SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, nullptr,
-                                    ContainsFunction, nullptr, nullptr, nullptr);
+  const int flags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
+  int rc = sqlite3_create_function_v2(db, QUOR_CONTAINS_FUNCTION, 2, flags,
+                                      reinterpret_cast<void*>(&UpperText), ContainsFunction,
+                                      nullptr, nullptr, nullptr);
+  if (rc != SQLITE_OK) return rc;
+  return sqlite3_create_function_v2(db, QUOR_FOLDED_CONTAINS_FUNCTION, 2, flags,
+                                    reinterpret_cast<void*>(&FoldText), ContainsFunction, nullptr,
+                                    nullptr, nullptr);
 }
 
-std::string GenSQLRegexp(const std::string& keyword, const std::string& column) {
+namespace {
+
+// "(function(column, 'keyword'))" with the keyword quoted; "0" when it cannot be.
+std::string ContainsCondition(const char* function, const std::string& keyword,
+                              const std::string& column) {
   // The keyword goes in as a quoted literal, so no character of it has a meaning to SQL or to
   // a pattern syntax: the function compares literal text.
   char* escaped = QUORDBEscapeStrAllocEX2(0, keyword.c_str());
   if (escaped == nullptr) return "0";
   // Parenthesized so that it also joins with a bare "OR" on either side.
-  std::string condition =
-      std::string("(" QUOR_CONTAINS_FUNCTION "(") + column + ", '" + escaped + "'))";
+  std::string condition = std::string("(") + function + "(" + column + ", '" + escaped + "'))";
   free(escaped);
   return condition;
+}
+
+}  // namespace
+
+std::string GenSQLRegexp(const std::string& keyword, const std::string& column) {
+  return ContainsCondition(QUOR_CONTAINS_FUNCTION, keyword, column);
+}
+
+std::string GenSQLFoldedContains(const std::string& keyword, const std::string& column) {
+  return ContainsCondition(QUOR_FOLDED_CONTAINS_FUNCTION, keyword, column);
 }

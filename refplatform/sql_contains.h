@@ -8,6 +8,8 @@
 // mapping), 0 otherwise, and 0 when either is NULL or empty, the same answer ContainsKeyword
 // gives in the module.
 #define QUOR_CONTAINS_FUNCTION "quor_contains"
+// The same with both texts case-folded (SLIBCUnicodeUTF8StrFold) instead of upper-cased.
+#define QUOR_FOLDED_CONTAINS_FUNCTION "quor_folded_contains"
 
-// Registers the function on db. Returns SQLITE_OK or SQLite's error code.
+// Registers both functions on db. Returns SQLITE_OK or SQLite's error code.
 int RegisterContainsFunction(sqlite3* db);

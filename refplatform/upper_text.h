@@ -1,4 +1,5 @@
-// Upper-casing whole texts for case-insensitive comparisons inside the reference platform.
+// Upper-casing and case folding of whole texts for case-insensitive comparisons inside the
+// reference platform.
 #pragma once
 
 #include <stddef.h>
@@ -9,3 +10,6 @@
 // SLIBCUnicodeUTF8StrUpper (full Unicode case mapping) but with room for any growth. ASCII text
 // takes a fast path with the same result. False when the text cannot be converted.
 bool UpperText(const char* text, size_t length, std::string* out);
+
+// The same for the full case folding of SLIBCUnicodeUTF8StrFold.
+bool FoldText(const char* text, size_t length, std::string* out);

@@ -115,6 +115,8 @@ SearchSortMessageAsc BareSortMessageAsc by message, ascending
 SearchSortMessageDesc BareSortMessageDesc by message, descending
 SearchSortFreshUserAsc BareSortCountedUserAsc by user, ascending, first
 SearchSortFreshMessageDesc BareSortCountedMessageDesc by message, descending, first
+SearchContext BareContext show in context, 10 each side
+SearchFollow BareFollow live mode's poll (newest id)
 CASES
 }
 
@@ -176,7 +178,169 @@ section_server() {
   }'
 }
 
-sections=(section_export section_sources section_search section_small_list section_server)
+# The search index on a system log of INDEX_ROWS rows (10,000,000 by default; laid out once
+# by quor-logdemo into $data/index, a few minutes): building it (rows/s, size beside the
+# store), each search the page makes with the index beside the same search by the scan (the
+# index moved aside) in the same run, and clearing the log with its index (last: it empties the
+# log, which is laid out again next time). Goals: each search <= 50 ms, index <= 1.5x the store,
+# >= 100k rows/s, clear <= 2 s.
+section_index() {
+  local rows=${INDEX_ROWS:-10000000} root="$data/index"
+  if [ ! -s "$root/var/log/quorlog/.QUORSYSDB" ] || [ ! -f "$root/.index-ready" ]; then
+    rm -rf "$root"
+    echo "   (laying out $root with $rows rows, once)"
+    "$build/bin/quor-logdemo" --root "$root" --rows "$rows" --seed 1 --end 1735689600 >/dev/null
+    touch "$root/.index-ready"
+  fi
+  echo "== search index: system log of $rows rows"
+  run_bench "$root" BM_IndexBuild real_time rows_per_s index_MB store_MB | awk '{
+    printf "build: %.1f s, %.0f rows/s; index %.0f MB beside the store %.0f MB (%.2fx)\n",
+           $2 / 1000, $3, $4, $5, ($5 > 0 ? $4 / $5 : 0) }'
+  printf "%-22s %12s %12s %10s %12s\n" "case (ms per call)" "index" "scan" "speed-up" "matches"
+  for c in FirstPage OneLevel NextPage LastPage SortUser CommonTerm TwoTerms Phrase RareTerms \
+    NoMatch Timeline TimelineTerm TimelineRareTerm; do
+    local i s
+    i=$(run_bench "$root" "BM_Indexed$c/iterations:5/real_time" real_time matches)
+    s=$(run_bench "$root" "BM_Scanned$c/iterations:1/real_time" real_time)
+    awk -v i="$i" -v s="$s" -v c="$c" 'BEGIN {
+      split(i, a, " "); split(s, b, " ")
+      printf "%-22s %12.1f %12.1f %9.1fx %12s\n", c, a[2], b[2], (a[2] > 0 ? b[2] / a[2] : 0), a[3]
+    }'
+  done
+  run_bench "$root" BM_ClearLog real_time store_ms index_ms | awk '{
+    printf "clear, index included: %.0f ms (the store DELETE %.0f ms, the index %.0f ms)\n", $2, $3, $4 }'
+  rm -f "$root/.index-ready"
+}
+
+
+# quor-logd: journal -> store entries/s against journalctl reading the same journal files.
+section_logd() {
+  echo "== quor-logd: journal files (systemd-journal-remote) into the system store"
+  "$(dirname "$0")/logd_bench.sh" "$build" rate
+}
+
+
+# quor-logd's syslog receiver (each run on a fresh root). TCP: SYSLOG_COUNT lines (default
+# 1,000,000, about 110 bytes each) over one connection into the system-log store, beside Debian's
+# rsyslogd receiving the same stream over TCP into a plain file (imtcp to omfile), same run;
+# goal >= 1.0x. TLS: the same stream over TLS; goal >= 0.5x TCP. UDP: 3-s bursts at 100k/s
+# (goal: 0 lost) and at 200k/s, with the receive buffer the daemon asks for (4 MiB; the kernel
+# doubles it; net.core.rmem_max must allow it or the daemon run as root).
+section_syslog() {
+  echo "== syslog receiver: messages/s into the store vs rsyslogd into a file, UDP loss"
+  local load="$build/bin/syslog_load" logd="$build/bin/quor-logd" dir="$data/syslog"
+  local count=${SYSLOG_COUNT:-1000000} port=$((40000 + $$ % 20000))
+  rm -rf "$dir" && mkdir -p "$dir/work"
+  (cd "$dir" && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes \
+    -days 1 -subj /CN=127.0.0.1 -keyout key.pem -out cert.pem 2>/dev/null)
+
+  # The last rowid of root's system log: rows are only added during a run.
+  rows() { sqlite3 -readonly "$1/var/log/quorlog/.QUORSYSDB" "SELECT coalesce(max(rowid), 0) FROM logs" 2>/dev/null || echo 0; }
+  # Starts quor-logd on a fresh root with the given receiver options; sets logd_pid, root, base.
+  start_logd() {
+    root="$dir/root-$1"
+    shift
+    mkdir -p "$root/var/log/quorlog" "$root/etc"
+    "$logd" --root "$root" "$@" 2>"$root.err" &
+    logd_pid=$!
+    # The receiver's first row ("syslog receiver listening on ...") says it runs.
+    for _ in $(seq 100); do
+      [ "$(rows "$root")" -ge 1 ] && break
+      sleep 0.1
+    done
+    base=$(rows "$root")
+  }
+  stop_logd() { kill "$logd_pid" 2>/dev/null; wait "$logd_pid" 2>/dev/null || true; }
+  # Seconds until root's store holds want more rows than base (polled every 20 ms).
+  wait_rows() {
+    local want=$1 start=$2 now
+    for _ in $(seq 6000); do
+      [ "$(rows "$root")" -ge $((base + want)) ] && break
+      sleep 0.02
+    done
+    now=$(date +%s.%N)
+    awk -v a="$start" -v b="$now" 'BEGIN { printf "%.3f", b - a }'
+  }
+
+  # quor-logd over TCP.
+  start_logd tcp --tcp "127.0.0.1:$port"
+  local t0 tcp_s tls_s rs_s
+  t0=$(date +%s.%N)
+  "$load" tcp "$port" "$count" >/dev/null &
+  tcp_s=$(wait_rows "$count" "$t0")
+  wait $! || true
+  stop_logd
+
+  # quor-logd over TLS.
+  start_logd tls --tls "127.0.0.1:$((port + 1))" --cert "$dir/cert.pem" --key "$dir/key.pem"
+  t0=$(date +%s.%N)
+  "$load" tls "$((port + 1))" "$count" "$dir/cert.pem" >/dev/null &
+  tls_s=$(wait_rows "$count" "$t0")
+  wait $! || true
+  stop_logd
+
+  # rsyslogd: imtcp into a plain file, nothing else loaded.
+  cat >"$dir/rsyslog.conf" <<CONF
+global(workDirectory="$dir/work")
+module(load="imtcp")
+input(type="imtcp" address="127.0.0.1" port="$((port + 2))")
+*.* action(type="omfile" file="$dir/rsyslog.out")
+CONF
+  rsyslogd -n -f "$dir/rsyslog.conf" -i "$dir/rsyslog.pid" 2>"$dir/rsyslog.err" &
+  local rs_pid=$!
+  for _ in $(seq 100); do
+    (exec 3<>"/dev/tcp/127.0.0.1/$((port + 2))") 2>/dev/null && break
+    sleep 0.1
+  done
+  "$load" lines "$dir/rsyslog.out" 1 0 >/dev/null 2>&1 || true
+  local rs_base
+  rs_base=$(cat "$dir/rsyslog.out" 2>/dev/null | wc -l)
+  "$load" tcp "$((port + 2))" "$count" >/dev/null &
+  local send_pid=$!
+  rs_s=$("$load" lines "$dir/rsyslog.out" $((count + rs_base)) 300 | awk '{ print $2 }')
+  wait "$send_pid" || true
+  kill "$rs_pid" 2>/dev/null
+  wait "$rs_pid" 2>/dev/null || true
+
+  printf "%-40s %12s %10s %10s\n" "run ($count lines over one connection)" "msg/s" "seconds" "ratio"
+  awk -v n="$count" -v t="$tcp_s" -v s="$tls_s" -v r="$rs_s" 'BEGIN {
+    printf "%-40s %12.0f %10.2f %9s\n", "rsyslogd, TCP into a file", n / r, r, "1.00x"
+    printf "%-40s %12.0f %10.2f %8.2fx  (vs rsyslogd)\n", "quor-logd, TCP into the store", n / t, t, r / t
+    printf "%-40s %12.0f %10.2f %8.2fx  (vs quor-logd TCP)\n", "quor-logd, TLS into the store", n / s, s, t / s
+  }'
+
+  # UDP bursts: rows stored against datagrams sent; the kernel's receive-buffer drops beside.
+  local rate sent got errs0 errs1
+  printf "%-40s %12s %12s %10s %14s\n" "UDP burst, 3 s" "sent" "stored" "lost" "rcvbuf drops"
+  for rate in 100000 200000; do
+    start_logd "udp$rate" --udp "127.0.0.1:$((port + 3))"
+    errs0=$(awk '/^Udp:/ { if (++n == 2) print $6 }' /proc/net/snmp)
+    sent=$("$load" udp "$((port + 3))" "$rate" 3 | awk '{ print $1 }')
+    local last=-1 now_rows
+    for _ in $(seq 100); do
+      sleep 0.2
+      now_rows=$(rows "$root")
+      [ "$now_rows" -eq "$last" ] && break
+      last=$now_rows
+    done
+    errs1=$(awk '/^Udp:/ { if (++n == 2) print $6 }' /proc/net/snmp)
+    got=$(sqlite3 -readonly "$root/var/log/quorlog/.QUORSYSDB" "SELECT count(*) FROM logs WHERE msg LIKE '% seq=%'")
+    stop_logd
+    awk -v r="$rate" -v s="$sent" -v g="$got" -v e=$((errs1 - errs0)) 'BEGIN {
+      printf "%-40s %12d %12d %9.2f%% %14d\n", r "/s", s, g, 100 * (s - g) / s, e
+    }'
+  done
+  sqlite3 "$root/var/log/quorlog/.QUORSYSDB" \
+    "SELECT 'quor-logd: ' || msg FROM logs WHERE msg LIKE 'syslog receiver%'"
+}
+
+sections=(section_export section_sources section_search section_small_list section_server
+  section_index section_logd section_syslog)
+# scripts/bench.sh BUILD [SECTION...] runs only the sections named (for example syslog).
+if [ $# -gt 1 ]; then
+  sections=()
+  for name in "${@:2}"; do sections+=("section_$name"); done
+fi
 for section in "${sections[@]}"; do
   "$section"
   echo

@@ -7,7 +7,8 @@
 #                   the root out again
 #   QUOR_ADMIN_PASSWORD  sets (or resets) the administrator's password; without it a random
 #                   one is made on the first run and printed once
-# The demo root (BUILD_DIR/demo-root) is laid out by quor-logdemo and kept between runs.
+# The demo root (BUILD_DIR/demo-root) is laid out by quor-logdemo and kept between runs;
+# quor-logd writes the machine's journal into its system and connection logs.
 set -euo pipefail
 build=${1:-build}
 src=$(cd "$(dirname "$0")/.." && pwd)
@@ -39,7 +40,13 @@ else
   echo "Administrator: admin (password unchanged)"
 fi
 
+# The log writer beside the server: it follows the machine's journal into the demo stores
+# (and says once when the machine keeps none). It stops with the server.
+"$bin/quor-logd" --root "$root" --journal &
+logd=$!
+trap 'kill $logd 2>/dev/null; wait $logd 2>/dev/null || true' EXIT
+
 host=${listen%:*}
 [ "$host" = 0.0.0.0 ] && host=$(hostname)
-echo "Open http://$host:${listen##*:}/ - Ctrl-C stops the server."
-exec "$bin/quor-webapi" serve --root "$root" --listen "$listen" --ui "$src/ui"
+echo "Open http://$host:${listen##*:}/ - Ctrl-C stops the server and the log writer."
+"$bin/quor-webapi" serve --root "$root" --listen "$listen" --ui "$src/ui"

@@ -4,8 +4,11 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "catalogue/log_levels.h"
 #include "search/level_count_cache.h"
+#include "search/search_indexes.h"
 #include "search/search_result.h"
 #include "sources/core_log.h"
 #include "sources/log_classes.h"
@@ -45,8 +48,14 @@ std::string LevelFilter(const SearchRequest& search) {
 // existing store and attaches the others. *empty when no store exists.
 class SearchScope {
  public:
-  SearchScope(const SearchRequest& search)
-      : search_(search), info_(ClassInfo(search.logClass)), merged_(ArmFilter(search, info_)) {}
+  // candidates: a condition added to every arm (the index's narrowing of the terms), which
+  // reads the sidecar attached as "search_index".
+  SearchScope(const SearchRequest& search, const std::string& candidates = std::string(),
+              const std::string& sidecar = std::string())
+      : search_(search),
+        info_(ClassInfo(search.logClass)),
+        merged_(ArmFilter(search, info_) + candidates),
+        sidecar_(candidates.empty() ? std::string() : sidecar) {}
 
   bool Open(SearchFailure* failure, bool* empty) {
     PSLIBSZLIST split = SLIBCSzListAlloc(8);
@@ -70,6 +79,12 @@ class SearchScope {
       return Fail("the database cannot be opened", failure);
     }
     *empty = merged_.connection() == nullptr;
+    if (!*empty && !sidecar_.empty()) {
+      std::string attach = "ATTACH '" + EscapeSqlString(sidecar_) + "' AS search_index";
+      if (QUORDBExecute(merged_.connection(), attach.c_str(), nullptr) < 0) {
+        return Fail(QUORDBErrorGet(merged_.connection()), failure);
+      }
+    }
     select_ =
         "SELECT *, " + std::string(info_.severity) + " AS severity FROM (" + merged_.sql() + ")";
     return true;
@@ -108,10 +123,12 @@ class SearchScope {
   const LogClassInfo& info_;
   MergedSelect merged_;
   StoreStamp stamp_;
+  std::string sidecar_;
   std::string select_;
 };
 
-// The page's rows as records with the list's keys and texts, and their row id.
+}  // namespace
+
 void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* items) {
   std::unique_ptr<RowDecoder> decoder = ClassInfo(search.logClass).decoder(result);
   LogRecord record;
@@ -124,18 +141,22 @@ void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* 
   }
 }
 
-}  // namespace
-
 bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFailure* failure) {
-  SearchScope scope(search);
+  // The stores' indexes count without reading rows and narrow terms to candidate rows; where
+  // one cannot answer now, the search scans.
+  SearchIndexes indexes;
+  bool indexed = indexes.Open(search);
+  SearchScope scope(search, indexed ? indexes.CandidateFilter(search) : std::string(),
+                    indexes.sidecar());
   bool empty = false;
   if (!scope.Open(failure, &empty)) return false;
   if (empty) return true;
-  // One scan counts every level, kept while the stores do not change; the total is the count
-  // of the levels asked for.
+  // Without an index, one scan counts every level, kept while the stores do not change; the
+  // total is the count of the levels asked for.
+  bool counted = indexed && indexes.CountLevels(search, result->levels);
   const StoreStamp* stamp = nullptr;
-  bool stamped = scope.Stamp(&stamp);
-  if (!stamped || !FindLevelCounts(search, *stamp, result->levels)) {
+  bool stamped = !counted && scope.Stamp(&stamp);
+  if (!counted && (!stamped || !FindLevelCounts(search, *stamp, result->levels))) {
     bool ok =
         scope.Run("SELECT severity, count(*) AS n FROM (" + scope.select() + ") GROUP BY severity",
                   failure, [&](PQUORDBRESULT rows) {
@@ -154,19 +175,41 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
   }
   // Ties are broken by store and row id, so pages never overlap. One store needs no store key,
   // and without it the time index (which holds the row id) gives the order without a sort.
-  const std::string direction = search.ascending ? " ASC" : " DESC";
+  // A page in the second half is read from the other end (the order is total, so reversed it
+  // is the same sequence backwards): the last page costs what the first does.
+  int64_t offset = search.offset, limit = search.limit;
+  bool reversed = offset > result->total / 2 && offset < result->total;
+  if (reversed) {
+    int64_t end = std::min(result->total, offset + limit);
+    offset = result->total - end;
+    limit = end - search.offset;
+  }
+  const std::string direction = search.ascending != reversed ? " ASC" : " DESC";
   std::string order = SortExpression(scope.info(), search.sort) + direction;
   if (search.types.size() > 1) order += ", orginalLogType" + direction;
   order += ", id" + direction;
   std::string page = scope.select() + LevelFilter(search) + " ORDER BY " + order + " LIMIT " +
-                     std::to_string(search.limit) + " OFFSET " + std::to_string(search.offset);
-  return scope.Run(page, failure,
-                   [&](PQUORDBRESULT rows) { AddRecords(search, rows, &result->items); });
+                     std::to_string(limit) + " OFFSET " + std::to_string(offset);
+  bool ok = scope.Run(page, failure,
+                      [&](PQUORDBRESULT rows) { AddRecords(search, rows, &result->items); });
+  if (ok && reversed) {
+    Json::Value forward(Json::arrayValue);
+    for (Json::ArrayIndex i = result->items.size(); i > 0; --i) {
+      forward.append(std::move(result->items[i - 1]));
+    }
+    result->items = std::move(forward);
+  }
+  return ok;
 }
 
 bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
                           SearchFailure* failure) {
-  SearchScope scope(search);
+  SearchIndexes indexes;
+  bool indexed = indexes.Open(search);
+  if (indexed && indexes.FillHistogram(search, histogram, failure)) return !failure->wideRange;
+  *histogram = Histogram();
+  SearchScope scope(search, indexed ? indexes.CandidateFilter(search) : std::string(),
+                    indexes.sidecar());
   bool empty = false;
   if (!scope.Open(failure, &empty)) return false;
   std::string matches = scope.select() + LevelFilter(search);
@@ -174,7 +217,10 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
   // the first bucket, so that the buckets add up to the query's total.
   const std::string readable = "typeof(time) IN ('integer', 'real')";
   int64_t from = search.from, to = search.to;
-  bool any = search.hasFrom && search.hasTo;
+  bool bounded = search.hasFrom && search.hasTo;
+  // A range too wide for bucket arithmetic is narrowed to the matches' own first and last time.
+  bool narrow = bounded && !SpanFits(from, to);
+  bool any = bounded && !narrow;
   if (!empty && !any) {
     std::string bounds = "SELECT min(t), max(t), count(*) FROM (SELECT CASE WHEN " + readable +
                          " THEN time END AS t FROM (" + matches + "))";
@@ -188,14 +234,22 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
       const char* high = QUORDBFetchFieldAt(rows, row, 1);
       if (!search.hasFrom) from = low != nullptr ? ReadInteger(low) : search.hasTo ? search.to : 0;
       if (!search.hasTo) to = high != nullptr ? ReadInteger(high) : from;
+      if (!SpanFits(from, to) && low != nullptr && high != nullptr) {
+        from = std::max<int64_t>(from, ReadInteger(low));
+        to = std::min<int64_t>(to, ReadInteger(high));
+      }
     });
     if (!ok) return false;
   }
   if (!any) {
     histogram->from = search.hasFrom ? from : 0;
     histogram->to = search.hasTo ? to : 0;
-    if (search.hasFrom && search.hasTo) LayOutBuckets(from, to, search.buckets, histogram);
+    if (bounded && !narrow) LayOutBuckets(from, to, search.buckets, histogram);
     return true;
+  }
+  if (!SpanFits(from, to)) {
+    failure->wideRange = true;
+    return false;
   }
   LayOutBuckets(from, to, search.buckets, histogram);
   if (empty || to < from) return true;

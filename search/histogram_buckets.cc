@@ -1,6 +1,11 @@
 // Time buckets of a histogram.
 #include "search/search_result.h"
 
+bool SpanFits(int64_t from, int64_t to) {
+  return to < from ||
+         static_cast<uint64_t>(to) - static_cast<uint64_t>(from) <= (uint64_t{1} << 62);
+}
+
 void LayOutBuckets(int64_t from, int64_t to, int buckets, Histogram* histogram) {
   histogram->from = from;
   histogram->to = to;

@@ -11,6 +11,7 @@
 
 #include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
+#include "index/text_fold.h"
 #include "platform/logfiles.h"
 #include "search/search_result.h"
 #include "sources/log_sources.h"
@@ -20,10 +21,12 @@ namespace {
 
 constexpr int kWindow = 15000;
 
-bool Matches(const SearchRequest& search, const PlainLine& line) {
-  for (const std::string& term : search.terms) {
-    if (!KeywordFound(line.record["descr"].asCString(), term) &&
-        !KeywordFound(line.record["who"].asCString(), term)) {
+// terms: the search's terms, folded.
+bool Matches(const SearchRequest& search, const std::vector<std::string>& terms,
+             const PlainLine& line) {
+  for (const std::string& term : terms) {
+    if (!FoldedContains(line.record["descr"].asCString(), term) &&
+        !FoldedContains(line.record["who"].asCString(), term)) {
       return false;
     }
   }
@@ -39,8 +42,10 @@ std::vector<PlainLine> ReadLines(const SearchRequest& search, bool* more) {
   window.logtype = search.types.at(0);
   std::vector<PlainLine> lines;
   FetchPlainLogs(window, &lines, more);
+  std::vector<std::string> terms;
+  for (const std::string& term : search.terms) terms.push_back(Folded(term));
   lines.erase(std::remove_if(lines.begin(), lines.end(),
-                             [&](const PlainLine& line) { return !Matches(search, line); }),
+                             [&](const PlainLine& line) { return !Matches(search, terms, line); }),
               lines.end());
   return lines;
 }
@@ -75,28 +80,43 @@ bool QueryPlain(const SearchRequest& search, QueryResult* result, SearchFailure*
   return true;
 }
 
-bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchFailure*) {
+bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchFailure* failure) {
   std::vector<PlainLine> lines = ReadLines(search, nullptr);
   int64_t from = search.from, to = search.to;
+  bool bounded = search.hasFrom && search.hasTo;
+  // A range too wide for bucket arithmetic is narrowed to the matches' own times.
+  bool narrow = bounded && !SpanFits(from, to);
   bool any = false;
   // Lines whose time cannot be read count in the first bucket, as they sort first.
   bool timed = false;
+  int64_t low = 0, high = 0;
   for (const PlainLine& line : lines) {
     if (!search.levels[line.level]) continue;
     any = true;
     if (!line.timed) continue;
-    if (!search.hasFrom && (!timed || line.seconds < from)) from = line.seconds;
-    if (!search.hasTo && (!timed || line.seconds > to)) to = line.seconds;
+    if (!timed || line.seconds < low) low = line.seconds;
+    if (!timed || line.seconds > high) high = line.seconds;
     timed = true;
   }
-  if (any && !timed) {
+  if (timed) {
+    if (!search.hasFrom) from = low;
+    if (!search.hasTo) to = high;
+    if (!SpanFits(from, to)) {
+      from = std::max(from, low);
+      to = std::min(to, high);
+    }
+  } else if (any) {
     if (!search.hasFrom) from = search.hasTo ? search.to : 0;
     if (!search.hasTo) to = from;
   }
-  if (!any && !(search.hasFrom && search.hasTo)) {
+  if (!any && (!bounded || narrow)) {
     histogram->from = search.hasFrom ? from : 0;
     histogram->to = search.hasTo ? to : 0;
     return true;
+  }
+  if (!SpanFits(from, to)) {
+    failure->wideRange = true;
+    return false;
   }
   LayOutBuckets(from, to, search.buckets, histogram);
   for (const PlainLine& line : lines) {

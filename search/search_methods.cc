@@ -25,6 +25,12 @@ bool Read(const QUOR::APIRequest& request, QUOR::APIResponse* response, SearchRe
 
 void AnswerFailure(const QUOR::APIRequest& request, const SearchFailure& failure,
                    QUOR::APIResponse* response) {
+  if (failure.wideRange) {
+    Json::Value detail(Json::objectValue);
+    detail["name"] = "from";
+    detail["reason"] = "condition";
+    return response->SetError(kErrorInvalidParameter, detail);
+  }
   Json::Value detail(Json::objectValue);
   detail["logtype"] = request.GetParam("logtype", "system");
   detail["reason"] = failure.reason;

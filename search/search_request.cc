@@ -88,19 +88,20 @@ bool ReadLevels(const std::string& text, SearchRequest* search) {
 
 std::vector<std::string> SplitTerms(const std::string& q) {
   std::vector<std::string> terms;
+  const char* const kBlanks = " \t\n\r";
   size_t at = 0;
   while (at < q.size()) {
-    char c = q[at];
-    if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
+    if (strchr(kBlanks, q[at]) != nullptr) {
       ++at;
-    } else if (c == '"') {
+    } else if (q[at] == '"') {
       size_t close = q.find('"', at + 1);
       if (close == std::string::npos) close = q.size();
       std::string phrase = q.substr(at + 1, close - at - 1);
       if (!phrase.empty()) terms.push_back(phrase);
       at = close + 1;
     } else {
-      size_t end = q.find_first_of(" \t\n\r\"", at);
+      // A quote inside a word is one of its characters.
+      size_t end = q.find_first_of(kBlanks, at);
       if (end == std::string::npos) end = q.size();
       terms.push_back(q.substr(at, end - at));
       at = end;

@@ -30,6 +30,7 @@ struct SearchRequest {
 bool ReadSearchRequest(const QUOR::APIRequest& request, SearchRequest* search, std::string* name,
                        std::string* reason);
 
-// The terms of q: runs of non-blank characters, or the text between double quotes as one
-// term (an unclosed quote runs to the end); empty terms are dropped.
+// The terms of q: runs of non-blank characters, or, when a double quote begins a term, the
+// text up to the next double quote as one term (an unclosed quote runs to the end). A quote
+// inside a word is a character of it (tag="View is one term). Empty terms are dropped.
 std::vector<std::string> SplitTerms(const std::string& q);

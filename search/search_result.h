@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/logdb.h"
 #include "search/search_request.h"
 
 struct QueryResult {
@@ -23,7 +24,8 @@ struct Histogram {
 // Why a store could not be read, for the error 5101 answer (already logged).
 struct SearchFailure {
   std::string reason;
-  std::string store;  // the log type whose store failed, when one is known
+  std::string store;       // the log type whose store failed, when one is known
+  bool wideRange = false;  // instead: the histogram's range cannot be laid out (error 120)
 };
 
 // The database classes (system, transfer, disk). False with *failure when any store of the
@@ -32,9 +34,18 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
 bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
                           SearchFailure* failure);
 
+// The rows of result (a select of a database class with a "severity" column) as records with
+// the list's keys and texts and their row id, appended to *items.
+void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* items);
+
 // The plain-text class: the window of the log's last lines, searched in memory.
 bool QueryPlain(const SearchRequest& search, QueryResult* result, SearchFailure* failure);
 bool HistogramOfPlain(const SearchRequest& search, Histogram* histogram, SearchFailure* failure);
+
+// True when [from, to] spans at most 2^62 seconds, so that bucket arithmetic (in SQL too) stays
+// within 64 bits. A histogram over a wider range is narrowed to its matches' first and last
+// time; when they too are further apart, it is refused with error 120.
+bool SpanFits(int64_t from, int64_t to);
 
 // The bucket layout of [from, to] in at most buckets buckets of whole seconds, the counts'
 // rows made empty.

@@ -10,7 +10,8 @@ const char kUsage[] =
     "       quor-webapi serve --root DIR [--listen 127.0.0.1:8080] [--workers N]\n"
     "                         [--modules DIR] [--ui DIR] [--trust-proxy] [--secure-cookie]\n"
     "                         [--log-stderr] [--method-limit SECONDS] [--max-downloads N]\n"
-    "                         [--download-method API.METHOD]...\n"
+    "                         [--max-downloads-per-user N] [--download-method API.METHOD]...\n"
+    "                         [--host-name NAME[,NAME...]]...\n"
     "       quor-webapi adduser --root DIR NAME [--admin] [--lang en|de]   (password on stdin)\n";
 
 int UsageError(const char* command, const std::string& message) {

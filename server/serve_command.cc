@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "server/auth/session_store.h"
 #include "server/commands.h"
 #include "server/dispatch/module_registry.h"
@@ -58,6 +60,8 @@ int ServeCommand(const Args& args) {
       {"--request-timeout-ms", &config.requestTimeoutMs},
       {"--idle-timeout-ms", &config.idleTimeoutMs},
       {"--send-timeout-ms", &config.sendTimeoutMs},
+      {"--download-stall-ms", &config.downloadStallMs},
+      {"--method-idle-ms", &config.methodIdleMs},
       {"--grace-ms", &config.graceMs},
       {"--session-idle-ms", &config.sessions.idleMs},
       {"--lockout-ms", &config.sessions.lockoutMs},
@@ -91,6 +95,18 @@ int ServeCommand(const Args& args) {
         return Usage("--max-downloads must be 1 to 64");
       }
       config.maxDownloads = static_cast<int>(number);
+    } else if (arg == "--max-downloads-per-user") {
+      if (!ParseCount(value, 1, &number) || number > 64) {
+        return Usage("--max-downloads-per-user must be 1 to 64");
+      }
+      config.maxDownloadsPerUser = static_cast<int>(number);
+    } else if (arg == "--host-name") {
+      // A comma list, or the option repeated: the names behind which clients reach the server.
+      for (size_t at = 0; at <= value.size();) {
+        size_t comma = std::min(value.find(',', at), value.size());
+        if (comma > at) config.hostNames.push_back(value.substr(at, comma - at));
+        at = comma + 1;
+      }
     } else if (arg == "--download-method") {
       if (value.find('.') == std::string::npos) return Usage("--download-method takes API.METHOD");
       config.downloadMethods.push_back(value);

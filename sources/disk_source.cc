@@ -16,7 +16,8 @@ namespace Disk = QUOR::SDS::STORAGE_MANAGER::Disk;
 
 // The stored message codes whose display texts contain keyword, as conditions on msg joined by
 // a bare "OR"; the empty text when none matches.
-std::string MessageCondition(const std::string& keyword) {
+std::string MessageCondition(const std::string& keyword,
+                             std::string (*contains)(const std::string&, const std::string&)) {
   SzList codes(SLIBCSzListAlloc(512));
   if (codes == nullptr) {
     LOG_ERROR_HERE("Failed to allocation list");
@@ -27,7 +28,7 @@ std::string MessageCondition(const std::string& keyword) {
   if (found > 0 && codes->nItem > 0) {
     for (int i = 0; i < codes->nItem; ++i) {
       if (i > 0) group += "OR";
-      group += GenSQLRegexp(SLIBCSzListGet(codes.get(), i), "msg");
+      group += contains(SLIBCSzListGet(codes.get(), i), "msg");
     }
   }
   return group;
@@ -35,14 +36,15 @@ std::string MessageCondition(const std::string& keyword) {
 
 }  // namespace
 
-std::string DiskKeywordCondition(const std::string& keyword) {
+std::string DiskKeywordCondition(const std::string& keyword,
+                                 std::string (*contains)(const std::string&, const std::string&)) {
   char slot[32] = "";
   std::string slotKeyword = keyword;
   if (Disk::DiskSlotReverseConverter(keyword.c_str(), slot, sizeof slot) > 0) slotKeyword = slot;
-  std::string group = MessageCondition(keyword);
-  return "(" + GenSQLRegexp(keyword, "model") + " OR " + GenSQLRegexp(keyword, "serial") + "OR" +
-         GenSQLRegexp(keyword, "container") + "OR" + GenSQLRegexp(slotKeyword, "slot") +
-         (group.empty() ? "" : "OR" + group) + "OR" + GenSQLRegexp(keyword, "info") + ")";
+  std::string group = MessageCondition(keyword, contains);
+  return "(" + contains(keyword, "model") + " OR " + contains(keyword, "serial") + "OR" +
+         contains(keyword, "container") + "OR" + contains(slotKeyword, "slot") +
+         (group.empty() ? "" : "OR" + group) + "OR" + contains(keyword, "info") + ")";
 }
 
 int FetchDiskLogs(const LogSearch& search, RecordSink* sink, LevelCounts* counts) {

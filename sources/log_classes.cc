@@ -101,18 +101,18 @@ bool PlainStore(const char* type, std::string* path) {
   return true;
 }
 
-// The term in any searched column.
+// The term in any searched column. Search terms compare by full case folding.
 std::string AnyColumnHolds(const LogClassInfo& info, const std::string& term) {
   std::string condition;
   for (const char* const* column = info.searchedColumns; *column != nullptr; ++column) {
     if (!condition.empty()) condition += " OR ";
-    condition += GenSQLRegexp(term, *column);
+    condition += GenSQLFoldedContains(term, *column);
   }
   return "(" + condition + ")";
 }
 
 std::string DiskTerm(const LogClassInfo&, const std::string& term) {
-  return DiskKeywordCondition(term);
+  return DiskKeywordCondition(term, GenSQLFoldedContains);
 }
 
 template <class Decoder>

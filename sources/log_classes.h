@@ -79,4 +79,7 @@ bool StorePathOf(const char* type, std::string* path);
 // The disk log's keyword condition: the keyword in model, serial, container, the slot (its
 // display form read back), the stored event codes whose texts hold it, and info. The joints
 // after the first are a bare "OR", as clients and logs have always seen the statement.
-std::string DiskKeywordCondition(const std::string& keyword);
+// contains makes each containment condition (the list's GenSQLRegexp; a search's terms fold).
+std::string DiskKeywordCondition(const std::string& keyword,
+                                 std::string (*contains)(const std::string&,
+                                                         const std::string&) = GenSQLRegexp);

@@ -128,7 +128,7 @@ TEST_F(ServerHttp, TokensPermissionsAndExpiry) {
       "{\"api\":\"QUOR.Core.SyslogClient.Log\",\"version\":1,\"method\":\"list\","
       "\"limit\":\"5\"}";
   ASSERT_TRUE(
-      json.Send("POST /webapi HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
+      json.Send("POST /webapi HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: application/json\r\n"
                 "Cookie: " +
                 admin.cookie + "\r\nX-Quor-Token: " + token +
                 "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body));
@@ -236,15 +236,15 @@ TEST_F(ServerHttp, MalformedOversizedAndSlowRequests) {
   // Fields that are not a form or a JSON object.
   EXPECT_EQ(400, HttpRequest(port, "POST", "/webapi/auth", "method=%zz").status);
   HttpConnection json(port);
-  ASSERT_TRUE(
-      json.Send("POST /webapi/auth HTTP/1.1\r\nContent-Type: application/json\r\n"
-                "Content-Length: 3\r\n\r\n[1]"));
+  ASSERT_TRUE(json.Send(
+      "POST /webapi/auth HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: application/json\r\n"
+      "Content-Length: 3\r\n\r\n[1]"));
   EXPECT_EQ(400, json.Read().status);
 
   // A client that waits for leave to send its body is told to go on.
   HttpConnection waiting(port);
   ASSERT_TRUE(
-      waiting.Send("POST /webapi/auth HTTP/1.1\r\nExpect: 100-continue\r\n"
+      waiting.Send("POST /webapi/auth HTTP/1.1\r\nHost: 127.0.0.1\r\nExpect: 100-continue\r\n"
                    "Content-Type: application/x-www-form-urlencoded\r\n"
                    "Content-Length: 13\r\n\r\n"));
   EXPECT_EQ(100, waiting.Read().status);
@@ -254,12 +254,13 @@ TEST_F(ServerHttp, MalformedOversizedAndSlowRequests) {
   // Too large: a header block over 8 KiB, a body over 64 KiB (refused from its length alone).
   EXPECT_EQ(413, HttpRequest(port, "GET", "/", "", {"X-Big: " + std::string(10000, 'a')}).status);
   HttpConnection big(port);
-  ASSERT_TRUE(big.Send("POST /webapi HTTP/1.1\r\nContent-Length: 10000000\r\n\r\n"));
+  ASSERT_TRUE(
+      big.Send("POST /webapi HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 10000000\r\n\r\n"));
   EXPECT_EQ(413, big.Read().status);
 
   // Slow: a request not whole within the time limit gets 408, and so does silence.
   HttpConnection slow(port);
-  ASSERT_TRUE(slow.Send("GET / HTTP/1.1\r\nHost: x\r\n"));
+  ASSERT_TRUE(slow.Send("GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n"));
   SleepMs(200);
   ASSERT_TRUE(slow.Send("X-More: 1\r\n"));
   HttpAnswer late = slow.Read();
@@ -270,8 +271,9 @@ TEST_F(ServerHttp, MalformedOversizedAndSlowRequests) {
 
   // Keep-alive: two requests on one connection, then the idle timeout closes it.
   HttpConnection kept(port);
-  ASSERT_TRUE(kept.Send(
-      "GET /app.js HTTP/1.1\r\nHost: x\r\n\r\nGET /style.css HTTP/1.1\r\nHost: x\r\n\r\n"));
+  ASSERT_TRUE(
+      kept.Send("GET /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\nGET /style.css HTTP/1.1\r\nHost: "
+                "127.0.0.1\r\n\r\n"));
   EXPECT_EQ("console.log(1);", kept.Read().body);
   EXPECT_EQ("body{}", kept.Read().body);
   auto start = std::chrono::steady_clock::now();
@@ -290,13 +292,13 @@ TEST_F(ServerHttp, IdleConnectionsDoNotHoldTheWorker) {
   std::vector<std::unique_ptr<HttpConnection>> spare;
   for (int i = 0; i < 4; ++i) spare.push_back(std::make_unique<HttpConnection>(server->port()));
   HttpConnection kept(server->port());
-  ASSERT_TRUE(kept.Send("GET /app.js HTTP/1.1\r\nHost: x\r\n\r\n"));
+  ASSERT_TRUE(kept.Send("GET /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
   EXPECT_EQ(200, kept.Read().status);
   auto start = std::chrono::steady_clock::now();
   for (int i = 0; i < 3; ++i) EXPECT_EQ(200, HttpRequest(server->port(), "GET", "/").status);
-  ASSERT_TRUE(spare[2]->Send("GET /style.css HTTP/1.1\r\nHost: x\r\n\r\n"));
+  ASSERT_TRUE(spare[2]->Send("GET /style.css HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
   EXPECT_EQ("body{}", spare[2]->Read().body);
-  ASSERT_TRUE(kept.Send("GET /style.css HTTP/1.1\r\nHost: x\r\n\r\n"));
+  ASSERT_TRUE(kept.Send("GET /style.css HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
   EXPECT_EQ("body{}", kept.Read().body);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2000));
 }
@@ -308,9 +310,9 @@ TEST_F(ServerHttp, AKilledWorkerIsReplaced) {
   // The only worker is inside a request when it dies: that request is lost, nothing else. An
   // answer first shows the worker has taken the connection.
   HttpConnection inFlight(server->port());
-  ASSERT_TRUE(inFlight.Send("GET /app.js HTTP/1.1\r\nHost: x\r\n\r\n"));
+  ASSERT_TRUE(inFlight.Send("GET /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
   ASSERT_EQ(200, inFlight.Read().status);
-  ASSERT_TRUE(inFlight.Send("GET / HTTP/1.1\r\nHost: x\r\n"));
+  ASSERT_TRUE(inFlight.Send("GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n"));
   ASSERT_EQ(0, kill(before[0], SIGKILL));
   EXPECT_TRUE(inFlight.ClosedWithin(2000));
   HttpAnswer next = HttpRequest(server->port(), "GET", "/app.js");
@@ -326,9 +328,9 @@ TEST_F(ServerHttp, StopLetsRequestsInFlightFinish) {
   int port = server->port();
   HttpConnection inFlight(port);
   // A first answer shows a worker holds the connection; then a request stays half sent.
-  ASSERT_TRUE(inFlight.Send("GET /style.css HTTP/1.1\r\nHost: x\r\n\r\n"));
+  ASSERT_TRUE(inFlight.Send("GET /style.css HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
   ASSERT_EQ(200, inFlight.Read().status);
-  ASSERT_TRUE(inFlight.Send("GET /app.js HTTP/1.1\r\nHost: x\r\n"));
+  ASSERT_TRUE(inFlight.Send("GET /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n"));
   SleepMs(200);
   ASSERT_EQ(0, kill(server->pid(), SIGTERM));
   SleepMs(200);

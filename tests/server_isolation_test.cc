@@ -106,7 +106,7 @@ TEST_F(ServerIsolation, DeadlinesStartWhenTheConnectionIsTaken) {
   std::vector<std::unique_ptr<HttpConnection>> waiting;
   for (int i = 0; i < 4; ++i) {
     waiting.push_back(std::make_unique<HttpConnection>(server_->port()));
-    ASSERT_TRUE(waiting.back()->Send("GET /webapi?api=x HTTP/1.1\r\nHost: x\r\n\r\n"));
+    ASSERT_TRUE(waiting.back()->Send("GET /webapi?api=x HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
   }
   longCall.join();
   for (auto& w : waiting) EXPECT_EQ(200, w->Read().status);
@@ -160,10 +160,11 @@ TEST_F(ServerIsolation, ACutOffDownloadReadsAsTruncated) {
   std::thread killer([&] {
     for (int i = 0; i < 100; ++i) {
       SleepMs(50);
-      std::vector<pid_t> now = ChildrenOf(server_->Workers().at(0));
-      if (!now.empty()) {
+      // The first download's process may not be reaped yet: wait for a new one.
+      for (pid_t child : ChildrenOf(server_->Workers().at(0))) {
+        if (child == processes[0]) continue;
         SleepMs(300);
-        kill(now[0], SIGKILL);
+        kill(child, SIGKILL);
         return;
       }
     }

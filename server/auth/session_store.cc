@@ -194,9 +194,21 @@ bool SessionStore::IsLockedOut(const std::string& account, const std::string& ad
   return rc == SQLITE_ROW || rc == SQLITE_DONE || Fail("cannot read the lockouts");
 }
 
-bool SessionStore::RecordFailure(const std::string& account, const std::string& address) {
+std::vector<SessionStore::Counted> SessionStore::CountedSubjects(const std::string& account,
+                                                                 const std::string& address) const {
+  std::vector<Counted> counted = {{AddressSubject(address), limits_.maxAddressFailures, false}};
+  if (!account.empty()) {
+    counted.push_back({PairSubject(account, address), limits_.maxFailures, true});
+  }
+  return counted;
+}
+
+bool SessionStore::BeginCheck(const std::string& account, const std::string& address,
+                              bool* allowed) {
+  *allowed = false;
   int64_t now = NowMs();
-  // One writer at a time across workers, so two failures cannot both miss the limit.
+  // One writer at a time across workers: the look at the counts and the reservation are one
+  // step, so concurrent tries cannot all see room under the limit.
   if (!Exec("BEGIN IMMEDIATE")) return false;
   bool ok = true;
   {
@@ -205,25 +217,49 @@ bool SessionStore::RecordFailure(const std::string& account, const std::string& 
     Statement expired(db_, "DELETE FROM lockouts WHERE until <= ?");
     ok = ok && expired.ok() && expired.Bind(1, now).Step() == SQLITE_DONE;
   }
-  struct Counted {
-    std::string subject;
-    int limit;
-  };
-  std::vector<Counted> counted = {{AddressSubject(address), limits_.maxAddressFailures}};
-  if (!account.empty()) counted.push_back({PairSubject(account, address), limits_.maxFailures});
-  for (const Counted& c : counted) {
+  bool room = true;
+  for (const Counted& c : CountedSubjects(account, address)) {
     if (!ok) break;
+    Statement locked(db_, "SELECT 1 FROM lockouts WHERE subject = ?");
+    Statement count(db_, "SELECT count(*) FROM login_failures WHERE subject = ?");
+    ok = locked.ok() && count.ok() && count.Bind(1, c.subject).Step() == SQLITE_ROW;
+    int rc = ok ? locked.Bind(1, c.subject).Step() : SQLITE_ERROR;
+    ok = ok && (rc == SQLITE_ROW || rc == SQLITE_DONE);
+    room = room && rc == SQLITE_DONE && count.Int(0) < c.limit;
+  }
+  for (const Counted& c : CountedSubjects(account, address)) {
+    if (!ok || !room) break;
     Statement insert(db_, "INSERT INTO login_failures (subject, at) VALUES (?, ?)");
     ok = insert.ok() && insert.Bind(1, c.subject).Bind(2, now).Step() == SQLITE_DONE;
+  }
+  if (!ok) {
+    Fail("cannot count the login");
+    Exec("ROLLBACK");
+    return false;
+  }
+  *allowed = room;
+  return Exec("COMMIT");
+}
+
+bool SessionStore::ConfirmFailure(const std::string& account, const std::string& address,
+                                  bool* addressLocked, bool* pairLocked) {
+  *addressLocked = *pairLocked = false;
+  int64_t now = NowMs();
+  if (!Exec("BEGIN IMMEDIATE")) return false;
+  bool ok = true;
+  for (const Counted& c : CountedSubjects(account, address)) {
     Statement count(db_, "SELECT count(*) FROM login_failures WHERE subject = ?");
-    ok = ok && count.ok() && count.Bind(1, c.subject).Step() == SQLITE_ROW;
-    if (!ok || count.Int(0) < c.limit) continue;
+    ok = count.ok() && count.Bind(1, c.subject).Step() == SQLITE_ROW;
+    if (!ok) break;
+    if (count.Int(0) < c.limit) continue;
     // Locked: the count starts afresh when the lockout ends.
     Statement lock(db_, "INSERT OR REPLACE INTO lockouts (subject, until) VALUES (?, ?)");
     ok =
         lock.ok() && lock.Bind(1, c.subject).Bind(2, now + limits_.lockoutMs).Step() == SQLITE_DONE;
     Statement reset(db_, "DELETE FROM login_failures WHERE subject = ?");
     ok = ok && reset.ok() && reset.Bind(1, c.subject).Step() == SQLITE_DONE;
+    if (!ok) break;
+    *(c.pair ? pairLocked : addressLocked) = true;
   }
   if (!ok) {
     Fail("cannot record the failed login");
@@ -233,9 +269,20 @@ bool SessionStore::RecordFailure(const std::string& account, const std::string& 
   return Exec("COMMIT");
 }
 
+bool SessionStore::RecordFailure(const std::string& account, const std::string& address) {
+  bool allowed = false, addressLocked, pairLocked;
+  return BeginCheck(account, address, &allowed) &&
+         ConfirmFailure(account, address, &addressLocked, &pairLocked);
+}
+
 bool SessionStore::ClearFailures(const std::string& account, const std::string& address) {
+  // The pair's failures go, and the address's latest: the reservation of the right password.
   Statement remove(db_, "DELETE FROM login_failures WHERE subject = ?");
-  if (!remove.ok()) return Fail("sessions database");
-  return remove.Bind(1, PairSubject(account, address)).Step() == SQLITE_DONE ||
+  Statement reserved(db_,
+                     "DELETE FROM login_failures WHERE rowid = (SELECT max(rowid) FROM "
+                     "login_failures WHERE subject = ?)");
+  if (!remove.ok() || !reserved.ok()) return Fail("sessions database");
+  return (remove.Bind(1, PairSubject(account, address)).Step() == SQLITE_DONE &&
+          reserved.Bind(1, AddressSubject(address)).Step() == SQLITE_DONE) ||
          Fail("cannot clear the failed logins");
 }

@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 #include "server/auth/session_limits.h"
 
@@ -43,17 +44,34 @@ class SessionStore {
 
   // True in *locked when the account is locked out from the address, or the whole address is.
   bool IsLockedOut(const std::string& account, const std::string& address, bool* locked);
-  // Counts a failed login against the account and address pair and against the address: the
-  // pair is locked out at maxFailures within the window, the address (for every account) at
-  // maxAddressFailures. An empty account counts against the address only. Expired failures
-  // and lockouts are deleted on the way.
+  // Before a password is checked: in one step across workers, *allowed is false when the
+  // account and address pair or the whole address is locked out, or its failures (checks still
+  // under way included) reached the limit: maxFailures for the pair, maxAddressFailures for the
+  // address. Otherwise the check is counted as a failure at once, so concurrent tries can never
+  // check more passwords than the limit; ConfirmFailure or ClearFailures settle it. An empty
+  // account counts against the address only. Expired failures and lockouts are deleted.
+  bool BeginCheck(const std::string& account, const std::string& address, bool* allowed);
+  // After a wrong password: locks the pair or the address out when its failures reached the
+  // limit (*addressLocked, *pairLocked tell which lock began now), and their count starts
+  // afresh.
+  bool ConfirmFailure(const std::string& account, const std::string& address, bool* addressLocked,
+                      bool* pairLocked);
+  // A failed login without a check under way: BeginCheck and ConfirmFailure in one.
   bool RecordFailure(const std::string& account, const std::string& address);
-  // Forgets the pair's failed logins after a successful one.
+  // After the right password: forgets the pair's failed logins and the check's reservation.
   bool ClearFailures(const std::string& account, const std::string& address);
 
   const std::string& LastError() const { return error_; }
 
  private:
+  struct Counted {
+    std::string subject;
+    int limit;
+    bool pair;  // the account and address pair, not the address alone
+  };
+  // What a failed login of account from address counts against, with its limit.
+  std::vector<Counted> CountedSubjects(const std::string& account,
+                                       const std::string& address) const;
   bool Exec(const char* sql);
   bool Fail(const char* what);
 

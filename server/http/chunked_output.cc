@@ -26,24 +26,6 @@ const char kHead[] =
 // The most a method's header block may take before its document starts.
 constexpr size_t kMaxHeaderBlock = 16 * 1024;
 
-bool WriteAll(int fd, const char* data, size_t size) {
-  while (size > 0) {
-    ssize_t n = send(fd, data, size, MSG_NOSIGNAL);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    data += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
-bool WriteChunk(int fd, const char* data, size_t size) {
-  char length[24];
-  int n = snprintf(length, sizeof length, "%zx\r\n", size);
-  return WriteAll(fd, length, static_cast<size_t>(n)) && WriteAll(fd, data, size) &&
-         WriteAll(fd, "\r\n", 2);
-}
-
 // The method's header lines as they go out: lines that would frame the body differently
 // (Content-Length, Transfer-Encoding, Connection) are dropped.
 std::string KeptHeaderLines(const std::string& block) {
@@ -79,11 +61,6 @@ void ChunkedOutput::Hook(void* context) {
   if (self->started_) return;
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return;
-  int flags = fcntl(self->socketFd_, F_GETFL);
-  if (flags >= 0) fcntl(self->socketFd_, F_SETFL, flags & ~O_NONBLOCK);
-  timeval timeout = {static_cast<time_t>(self->idleLimitMs_ / 1000),
-                     static_cast<suseconds_t>(self->idleLimitMs_ % 1000) * 1000};
-  setsockopt(self->socketFd_, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
   MethodWatchdog::AnswerStarted();
   fflush(stdout);
   self->savedStdout_ = dup(1);
@@ -93,6 +70,18 @@ void ChunkedOutput::Hook(void* context) {
   self->framer_ = std::thread(&ChunkedOutput::Frame, self, ends[0]);
 }
 
+bool ChunkedOutput::Send(const std::string& bytes) {
+  return writer_.SendAll(bytes.data(), bytes.size(), clientStallMs_);
+}
+
+bool ChunkedOutput::SendChunk(const char* data, size_t size) {
+  char length[24];
+  int n = snprintf(length, sizeof length, "%zx\r\n", size);
+  writer_.Queue(length, static_cast<size_t>(n));
+  writer_.Queue(data, size);
+  return writer_.SendAll("\r\n", 2, clientStallMs_);
+}
+
 void ChunkedOutput::Frame(int pipeFd) {
   std::string header;
   bool headerDone = false;
@@ -100,7 +89,7 @@ void ChunkedOutput::Frame(int pipeFd) {
   char buffer[64 * 1024];
   for (;;) {
     pollfd ready = {pipeFd, POLLIN, 0};
-    int rc = poll(&ready, 1, static_cast<int>(idleLimitMs_));
+    int rc = poll(&ready, 1, static_cast<int>(methodIdleMs_));
     if (rc < 0 && errno == EINTR) continue;
     if (rc <= 0) {
       ok = false;  // the method wrote nothing for the idle limit
@@ -120,23 +109,22 @@ void ChunkedOutput::Frame(int pipeFd) {
                                                    : "Content-Type: application/octet-stream\r\n";
       std::string rest = end != std::string::npos ? header.substr(end + 4) : header;
       headerDone = true;
-      ok = WriteAll(socketFd_, kHead, sizeof kHead - 1) &&
-           WriteAll(socketFd_, lines.data(), lines.size()) && WriteAll(socketFd_, "\r\n", 2);
-      if (ok && !rest.empty()) ok = WriteChunk(socketFd_, rest.data(), rest.size());
+      ok = Send(kHead + lines + "\r\n");
+      if (ok && !rest.empty()) ok = SendChunk(rest.data(), rest.size());
       bodyBytes_ += static_cast<int64_t>(rest.size());
       if (!ok) break;
       continue;
     }
-    ok = WriteChunk(socketFd_, body, size);
+    ok = SendChunk(body, size);
     if (!ok) break;
     bodyBytes_ += static_cast<int64_t>(size);
   }
   if (ok && !headerDone) {
     std::string lines = KeptHeaderLines(header);
-    ok = WriteAll(socketFd_, kHead, sizeof kHead - 1) &&
-         WriteAll(socketFd_, lines.data(), lines.size()) && WriteAll(socketFd_, "\r\n", 2);
+    ok = Send(kHead + lines + "\r\n");
   }
-  complete_ = ok && WriteAll(socketFd_, "0\r\n\r\n", 5);
+  if (ok && beforeLastChunk_) beforeLastChunk_();
+  complete_ = ok && Send("0\r\n\r\n");
   if (!complete_) {
     // Nothing more can reach the client: the method must not block on a full pipe.
     shutdown(socketFd_, SHUT_RDWR);

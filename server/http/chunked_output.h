@@ -9,19 +9,33 @@
 // curl. Finish, after the call, gives fd 1 back and waits for the thread.
 //
 // Downloads are limited by inactivity, never by length: the thread gives up (and the process
-// must end) when the method writes nothing, or the client takes nothing, for the idle limit.
+// must end) when the method writes nothing, or the client takes nothing, for its limit.
 #pragma once
 
 #include <stdint.h>
 
+#include <functional>
 #include <thread>
+
+#include "server/http/client_writer.h"
 
 class ChunkedOutput {
  public:
   // With exitWhenCut, a download that can no longer reach the client ends the process at once
   // (a download's own process); otherwise the method runs on with its output discarded.
-  ChunkedOutput(int socketFd, int64_t idleLimitMs, bool exitWhenCut)
-      : socketFd_(socketFd), idleLimitMs_(idleLimitMs), exitWhenCut_(exitWhenCut) {}
+  // beforeLastChunk, when given, runs once the method has finished, before the closing chunk
+  // goes out: a download frees its slot there, so that a client that starts its next download
+  // as soon as it has the whole document finds the slot free.
+  // The method may write nothing for methodIdleMs, and the client take nothing for
+  // clientStallMs, before the document is given up.
+  ChunkedOutput(int socketFd, int64_t methodIdleMs, int64_t clientStallMs, bool exitWhenCut,
+                std::function<void()> beforeLastChunk = nullptr)
+      : socketFd_(socketFd),
+        writer_(socketFd),
+        methodIdleMs_(methodIdleMs),
+        clientStallMs_(clientStallMs),
+        exitWhenCut_(exitWhenCut),
+        beforeLastChunk_(std::move(beforeLastChunk)) {}
   ~ChunkedOutput();
   ChunkedOutput(const ChunkedOutput&) = delete;
   ChunkedOutput& operator=(const ChunkedOutput&) = delete;
@@ -36,10 +50,15 @@ class ChunkedOutput {
 
  private:
   void Frame(int pipeFd);
+  bool Send(const std::string& bytes);
+  bool SendChunk(const char* data, size_t size);
 
   int socketFd_;
-  int64_t idleLimitMs_;
+  ClientWriter writer_;
+  int64_t methodIdleMs_;
+  int64_t clientStallMs_;
   bool exitWhenCut_;
+  std::function<void()> beforeLastChunk_;
   int savedStdout_ = -1;
   std::thread framer_;
   bool started_ = false;

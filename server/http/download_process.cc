@@ -2,7 +2,6 @@
 #include "server/http/download_process.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -11,9 +10,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/beast/http/write.hpp>
 #include <sstream>
 #include <vector>
+
+#include "server/http/client_writer.h"
 
 #include "server/http/access_log.h"
 #include "server/http/monotonic_clock.h"
@@ -28,7 +30,7 @@ constexpr int kDownloadNice = 19;
 
 // The worker's other connections, its listening socket and its sessions database stay the
 // worker's: the download process closes every descriptor but the standard streams and keep.
-void CloseInheritedDescriptors(int keepA, int keepB) {
+void CloseInheritedDescriptors(const std::vector<int>& keep) {
   DIR* dir = opendir("/proc/self/fd");
   if (dir == nullptr) return;
   int own = dirfd(dir);
@@ -36,7 +38,9 @@ void CloseInheritedDescriptors(int keepA, int keepB) {
   while (dirent* entry = readdir(dir)) {
     if (entry->d_name[0] == '.') continue;
     int fd = atoi(entry->d_name);
-    if (fd > 2 && fd != keepA && fd != keepB && fd != own) inherited.push_back(fd);
+    if (fd > 2 && fd != own && std::find(keep.begin(), keep.end(), fd) == keep.end()) {
+      inherited.push_back(fd);
+    }
   }
   closedir(dir);
   for (int fd : inherited) close(fd);
@@ -50,24 +54,15 @@ int64_t WriteAnswer(const ServerConfig& config, Exchange* exchange) {
   std::ostringstream text;
   text << response;
   std::string raw = text.str();
-  timeval timeout = {static_cast<time_t>(config.sendTimeoutMs / 1000),
-                     static_cast<suseconds_t>(config.sendTimeoutMs % 1000) * 1000};
-  int flags = fcntl(exchange->socketFd, F_GETFL);
-  if (flags >= 0) fcntl(exchange->socketFd, F_SETFL, flags & ~O_NONBLOCK);
-  setsockopt(exchange->socketFd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
-  size_t sent = 0;
-  while (sent < raw.size()) {
-    ssize_t n = send(exchange->socketFd, raw.data() + sent, raw.size() - sent, MSG_NOSIGNAL);
-    if (n <= 0) break;
-    sent += static_cast<size_t>(n);
-  }
+  ClientWriter(exchange->socketFd).SendAll(raw.data(), raw.size(), config.downloadStallMs);
   return static_cast<int64_t>(response.body().size());
 }
 
 }  // namespace
 
-bool StartDownloadProcess(const ServerConfig& config, int slotFd, Exchange* exchange,
-                          const std::function<void(Exchange*)>& call) {
+bool StartDownloadProcess(
+    const ServerConfig& config, const std::vector<int>& slotFds, Exchange* exchange,
+    const std::function<void(Exchange*, const std::function<void()>& releaseSlots)>& call) {
   int64_t start = MonotonicMs();
   fflush(nullptr);
   pid_t pid = fork();
@@ -87,10 +82,18 @@ bool StartDownloadProcess(const ServerConfig& config, int slotFd, Exchange* exch
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  CloseInheritedDescriptors(exchange->socketFd, slotFd);
+  std::vector<int> keep = slotFds;
+  keep.push_back(exchange->socketFd);
+  CloseInheritedDescriptors(keep);
+  std::vector<int> slots = slotFds;
+  auto releaseSlots = [&slots] {
+    for (int fd : slots) close(fd);
+    slots.clear();
+  };
   int status = 0;
   try {
-    call(exchange);
+    call(exchange, releaseSlots);
+    releaseSlots();
     int64_t bytes = exchange->streamed ? exchange->streamedBytes : WriteAnswer(config, exchange);
     int code = exchange->streamed ? 200 : exchange->response.result_int();
     WriteAccessLine(exchange->client, exchange->user, exchange->what, code, bytes,

@@ -4,13 +4,17 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 
 #include "server/http/exchange.h"
 #include "server/http/server_config.h"
 
-// Forks the download process, which keeps only the client socket and slotFd (the download
-// slot's lock, held while it lives), runs call(exchange) to stream the answer or fill it,
-// writes the answer when the call left one in exchange, logs its access line and ends. In the
-// worker: true once the process runs (exchange->handedOff set); false when fork failed.
-bool StartDownloadProcess(const ServerConfig& config, int slotFd, Exchange* exchange,
-                          const std::function<void(Exchange*)>& call);
+// Forks the download process, which keeps only the client socket and slotFds (the download
+// slots' locks), runs call(exchange, releaseSlots) to stream the answer or fill it, writes the
+// answer when the call left one in exchange, logs its access line and ends. releaseSlots
+// closes the slots' locks: the call runs it before its document's last bytes go out (it runs
+// anyway before an answer left in exchange is sent). In the worker: true once the process runs
+// (exchange->handedOff set); false when fork failed.
+bool StartDownloadProcess(
+    const ServerConfig& config, const std::vector<int>& slotFds, Exchange* exchange,
+    const std::function<void(Exchange*, const std::function<void()>& releaseSlots)>& call);

@@ -13,6 +13,11 @@ using HttpResponse = boost::beast::http::response<boost::beast::http::string_bod
 struct Exchange {
   int socketFd = -1;   // the client connection
   std::string client;  // the client's address
+  std::string local;   // the address the client connected to
+  // A download that finds every slot taken may ask to be handled again shortly (retry) while
+  // mayWait holds; otherwise it is refused.
+  bool mayWait = false;
+  bool retry = false;
 
   // Filled by the endpoint. When streamed, the endpoint has written the whole answer to
   // socketFd itself (a body of streamedBytes) and the connection must close after it. When

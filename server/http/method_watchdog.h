@@ -1,7 +1,9 @@
 // The limit on one method call in a worker. A method that runs past it cannot be stopped from
 // inside (it may hold locks, or wait on a query that never ends), so the worker answers the
 // client 503 and ends itself; the master replaces it. The worker's other connections close
-// with it: their clients see the connection end and may retry.
+// with it: their clients see the connection end and may retry. The limit is watched by a
+// thread of the worker, which sends the 503 through the client writer (never from a signal
+// handler) and then ends the process.
 #pragma once
 
 #include <stdint.h>

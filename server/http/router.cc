@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include "server/error_report.h"
+#include "server/http/saved_views.h"
 #include "server/http/static_files.h"
 
 #include <boost/beast/core/string.hpp>
@@ -102,6 +103,14 @@ void Router::Handle(const HttpRequest& request, Exchange* exchange) {
     if (config_.trustProxy && realIp != request.end() && !realIp->value().empty()) {
       exchange->client = std::string(realIp->value());
     }
+    // Before anything else: a page of another site that got its name to resolve to this
+    // server (DNS rebinding) sends its own name, and must reach no handler.
+    if (request.find(http::field::host) == request.end() && request.version() >= 11) {
+      return AnswerText(exchange, 400, "Bad request: no Host header\n");
+    }
+    if (!HostAccepted(request, *exchange)) {
+      return AnswerText(exchange, 421, "Misdirected request: unknown host name\n");
+    }
     http::verb verb = request.method();
     if (verb == http::verb::post && IsCrossSite(request)) {
       return AnswerText(exchange, 403, "Cross-site request refused\n");
@@ -116,6 +125,11 @@ void Router::Handle(const HttpRequest& request, Exchange* exchange) {
       }
       RequestFields fields;
       if (ReadFields(request, &fields, exchange)) HandleWebApi(request, fields, exchange);
+    } else if (path == "/webapi/views") {
+      if (verb != http::verb::post) return AnswerMethodNotAllowed(exchange, "POST");
+      RequestFields fields;
+      if (ReadFields(request, &fields, exchange))
+        HandleSavedViews(request, fields, sessions_, exchange);
     } else if (path.compare(0, 8, "/webapi/") == 0) {
       AnswerText(exchange, 404, "Not found\n");
     } else {
@@ -128,6 +142,25 @@ void Router::Handle(const HttpRequest& request, Exchange* exchange) {
     ReportError("request failed: %s", e.what());
     AnswerText(exchange, 500, "Internal server error\n");
   }
+}
+
+bool Router::HostAccepted(const HttpRequest& request, const Exchange& exchange) const {
+  auto header = request.find(http::field::host);
+  if (header == request.end()) return true;  // HTTP/1.0 without one: no browser sends that
+  std::string host(header->value());
+  if (!host.empty() && host.front() == '[') {
+    host = host.substr(1, host.find(']') - 1);  // an IPv6 address, its port dropped
+  } else if (host.find(':') == host.rfind(':')) {
+    host = host.substr(0, host.find(':'));
+  }
+  if (!host.empty() && host.back() == '.') host.pop_back();
+  std::string local = exchange.local;
+  if (local.compare(0, 7, "::ffff:") == 0) local = local.substr(7);  // IPv4 over an IPv6 socket
+  if (beast::iequals(host, "localhost") || beast::iequals(host, local)) return true;
+  for (const std::string& name : config_.hostNames) {
+    if (beast::iequals(host, name)) return true;
+  }
+  return false;
 }
 
 bool Router::FindSession(const HttpRequest& request, Session* session, bool* found,

@@ -2,6 +2,8 @@
 // web-API endpoint.
 #pragma once
 
+#include <functional>
+
 #include "server/auth/session_store.h"
 #include "server/dispatch/module_registry.h"
 #include "server/http/exchange.h"
@@ -30,6 +32,13 @@ class Router {
   void HandleAuth(const HttpRequest& request, const RequestFields& fields, Exchange* exchange);
   // GET or POST /webapi: one module call.
   void HandleWebApi(const HttpRequest& request, const RequestFields& fields, Exchange* exchange);
+  // Runs call in a download process once a slot of the server and one of the user are free;
+  // otherwise asks for a retry (while exchange->mayWait) or answers 503.
+  void StartDownload(const std::string& user,
+                     const std::function<void(Exchange*, const std::function<void()>&)>& call,
+                     Exchange* exchange);
+  // True when the Host header names this server (see ServerConfig::hostNames).
+  bool HostAccepted(const HttpRequest& request, const Exchange& exchange) const;
   // The live session of the request's cookie; false after answering 500 when the store fails.
   bool FindSession(const HttpRequest& request, Session* session, bool* found, Exchange* exchange);
 

@@ -32,28 +32,15 @@ void ReapDownloads() {
 }  // namespace
 
 int ServeAsWorker(int listenFd, const ServerConfig& config, Router* router) {
-  boost::asio::io_context context(1);
   std::list<std::unique_ptr<Connection>> connections;  // oldest first
 
-  // Reads what a connection has; serves it when complete. False when it must close.
-  auto advance = [&](Connection* connection) {
-    for (;;) {
-      Connection::Progress progress = connection->ReadAvailable(MonotonicMs());
-      if (progress == Connection::Progress::kClosed) return false;
-      if (progress == Connection::Progress::kWaiting) return true;
-      if (!connection->Serve(router)) return false;
-      // A pipelined request may be whole already.
-      if (!connection->HasBufferedBytes()) return true;
-    }
-  };
-
   // Asked to stop, a worker takes no new connection and closes the idle ones, but finishes
-  // the requests it has begun to read (within their deadlines) before it ends.
+  // the requests it has begun to read or answer (within their deadlines) before it ends.
   bool stopping = false;
   for (;;) {
     if (!stopping && WorkerShouldStop()) {
       stopping = true;
-      connections.remove_if([](const std::unique_ptr<Connection>& c) { return !c->InRequest(); });
+      connections.remove_if([](const std::unique_ptr<Connection>& c) { return !c->Busy(); });
     }
     if (stopping && connections.empty()) break;
     ReapDownloads();
@@ -61,7 +48,10 @@ int ServeAsWorker(int listenFd, const ServerConfig& config, Router* router) {
     int64_t now = MonotonicMs();
     int64_t wait = 1000;  // downloads are reaped at least this often
     for (const auto& c : connections) {
-      fds.push_back({c->fd(), POLLIN, 0});
+      short events = c->PollEvents();
+      // A connection that waits only on its timer is not polled: a client that hung up
+      // would make poll return at once, again and again.
+      fds.push_back({events != 0 ? c->fd() : -1, events, 0});
       wait = std::min(wait, std::max<int64_t>(c->deadline() - now, 0));
     }
     if (stopping) {
@@ -70,20 +60,15 @@ int ServeAsWorker(int listenFd, const ServerConfig& config, Router* router) {
       if (WorkerShouldStop()) continue;  // drain, above
       break;
     }
-    // Each ready connection is read (and served when complete); the clock is read afresh for
-    // each, since serving one may take long. A connection past its deadline is read once more
-    // first: a request that arrived while a method ran is served, not refused.
+    // Each ready connection (or one whose deadline passed) is advanced; the clock is read
+    // afresh for each, since serving one may take long.
     size_t polled = connections.size();
     auto it = connections.begin();
     for (size_t index = 1; index <= polled && it != connections.end(); ++index) {
       Connection* connection = it->get();
       bool keep = true;
       if (fds[index].revents != 0 || connection->deadline() <= MonotonicMs()) {
-        keep = advance(connection);
-        if (keep && connection->deadline() <= MonotonicMs()) {
-          connection->Expire();
-          keep = false;
-        }
+        keep = connection->Advance(router, MonotonicMs());
       }
       it = keep ? std::next(it) : connections.erase(it);
     }
@@ -92,12 +77,8 @@ int ServeAsWorker(int listenFd, const ServerConfig& config, Router* router) {
         int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (fd < 0) break;  // none left, or another worker took it
         // The connection's deadlines start now, when it is taken.
-        std::unique_ptr<Connection> connection =
-            Connection::Adopt(&context, fd, config, MonotonicMs());
-        if (!connection) continue;
-        Connection* raw = connection.get();
-        connections.push_back(std::move(connection));
-        if (!advance(raw)) connections.pop_back();
+        connections.push_back(std::make_unique<Connection>(fd, config, MonotonicMs()));
+        if (!connections.back()->Advance(router, MonotonicMs())) connections.pop_back();
         if (connections.size() > kMaxConnections) connections.pop_front();
       }
     }

@@ -5,8 +5,9 @@
 import assert from 'node:assert/strict';
 import {test} from 'node:test';
 
-import {DescribeZone, EpochToWall, IsSearchableWall, WallToEpoch} from '../../ui/js/dates.js';
-import {DefaultState, FormatState, ParseState, SearchTerms} from '../../ui/js/view-state.js';
+import {DescribeZone, EpochToWall, WallToEpoch} from '../../ui/js/dates.js';
+import {FormatRecordTime, FormatTimeText, ParseTimeText} from '../../ui/js/time-text.js';
+import {BoundOf, DefaultState, FormatState, ParseState, SearchTerms} from '../../ui/js/view-state.js';
 
 const iso = (seconds) => new Date(seconds * 1000).toISOString();
 
@@ -67,10 +68,40 @@ test('time fields, days and epoch seconds in the appliance zone, across offset c
                '2026-01-16T00:30:05');
   assert.equal(EpochToWall(0, 'Local/Appliance', -3600), '1969-12-31T23:00:00');
   assert.equal(WallToEpoch('', 'Europe/Berlin'), 0);
-  // A year typed digit by digit is not searchable until it is a real one.
-  for (const wall of ['0002-11-18T10:00', '0202-11-18T10:00', '1969-12-31T23:59']) {
-    assert.equal(IsSearchableWall(wall), false, wall);
+});
+
+test('typed times: both languages, a time alone for today, relative times kept relative', () => {
+  const today = '2026-11-23';
+  const cases = {
+    '2026-11-23 14:05': '2026-11-23T14:05',
+    '2026/11/23 14:05:09': '2026-11-23T14:05:09',
+    ' 23.11.2026   14:05 ': '2026-11-23T14:05',
+    '1.2.2027': '2027-02-01',
+    '2026-11-23': '2026-11-23',
+    '9:30': '2026-11-23T09:30',
+    '-15m': '-15m', 'now-2h': '-2h', 'NOW - 7d': '-7d', '-3 Std': '-3h', 'jetzt': 'now',
+    '': '',
+  };
+  for (const [typed, value] of Object.entries(cases)) {
+    assert.equal(ParseTimeText(typed, today), value, typed);
   }
-  assert.ok(IsSearchableWall('2038-01-19T03:14:08'));
-  assert.ok(IsSearchableWall('9999-12-31T23:59'));
+  // Not times: a 6-digit year, impossible days and hours, years before 1970, words.
+  for (const typed of ['202609-01-01', '2026-02-30', '31.04.2026', '2026-11-23 24:00',
+                       '1969-12-31', '-15x', 'yesterday', '14:5']) {
+    assert.equal(ParseTimeText(typed, today), null, typed);
+  }
+  assert.equal(FormatTimeText('2026-11-23T14:05', 'de'), '23.11.2026 14:05');
+  assert.equal(FormatTimeText('2026-11-23', 'en'), '2026-11-23');
+  assert.equal(FormatTimeText('now', 'de'), 'jetzt');
+  assert.equal(FormatRecordTime('2026/11/22 08:00:01', 'de'), '22.11.2026 08:00:01');
+  assert.equal(FormatRecordTime('not a time', 'en'), 'not a time');
+
+  // Relative bounds stay relative in the address and are taken from now.
+  const state = ParseState('#from=-15m&to=now');
+  assert.equal(FormatState(state), '#log=system&from=-15m&to=now');
+  assert.equal(BoundOf(state, 'from', 100000, 'UTC'), 100000 - 900);
+  assert.equal(BoundOf(state, 'to', 100000, 'UTC'), 100000);
+  assert.equal(BoundOf({...state, range: '1h'}, 'from', 100000, 'UTC'), 100000 - 3600);
+  assert.equal(BoundOf({...state, from: '2026-07-01'}, 'from', 0, 'UTC'),
+               Date.UTC(2026, 6, 1) / 1000);
 });

@@ -24,6 +24,11 @@ async function Show(hash) {
   await Ready(page);
 }
 
+// The values of the open entry's fields, without their filter buttons.
+async function FieldTexts(target) {
+  return target.$$eval('#entry-fields dd', (values) => values.map((dd) => dd.firstChild.textContent));
+}
+
 async function NoAxeViolations(what) {
   assert.deepEqual(await AxeViolations(page), [], what);
 }
@@ -84,38 +89,61 @@ test('the timeline stacks the levels; a click or a drag narrows the time range',
   await Screenshot(page, 'timeline-range');
 });
 
-test('typed times are never rewritten while typing; bad ones are refused in words', async () => {
+test('typed times: read on Enter or leaving, in the page\'s language, one message at a time', async () => {
   await Show('#log=system&from=2026-11-18T10%3A00');
-  const from = page.getByLabel('From', {exact: true});
-  assert.equal(await from.inputValue(), '2026-11-18T10:00');
-  // Type a new year digit by digit: 0002, 0020, 0202 are left alone.
-  await from.click({position: {x: 10, y: 10}});
-  await page.keyboard.press('Tab');  // month -> day
-  await page.keyboard.press('Tab');  // day -> year
-  for (const digit of '202') {
-    await page.keyboard.type(digit);
-    await page.waitForTimeout(150);
-    assert.equal((await AddressState(page)).from, '2026-11-18T10:00');
-    assert.ok(await page.locator('#range-error').isHidden());
-  }
-  await page.keyboard.type('5');
-  await page.waitForFunction(() => location.hash.includes('from=2025-11-18T10'));
-  await Ready(page);
-  assert.equal(await from.inputValue(), '2025-11-18T10:00');
-
-  // A year outside what can be searched, once the field is left, is refused.
-  await from.fill('1969-07-20T20:17');
-  await page.locator('#log-title').click();
+  const from = page.locator('#date-from');
+  assert.equal(await page.getByLabel('From', {exact: true}).inputValue(), '2026-11-18 10:00');
+  // Typing searches nothing, however long it takes; Enter reads the field.
+  let searches = 0;
+  const count = (request) => {
+    if (/query/.test(request.postData() || '')) ++searches;
+  };
+  page.on('request', count);
+  await from.fill('');
+  await from.pressSequentially('202609-01-01', {delay: 30});
+  await page.waitForTimeout(400);
+  assert.equal(searches, 0);
+  await from.press('Enter');
   const error = page.locator('#range-error');
   await error.waitFor();
-  assert.match(await error.innerText(), /between the years 1970 and 9999/);
+  assert.match(await error.innerText(), /Not a time the page can read/);
   assert.equal(await from.getAttribute('aria-invalid'), 'true');
-  assert.equal((await AddressState(page)).from, '2025-11-18T10:00');
-  assert.ok(await page.locator('#error').isHidden(), 'no raw parameter error');
+  assert.equal((await AddressState(page)).from, '2026-11-18T10:00');
+  assert.ok(await page.locator('#error').isHidden(), 'one message at a time');
   await NoAxeViolations('refused time');
 
+  await from.fill('23.11.2025 14:05');
+  await from.press('Enter');
+  await page.waitForFunction(() => location.hash.includes('from=2025-11-23T14'));
+  await Ready(page);
+  assert.ok(await error.isHidden());
+  assert.equal(await from.inputValue(), '2025-11-23 14:05');
+  page.off('request', count);
+
+  // A relative time stays relative; leaving the field reads it.
+  await from.fill('-7d');
+  await page.locator('#log-title').click();
+  await page.waitForFunction(() => location.hash.includes('from=-7d'));
+  await Ready(page);
+
+  // The day picker sets the day and keeps the time typed.
+  await from.fill('2026-11-18 10:00');
+  await page.getByRole('button', {name: 'Pick the start day'}).click();
+  const picker = page.getByRole('dialog');
+  await picker.waitFor();
+  await NoAxeViolations('day picker');
+  await picker.getByRole('button', {name: 'Next month'}).click();
+  await picker.getByRole('button', {name: /December 3, 2026/}).click();
+  await page.waitForFunction(() => location.hash.includes('from=2026-12-03T10'));
+  await Ready(page);
+
+  // German: the field and the table follow the page's language.
+  await page.getByRole('combobox', {name: 'Language'}).selectOption('de');
+  assert.equal(await from.inputValue(), '03.12.2026 10:00');
+  await page.getByRole('combobox', {name: 'Sprache'}).selectOption('en');
+
   // Far future times are searchable: an empty answer, no error.
-  await from.fill('2040-01-01T00:00');
+  await from.fill('2040-01-01 00:00');
   await page.locator('#log-title').click();
   await Ready(page);
   assert.equal((await TableRows(page)).length, 0);
@@ -147,7 +175,7 @@ test('an entry opens in detail, copies as text, and its link reopens it', async 
   await page.keyboard.press('Enter');
   const dialog = page.getByRole('dialog', {name: 'Log entry'});
   await dialog.waitFor();
-  const fields = await dialog.locator('dd').allInnerTexts();
+  const fields = await FieldTexts(page);
   assert.deepEqual(fields.slice(0, 5), cells.map((text) => text.trim()));
   assert.match(fields[5], /^\d+$/, 'the row id');
   await NoAxeViolations('entry detail');
@@ -167,9 +195,55 @@ test('an entry opens in detail, copies as text, and its link reopens it', async 
   await other.goto(server.url + link);
   const reopened = other.getByRole('dialog', {name: 'Log entry'});
   await reopened.waitFor();
-  assert.deepEqual(await reopened.locator('dd').allInnerTexts(), fields);
+  assert.deepEqual(await FieldTexts(other), fields);
   await other.close();
 });
+
+test('show in context ignores the filters and marks the entry; filter for and out a value',
+     async () => {
+       await Show('#log=system&level=err');
+       const row = page.locator('#log-table tbody tr').nth(3);
+       await row.click();
+       const dialog = page.getByRole('dialog', {name: 'Log entry'});
+       await dialog.waitFor();
+       const id = (await FieldTexts(page))[5];
+       await dialog.getByRole('button', {name: 'Show in context'}).click();
+       const context = page.getByRole('dialog', {name: 'Entry in context'});
+       await context.waitFor();
+       const expected = await api.Search({logtype: 'system', id: Number(id), count: 10}, 'context');
+       assert.equal(expected.items.length, 21);
+       assert.ok(expected.items.some((item) => item.level !== 'err'), 'other levels around it');
+       const rows = context.locator('tbody tr');
+       assert.equal(await rows.count(), 21);
+       assert.deepEqual((await rows.nth(10).locator('td').allInnerTexts()).at(-1),
+                        expected.items[10].descr);
+       assert.equal(await rows.nth(10).getAttribute('aria-current'), 'true');
+       await NoAxeViolations('entry in context');
+       await Screenshot(page, 'entry-context', {fullPage: false});
+       await context.getByRole('button', {name: 'Show more before and after'}).click();
+       await page.waitForFunction(() => document.querySelectorAll('#context-table tbody tr').length === 41);
+       await context.getByRole('button', {name: 'Close'}).click();
+
+       // Filter out the level (none left), then for the user of another entry.
+       await Show('#log=system');
+       await page.locator('#log-table tbody tr').first().click();
+       await dialog.waitFor();
+       const [level, , , user] = await FieldTexts(page);
+       await dialog.getByRole('button', {name: `Hide entries with Level ${level}`}).click();
+       await Ready(page);
+       const words = {info: 'Information', warning: 'Warning', err: 'Error'};
+       assert.ok(!(await TableRows(page)).some((cells) => cells[0] === level));
+       const state = await AddressState(page);
+       assert.equal(state.level.split(',').length, 2);
+       assert.ok(!state.level.split(',').some((name) => words[name] === level));
+       await page.locator('#log-table tbody tr').first().click();
+       await dialog.waitFor();
+       const other = (await FieldTexts(page))[3];
+       await dialog.getByRole('button', {name: `Show only entries with User ${other}`}).click();
+       await Ready(page);
+       assert.ok((await TableRows(page)).every((cells) => cells.join(' ').includes(other)));
+       assert.ok(user);
+     });
 
 test('a long plain-text log says it shows its last lines; log names follow the page language',
      async () => {
@@ -203,6 +277,18 @@ test('dark colours when the system asks; axe finds nothing on any view', async (
   await page.getByRole('button', {name: 'Clear…'}).click();
   await page.getByRole('dialog', {name: 'Clear logs'}).waitFor();
   await NoAxeViolations('dark clear dialog');
+  await page.keyboard.press('Escape');
+  await page.locator('#log-table tbody tr').first().click();
+  await page.getByRole('button', {name: 'Show in context'}).click();
+  await page.getByRole('dialog', {name: 'Entry in context'}).waitFor();
+  await NoAxeViolations('dark entry in context');
+  await page.keyboard.press('Escape');
+  await page.getByRole('button', {name: 'Pick the start day'}).click();
+  await NoAxeViolations('dark day picker');
+  await page.keyboard.press('Escape');
+  await page.getByRole('button', {name: 'Saved views'}).click();
+  await page.getByRole('dialog', {name: 'Saved views'}).waitFor();
+  await NoAxeViolations('dark saved views');
   await page.keyboard.press('Escape');
   await page.emulateMedia({colorScheme: 'light'});
 

@@ -245,8 +245,13 @@ bool HttpConnection::ClosedWithin(int waitMs) {
 HttpAnswer HttpRequest(int port, const std::string& method, const std::string& target,
                        const std::string& body, const std::vector<std::string>& headers) {
   HttpConnection connection(port);
-  std::string raw = method + " " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n";
-  for (const std::string& header : headers) raw += header + "\r\n";
+  std::string raw = method + " " + target + " HTTP/1.1\r\nConnection: close\r\n";
+  bool hasHost = false;
+  for (const std::string& header : headers) {
+    raw += header + "\r\n";
+    hasHost = hasHost || header.compare(0, 5, "Host:") == 0;
+  }
+  if (!hasHost) raw += "Host: 127.0.0.1\r\n";
   if (!body.empty() || method == "POST") {
     raw += "Content-Type: application/x-www-form-urlencoded\r\n";
     raw += "Content-Length: " + std::to_string(body.size()) + "\r\n";
@@ -306,7 +311,8 @@ HttpAnswer WebApiClient::Call(const std::string& method, const std::string& form
 
 std::string WebApiClient::RawCall(const std::string& method, const std::string& form) const {
   std::string body = "api=QUOR.Test.Stream&version=1&method=" + method + "&" + form;
-  return "POST /webapi HTTP/1.1\r\nHost: x\r\nCookie: " + cookie + "\r\nX-Quor-Token: " + token +
+  return "POST /webapi HTTP/1.1\r\nHost: 127.0.0.1\r\nCookie: " + cookie +
+         "\r\nX-Quor-Token: " + token +
          "\r\nContent-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
          std::to_string(body.size()) + "\r\n\r\n" + body;
 }

@@ -75,7 +75,8 @@ class HttpConnection {
 // closing empty chunk is missing (the message was cut off) or the framing is broken.
 bool DecodeChunked(const std::string& raw, std::string* body);
 
-// A request on a fresh connection. headers: extra "Name: value" lines.
+// A request on a fresh connection. headers: extra "Name: value" lines (a "Host:" line among
+// them replaces the usual "Host: 127.0.0.1").
 HttpAnswer HttpRequest(int port, const std::string& method, const std::string& target,
                        const std::string& body = "", const std::vector<std::string>& headers = {});
 

@@ -184,8 +184,10 @@ class BulkWriter {
     if (!MakeParentDirectories(path, error)) return false;
     unlink(path.c_str());
     if (sqlite3_open(path.c_str(), &db_) != SQLITE_OK ||
-        sqlite3_exec(db_, "PRAGMA synchronous=OFF; PRAGMA journal_mode=MEMORY;", nullptr, nullptr,
-                     nullptr) != SQLITE_OK ||
+        sqlite3_exec(db_,
+                     "PRAGMA auto_vacuum=INCREMENTAL; PRAGMA synchronous=OFF; "
+                     "PRAGMA journal_mode=MEMORY;",
+                     nullptr, nullptr, nullptr) != SQLITE_OK ||
         sqlite3_exec(db_, schema, nullptr, nullptr, nullptr) != SQLITE_OK ||
         sqlite3_exec(db_, "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK ||
         sqlite3_prepare_v2(db_, insert, -1, &insert_, nullptr) != SQLITE_OK) {
@@ -204,8 +206,11 @@ class BulkWriter {
     return ok || Fail(path_, error);
   }
 
+  // Commits the rows and leaves the store as every new store is (QUOR_NEW_STORE_PRAGMAS): the
+  // bulk load itself runs with an in-memory journal.
   bool Commit(std::string* error) {
-    return sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK ||
+    return (sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK &&
+            sqlite3_exec(db_, QUOR_NEW_STORE_PRAGMAS, nullptr, nullptr, nullptr) == SQLITE_OK) ||
            Fail(path_, error);
   }
 

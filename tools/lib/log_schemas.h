@@ -18,3 +18,8 @@
   "CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, level TEXT, time INTEGER, "        \
   "logtime INTEGER, model TEXT, serial TEXT, container TEXT, slot TEXT, path TEXT, msg TEXT, " \
   "info TEXT, SHOW INTEGER);"
+
+// Set on every new store before its schema: pages freed by deleting rows can be given back to
+// the file system a few at a time (PRAGMA incremental_vacuum), and readers never wait for the
+// one writer (write-ahead log).
+#define QUOR_NEW_STORE_PRAGMAS "PRAGMA auto_vacuum=INCREMENTAL; PRAGMA journal_mode=WAL;"

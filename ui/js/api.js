@@ -128,6 +128,13 @@ export async function Call(method, params, signal) {
   return Envelope(await Post('webapi', body, signal));
 }
 
+// The signed-in user's saved views on /webapi/views: "list", "save" (name,
+// view), "rename" (name, to), "delete" (name). Fields go as plain text.
+export async function Views(method, params = {}) {
+  const body = new URLSearchParams({method, ...params});
+  return Envelope(await Post('webapi/views', body));
+}
+
 export async function Search(method, params, signal) {
   const body = MethodBody(SEARCH_API, 1, method, params);
   return Envelope(await Post('webapi', body, signal));

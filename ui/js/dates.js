@@ -70,24 +70,9 @@ export function WallToEpoch(wall, zone, offset, {end = false} = {}) {
   return WallTimeToEpoch(date, hms, zone, offset);
 }
 
-// Epoch seconds of a record's time text ("YYYY/MM/DD HH:MM:SS").
-export function RecordTimeToEpoch(text, zone, offset) {
-  const match = /^(\d{4})\/(\d{2})\/(\d{2}) (\d{2}):(\d{2}):(\d{2})$/.exec(text || '');
-  if (!match) return 0;
-  return WallTimeToEpoch(`${match[1]}-${match[2]}-${match[3]}`,
-                         [Number(match[4]), Number(match[5]), Number(match[6])], zone, offset);
-}
-
 // The time field's form of a record's time text.
 export function RecordTimeToWall(text) {
   return String(text || '').replace(/^(\d{4})\/(\d{2})\/(\d{2}) /, '$1-$2-$3T');
-}
-
-// True when a time field's value is a time the page can search: years 1970
-// to 9999 (a year being typed digit by digit passes through 0002 and 0020).
-export function IsSearchableWall(wall) {
-  const year = Number((wall || '').slice(0, 4));
-  return /^\d{4}-/.test(wall || '') && year >= 1970 && year <= 9999;
 }
 
 function FormatOffset(seconds) {

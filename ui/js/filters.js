@@ -1,22 +1,27 @@
 // The filter form: level check boxes with the whole log's counts beside them,
-// the time range (typed, picked or a quick range) and the search text. It
-// reports each change as a partial state to the view; typing in the search
-// box is reported after a short pause so that a search does not start at
-// every key. A field the user is editing is never rewritten under them.
+// the time range (typed in the page's language, picked, or a quick range) and
+// the search text. It reports each change as a partial state to the view;
+// typing in the search box is reported after a short pause so that a search
+// does not start at every key, and a time field is read only on Enter or
+// when it is left. A field the user is editing is never rewritten under them.
 
 import {ClassOf, LEVELS} from './catalogue.js';
-import {IsSearchableWall} from './dates.js';
 import {byId} from './dom.js';
-import {FormatNumber, T} from './i18n.js';
+import {CurrentLanguage, FormatNumber, T} from './i18n.js';
 import {Icon} from './icons.js';
+import {DayPicker} from './time-picker.js';
+import {FormatTimeText, ParseTimeText} from './time-text.js';
 
 const KEYWORD_PAUSE_MS = 350;
 
 export class Filters {
   // `onChange(partial, {typing})` receives the changed part of the state;
   // `typing` is true for keyword edits, which do not add history entries.
-  constructor(onChange) {
+  // `today()` is the appliance's date ("YYYY-MM-DD"), for a time typed alone.
+  constructor(onChange, today) {
     this.onChange = onChange;
+    this.today = today;
+    this.picker = new DayPicker();
     this.keywordTimer = 0;
     this.keyword = byId('keyword');
     this.from = byId('date-from');
@@ -37,12 +42,28 @@ export class Filters {
       }
     });
     for (const field of [this.from, this.to]) {
-      // A field the user has typed in is theirs until they leave it.
+      // A field the user has typed in is theirs until they leave it or press
+      // Enter; nothing is searched while they type.
       field.addEventListener('input', () => (field.dataset.editing = '1'));
-      field.addEventListener('change', () => this.ReportTime(field, false));
+      field.addEventListener('keydown', (event) => {
+        if (event.key !== 'Enter') return;
+        event.preventDefault();
+        this.ReportTime(field);
+      });
       field.addEventListener('blur', () => {
-        if (field.dataset.editing) this.ReportTime(field, true);
-        delete field.dataset.editing;
+        if (field.dataset.editing) this.ReportTime(field);
+      });
+      const pick = byId(field.id + '-pick');
+      pick.prepend(Icon('calendar'));
+      pick.addEventListener('click', () => {
+        const current = ParseTimeText(field.value, this.today()) || '';
+        const day = /^\d{4}-\d{2}-\d{2}/.test(current) ? current.slice(0, 10) : '';
+        this.picker.Open(day, this.today(), (picked) => {
+          const time = /T(.*)$/.exec(current);
+          field.value = FormatTimeText(time ? `${picked}T${time[1]}` : picked, CurrentLanguage());
+          this.ReportTime(field);
+          field.focus();
+        });
       });
     }
     for (const button of this.ranges.querySelectorAll('button[data-range]')) {
@@ -81,27 +102,30 @@ export class Filters {
     if (keyword !== this.shownKeyword) this.onChange({keyword, page: 1, entry: ''}, {typing: true});
   }
 
-  // A time field's value goes to the view once it is a time the page can
-  // search; while the user is still typing, an unfinished year waits, and
-  // leaving the field with one says why nothing changed.
-  ReportTime(field, leaving) {
+  // A time field's value goes to the view when it reads as a time; when it
+  // does not, one sentence beside the fields says so and the view keeps its
+  // previous bound.
+  ReportTime(field) {
+    delete field.dataset.editing;
     const key = field === this.from ? 'from' : 'to';
-    const value = field.value;
-    const invalid = field.validity.badInput || (value && !IsSearchableWall(value));
-    if (invalid) {
-      if (leaving || document.activeElement !== field) this.ShowRangeError(T('filters.badTime'));
+    const value = ParseTimeText(field.value, this.today());
+    if (value === null) {
+      this.ShowRangeError('filters.badTime');
       return;
     }
     this.ShowRangeError('');
+    field.value = FormatTimeText(value, CurrentLanguage());
     if (value === this.state[key] && !this.state.range) return;
-    const other = key === 'from' ? this.to.value : this.from.value;
     const partial = {[key]: value, range: '', page: 1, entry: ''};
     // A quick range given up for a typed bound keeps no other bound.
-    if (this.state.range) partial[key === 'from' ? 'to' : 'from'] = IsSearchableWall(other) ? other : '';
+    if (this.state.range) partial[key === 'from' ? 'to' : 'from'] = '';
     this.onChange(partial);
   }
 
-  ShowRangeError(text) {
+  // One sentence at a time about the range: `key` is a text key, or "".
+  ShowRangeError(key) {
+    this.rangeKey = key;
+    const text = key ? T(key) : '';
     this.rangeError.textContent = text;
     this.rangeError.hidden = !text;
     for (const field of [this.from, this.to]) {
@@ -135,7 +159,7 @@ export class Filters {
     for (const button of this.ranges.querySelectorAll('button[data-range]')) {
       button.textContent = T('range.' + button.dataset.range);
     }
-    if (!this.rangeError.hidden) this.rangeError.textContent = T('filters.badTime');
+    if (!this.rangeError.hidden && this.rangeKey) this.rangeError.textContent = T(this.rangeKey);
   }
 
   CheckedLevels() {
@@ -151,7 +175,7 @@ export class Filters {
     byId('level-filter').hidden = !ClassOf(log).levels;
     for (const [field, value] of [[this.from, state.from], [this.to, state.to]]) {
       if (!field.dataset.editing || document.activeElement !== field) {
-        field.value = value;
+        field.value = FormatTimeText(value, CurrentLanguage());
         delete field.dataset.editing;
       }
     }

@@ -43,6 +43,8 @@ const SHAPES = {
   filter: [['path', {d: 'M2 3h12L9.5 8.5V13l-3-1.5v-3Z', class: 'icon-stroke'}]],
   refresh: [['path', {d: 'M13 8a5 5 0 1 1-1.5-3.6M13 2v3.5H9.5', class: 'icon-stroke'}]],
   download: [['path', {d: 'M8 2v8m-3.5-3.5L8 10l3.5-3.5M3 13.5h10', class: 'icon-stroke'}]],
+  calendar: [['path', {d: 'M2.5 3.5h11v10h-11Zm0 3h11M5.5 2v3m5-3v3', class: 'icon-stroke'}]],
+  menu: [['path', {d: 'M2.5 4h11m-11 4h11m-11 4h11', class: 'icon-stroke'}]],
   trash: [['path', {d: 'M3 4.5h10M6.5 4.5V3h3v1.5m-5 0 .7 9h5.6l.7-9', class: 'icon-stroke'}]],
 };
 

@@ -4,8 +4,9 @@
 // on a click or Enter.
 
 import {ClassOf, LEVELS} from './catalogue.js';
-import {T} from './i18n.js';
+import {CurrentLanguage, T} from './i18n.js';
 import {Icon} from './icons.js';
+import {FormatRecordTime} from './time-text.js';
 
 export function LevelOfRecord(record) {
   return LEVELS.find((level) => level.record === record.level) || LEVELS[0];
@@ -72,7 +73,7 @@ function FillCell(cell, column, record, terms) {
       cell.classList.add('number');
       return;
     case 'time':
-      cell.textContent = value;
+      cell.textContent = FormatRecordTime(value, CurrentLanguage());
       cell.classList.add('time');
       return;
     case 'message':
@@ -96,8 +97,8 @@ function Headings(log, {sort, order, timeZone, onSort}) {
     heading.className = 'col-' + column.key;
     const label = T(column.label);
     let holder = heading;
-    const sorted = column.sort && column.sort === sort;
-    if (column.sort) {
+    const sorted = Boolean(onSort) && column.sort && column.sort === sort;
+    if (column.sort && onSort) {
       const button = document.createElement('button');
       button.type = 'button';
       button.className = 'sort';

@@ -1,26 +1,30 @@
 // The log view: keeps the view's state in step with the address, asks the
 // search API for the page and the timeline the state describes and shows
-// them, follows new entries in live mode, and runs the export and clear
-// actions.
+// them. Live following (live-follow.js), clear (clear-action.js) and export
+// (export-action.js) live in files of their own.
 
 import * as api from './api.js';
 import {ClassOf, FindLog, LEVELS, MembersOf} from './catalogue.js';
-import {ConfirmClear} from './clear-dialog.js';
-import {DescribeZone, EpochToWall, RecordTimeToEpoch, RecordTimeToWall, WallToEpoch} from './dates.js';
+import {ClearLog} from './clear-action.js';
+import {ContextDialog} from './context-dialog.js';
+import {DescribeZone, EpochToWall, RecordTimeToWall} from './dates.js';
 import {byId} from './dom.js';
-import {ShowEntry} from './entry-dialog.js';
+import {ShowEntry, ValueFilters} from './entry-dialog.js';
+import {Export} from './export-action.js';
 import {Filters} from './filters.js';
-import {FormatNumber, OnLanguageChange, T} from './i18n.js';
+import {CurrentLanguage, FormatNumber, OnLanguageChange, T} from './i18n.js';
 import {Icon} from './icons.js';
 import {BuildNav, UpdateNav} from './log-nav.js';
+import {LiveMode, MarksCovering, ReadMarks, RowsPast} from './live-follow.js';
 import {RenderTable} from './log-table.js';
 import {ErrorText} from './messages.js';
 import {PageCount, Pager} from './pager.js';
+import {SavedViews} from './saved-views.js';
 import {Timeline} from './timeline.js';
-import {FormatState, ParseState, RANGES, SearchTerms} from './view-state.js';
+import {FormatTimeText} from './time-text.js';
+import {BoundOf, FormatState, ParseState, SearchTerms} from './view-state.js';
+import {Waiting} from './waiting.js';
 
-const LIVE_MS = 2000;
-const LIVE_KEY = 'quor.live';
 const BUCKETS = 60;
 
 // A short stable text for a record without a row id (plain-text lines).
@@ -39,38 +43,51 @@ export class LogView {
     this.records = [];
     this.fresh = new Set();
     this.loading = null;
-    this.timer = 0;
+    this.marks = null;
     this.zone = '';
-    this.filters = new Filters((partial, how) => this.Apply(partial, how));
+    this.waiting = new Waiting();
+    this.live = new LiveMode(this, onAuthLost);
+    this.context = new ContextDialog((error) => this.Fail(error));
+    this.views = new SavedViews(this, onAuthLost);
+    this.filters = new Filters((partial, how) => this.Apply(partial, how),
+                               () => this.Wall(Math.floor(Date.now() / 1000)).slice(0, 10));
     this.pager = new Pager((partial) => this.Apply(partial));
     this.timeline = new Timeline(byId('timeline'), (from, to) => this.Apply({
       range: '', from: this.Wall(from), to: this.Wall(to), page: 1, entry: '',
-    }), (seconds) => this.Wall(seconds).replace('T', ' '));
+    }), (seconds) => FormatTimeText(this.Wall(seconds), CurrentLanguage()));
     this.table = byId('log-table');
 
     const follow = () => this.FollowAddress();
     window.addEventListener('hashchange', follow);
     window.addEventListener('popstate', follow);
     byId('refresh').prepend(Icon('refresh'));
-    byId('refresh').addEventListener('click', () => this.Load());
+    byId('refresh').addEventListener('click', () => {
+      this.StartAction();
+      this.Load();
+    });
     byId('export-html').prepend(Icon('download'));
     byId('export-html').addEventListener('click', () => this.Export('html'));
     byId('export-csv').prepend(Icon('download'));
     byId('export-csv').addEventListener('click', () => this.Export('csv'));
     byId('clear').prepend(Icon('trash'));
-    byId('clear').addEventListener('click', () => this.Clear());
+    byId('clear').addEventListener('click', () => {
+      this.StartAction();
+      ClearLog(this);
+    });
     byId('filters-toggle').prepend(Icon('filter'));
+    // Narrow windows fold export and clear behind one button.
+    const menu = byId('actions-menu');
+    menu.prepend(Icon('menu'));
+    menu.addEventListener('click', () => {
+      const open = menu.getAttribute('aria-expanded') !== 'true';
+      menu.setAttribute('aria-expanded', String(open));
+      byId('more-actions').classList.toggle('open', open);
+    });
     // The skip link moves the focus without touching the address, which
     // holds the view's state.
     document.querySelector('.skip-link').addEventListener('click', (event) => {
       event.preventDefault();
       byId('log-table-region').focus();
-    });
-    const live = byId('live');
-    live.checked = sessionStorage.getItem(LIVE_KEY) === '1';
-    live.addEventListener('change', () => {
-      sessionStorage.setItem(LIVE_KEY, live.checked ? '1' : '0');
-      this.ScheduleLive();
     });
     OnLanguageChange(() => {
       if (this.running) this.Redraw();
@@ -86,12 +103,13 @@ export class LogView {
     history.replaceState(null, '', FormatState(this.state));
     this.Redraw();
     this.Load();
-    this.ScheduleLive();
+    this.live.Schedule();
   }
 
   Stop() {
     this.running = false;
-    clearTimeout(this.timer);
+    this.live.Stop();
+    this.waiting.Stop();
     if (this.loading) this.loading.abort();
     const entry = byId('entry-dialog');
     if (entry.open) entry.close();
@@ -189,13 +207,43 @@ export class LogView {
     box.hidden = !error;
   }
 
+  // A new action starts: what earlier ones said goes.
+  StartAction() {
+    this.notice = '';
+    this.failure = null;
+    this.ShowError(null);
+    byId('clear-report').hidden = true;
+    this.ShowStatus();
+  }
+
+  Notice(text) {
+    this.notice = text;
+    this.ShowStatus();
+  }
+
+  // True while an answer is awaited or a dialog is open.
+  Busy() {
+    return Boolean(this.loading || document.querySelector('dialog[open]') || !this.waiting.box.hidden);
+  }
+
+  // The first page of the same view, in place of the current history entry.
+  ToFirstPage() {
+    this.state = {...this.state, page: 1};
+    history.replaceState(null, '', FormatState(this.state));
+    this.ShowState();
+  }
+
+  Logtype() {
+    return MembersOf(this.log).join(',');
+  }
+
   // Applies a change of the state. Keyword typing replaces the current
   // history entry; every other change adds one, so Back undoes it.
   Apply(partial, {typing = false} = {}) {
     const next = {...this.state, ...partial};
     const address = FormatState(next);
     if (address === location.hash) return;
-    this.notice = '';
+    this.StartAction();
     if (typing) history.replaceState(null, '', address);
     else history.pushState(null, '', address);
     this.state = next;
@@ -212,31 +260,33 @@ export class LogView {
     if (FormatState(next) === FormatState(this.state)) return;
     const logChanged = next.log !== this.state.log;
     this.state = next;
-    this.notice = '';
-    if (logChanged) {
-      this.records = [];
-      this.answer = null;
-      this.histogram = null;
-    }
+    this.StartAction();
+    if (logChanged) this.Empty();
     this.ShowState();
     this.ShowAnswer();
     this.Load();
   }
 
-  // The time bounds of the state in epoch seconds (0: none).
+  // The time bounds of the state in epoch seconds (0: none); a relative
+  // bound is taken from now.
   Bounds() {
-    const {state} = this;
-    if (state.range) return {from: Math.floor(Date.now() / 1000) - RANGES[state.range], to: 0};
+    const now = Math.floor(Date.now() / 1000);
     return {
-      from: WallToEpoch(state.from, this.zone, this.utcOffset),
-      to: WallToEpoch(state.to, this.zone, this.utcOffset, {end: true}),
+      from: BoundOf(this.state, 'from', now, this.zone, this.utcOffset),
+      to: BoundOf(this.state, 'to', now, this.zone, this.utcOffset),
     };
+  }
+
+  // The view's filters in the page's own words, for every module's call.
+  ViewFilters() {
+    const {from, to} = this.Bounds();
+    return {levels: this.state.levels, keyword: this.state.keyword, from, to};
   }
 
   // The search's filters for the current state, without order or paging.
   Filters() {
     const {state} = this;
-    const params = {logtype: MembersOf(this.log).join(',')};
+    const params = {logtype: this.Logtype()};
     if (ClassOf(this.log).levels && state.levels.length < LEVELS.length) {
       params.level = state.levels.join(',');
     }
@@ -247,8 +297,21 @@ export class LogView {
     return params;
   }
 
-  // Asks for the page and the timeline the state describes. `quiet` (live
-  // mode) keeps the table as it is until the answer arrives.
+  // No rows, counts or timeline: what a failed or cancelled read shows, so
+  // that no rows contradict the filters set.
+  Empty() {
+    this.records = [];
+    this.answer = null;
+    this.histogram = null;
+    this.marks = null;
+    this.timeline.Show(null);
+  }
+
+  // Asks for the page and the timeline the state describes; a new load
+  // cancels the one in flight, so answers never arrive out of order. Until
+  // the answer the old table stays, dimmed, with the wait said at once;
+  // `quiet` (live mode) keeps it as it is, and `markNew` marks the rows
+  // written since the table was loaded.
   async Load({quiet = false, markNew = false} = {}) {
     if (this.loading) this.loading.abort();
     this.loading = null;
@@ -256,6 +319,7 @@ export class LogView {
     region.setAttribute('aria-busy', 'true');
     await this.Fetch(quiet, markNew);
     if (this.loading) return;
+    if (!quiet || this.waiting.box.hidden) this.waiting.Stop();
     // The address of the view the table now shows, for whoever waits on it.
     region.dataset.view = FormatState(this.state);
     region.setAttribute('aria-busy', 'false');
@@ -263,24 +327,32 @@ export class LogView {
 
   async Fetch(quiet, markNew) {
     const log = this.log;
-    this.failure = null;
-    this.ShowError(null);
+    if (!quiet) {
+      this.failure = null;
+      this.ShowError(null);
+    }
     this.noLevel = ClassOf(log).levels && this.state.levels.length === 0;
     const {from, to} = this.Bounds();
     const reversed = from && to && from > to;
     if (this.noLevel || reversed) {
       // Nothing can match: the page answers itself.
-      this.answer = null;
-      this.records = [];
-      this.histogram = null;
-      this.timeline.Show(null);
+      this.Empty();
       this.ShowAnswer();
-      if (reversed) this.Fail({code: -1, text: T('filters.datesReversed')});
+      this.filters.ShowRangeError(reversed ? 'filters.datesReversed' : '');
       return;
     }
-    if (!quiet) byId('status').textContent = [this.notice, T('status.loading')].join(' ').trim();
     const controller = new AbortController();
     this.loading = controller;
+    if (!quiet) {
+      this.waiting.Start('wait.loading', () => {
+        controller.abort();
+        this.loading = null;
+        this.Empty();
+        this.Notice(T('status.cancelled'));
+        this.ShowAnswer();
+        byId('log-table-region').setAttribute('aria-busy', 'false');
+      });
+    }
     const {state} = this;
     const filters = this.Filters();
     const query = {
@@ -288,6 +360,9 @@ export class LogView {
       offset: (state.page - 1) * state.size, limit: state.size,
     };
     try {
+      // The marks are read first: every row past them is on this page or
+      // written after it was read.
+      const marks = log.cls === 'plain' ? null : await ReadMarks(filters.logtype, controller.signal);
       const [answer, histogram] = await Promise.all([
         api.Search('query', query, controller.signal),
         api.Search('histogram', {...filters, buckets: BUCKETS}, controller.signal),
@@ -304,19 +379,32 @@ export class LogView {
         await this.Fetch(quiet, markNew);
         return;
       }
-      const before = new Set(this.records.map((record) => this.KeyOf(record)));
+      const records = Array.isArray(answer.items) ? answer.items : [];
+      const storeOf = (record) => record.orginalLogType || state.log;
+      let fresh = [];
+      if (markNew && marks && this.marks) {
+        fresh = RowsPast(records, storeOf, this.marks, marks);
+      } else if (markNew && !marks) {
+        const before = new Set(this.records.map((record) => this.KeyOf(record)));
+        fresh = records.filter((record) => !before.has(this.KeyOf(record)));
+      }
       this.answer = answer;
-      this.records = Array.isArray(answer.items) ? answer.items : [];
-      this.fresh = new Set(markNew ? this.records.map((record) => this.KeyOf(record))
-          .filter((key) => !before.has(key)) : []);
+      this.records = records;
+      this.marks = marks && MarksCovering(marks, records, storeOf);
+      this.fresh = new Set(fresh.map((record) => this.KeyOf(record)));
       this.histogram = histogram;
       this.timeline.Show(histogram);
       this.ShowAnswer();
-      this.live = null;
       this.OpenNamedEntry();
     } catch (error) {
       if (error.name === 'AbortError' || controller !== this.loading) return;
       this.loading = null;
+      // A failed live refresh leaves the table as it was (its filters did
+      // not change); any other failed read leaves no rows that would
+      // contradict the filters.
+      if (quiet) return;
+      this.Empty();
+      this.ShowAnswer();
       this.Fail(error);
     }
   }
@@ -343,10 +431,21 @@ export class LogView {
     const key = this.KeyOf(record);
     if (this.state.entry !== key) history.replaceState(null, '', FormatState({...this.state, entry: key}));
     this.state = {...this.state, entry: key};
-    ShowEntry(this.log, record, this.EntryAddress(record), () => {
+    const log = this.log;
+    const store = record.orginalLogType || this.state.log;
+    ShowEntry(log, record, this.EntryAddress(record), () => {
       this.state = {...this.state, entry: ''};
       history.replaceState(null, '', FormatState(this.state));
-      this.table.querySelector(`tr[data-key="${CSS.escape(key)}"]`)?.focus();
+      if (!byId('context-dialog').open) {
+        this.table.querySelector(`tr[data-key="${CSS.escape(key)}"]`)?.focus();
+      }
+    }, {
+      filters: ValueFilters(log, this.state, record),
+      onFilter: (partial) => this.Apply(partial),
+      onContext: log.cls === 'plain' || record.id === undefined ? null : () => {
+        byId('entry-dialog').close();
+        this.context.Open(log, store, record);
+      },
     });
   }
 
@@ -357,125 +456,14 @@ export class LogView {
     if (record) this.OpenEntry(record);
   }
 
-  // Live mode: a poll every 2 s counts the matches at and after the newest
-  // entry's second (a range the time index reads in a few rows); when that
-  // count moves, the page is fetched again and its new rows are marked.
-  ScheduleLive() {
-    clearTimeout(this.timer);
-    byId('live-note').hidden = !byId('live').checked;
-    if (!byId('live').checked || !this.running) return;
-    this.timer = setTimeout(async () => {
-      const busy = this.loading || document.querySelector('dialog[open]') || document.hidden;
-      if (!busy) {
-        try {
-          await this.Poll();
-        } catch (error) {
-          if (error instanceof api.ApiError && error.needsLogin) this.onAuthLost(error);
-        }
-      }
-      this.ScheduleLive();
-    }, LIVE_MS);
-  }
-
-  async Poll() {
-    const filters = this.Filters();
-    if (!this.live) {
-      const newest = await api.Search('query', {...filters, sort: 'time', order: 'desc', limit: 1});
-      const item = newest.items && newest.items[0];
-      const since = item ? RecordTimeToEpoch(item.time, this.zone, this.utcOffset) : 0;
-      this.live = {since, count: item ? null : 0};
-    }
-    const from = Math.max(this.live.since, filters.from || 0);
-    const recent = await api.Search('query', {...filters, ...(from ? {from} : {}), limit: 1});
-    if (this.live.count === null) {
-      this.live.count = recent.total;
-    } else if (recent.total !== this.live.count) {
-      await this.Load({quiet: true, markNew: true});
-    }
-  }
-
-  // The export method's parameters for the current filters.
-  ExportParams() {
-    const {state} = this;
-    const params = {logtype: MembersOf(this.log).join(',')};
-    if (ClassOf(this.log).levels) params.level = state.levels.join(',');
-    if (state.keyword) params.keyword = state.keyword;
-    const {from, to} = this.Bounds();
-    if (from) params.date_from = from;
-    if (to) params.date_to = to;
-    return params;
-  }
-
   // Downloads the entries the filters select (every page) as HTML or CSV
   // through the browser's own download manager.
   Export(format) {
-    this.ShowError(null);
-    this.notice = T('export.started');
-    this.ShowStatus();
-    api.DownloadThroughBrowser('export', {...this.ExportParams(), format}, (error) => {
+    this.StartAction();
+    this.Notice(T('export.started'));
+    Export(this.log, this.ViewFilters(), format, (error) => {
       this.notice = '';
       this.Fail(error);
     });
-  }
-
-  // The number of entries of each member log, whatever the filters.
-  async Totals(log) {
-    const totals = new Map();
-    await Promise.all(MembersOf(log).map(async (name) => {
-      try {
-        totals.set(name, (await api.Search('query', {logtype: name, limit: 1})).total);
-      } catch (error) {
-        if (error instanceof api.ApiError && error.needsLogin) throw error;
-      }
-    }));
-    return totals;
-  }
-
-  // Asks for confirmation (naming each log and what it holds), clears, then
-  // counts again and says what remains: the clear answers success even when
-  // a busy log kept its entries.
-  async Clear() {
-    const log = this.log;
-    this.ShowError(null);
-    let totals;
-    try {
-      totals = await this.Totals(log);
-    } catch (error) {
-      this.Fail(error);
-      return;
-    }
-    const {state} = this;
-    const filtered = Boolean(state.keyword || state.range || state.from || state.to ||
-        (ClassOf(log).levels && state.levels.length < LEVELS.length));
-    if (!ClassOf(log).clearable || !(await ConfirmClear(log, totals, filtered))) {
-      byId('clear').focus();
-      return;
-    }
-    try {
-      await api.Call('clear', {category: 'native', logtype: MembersOf(log).join(',')});
-      totals = await this.Totals(log);
-    } catch (error) {
-      this.Fail(error);
-      byId('clear').focus();
-      return;
-    }
-    const remaining = [...totals].filter(([, count]) => count > 0);
-    if (totals.size < MembersOf(log).length) {
-      this.Fail({code: -1, text: T('clear.uncounted')});
-    } else if (remaining.length > 0) {
-      const left = remaining.reduce((sum, [, count]) => sum + count, 0);
-      const names = remaining.map(([name]) => T('log.' + name)).join(', ');
-      this.Fail({code: -1, text: T('clear.remain', {logs: names, count: FormatNumber(left)})});
-    } else {
-      const names = MembersOf(log).map((name) => T('log.' + name)).join(', ');
-      this.notice = T('clear.done', {logs: names});
-    }
-    this.state = {...this.state, page: 1};
-    history.replaceState(null, '', FormatState(this.state));
-    this.ShowState();
-    const failure = this.failure;
-    await this.Load();
-    if (failure) this.Fail(failure);
-    byId('clear').focus();
   }
 }

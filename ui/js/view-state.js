@@ -4,6 +4,7 @@
 // are written, keeping links short.
 
 import {DEFAULT_LOG, FindLog, IsSortable, LEVELS} from './catalogue.js';
+import {WallToEpoch} from './dates.js';
 
 export const PAGE_SIZES = [25, 50, 100, 200];
 // Quick ranges: the last hour, day, week or month up to now.
@@ -13,6 +14,10 @@ const DEFAULT_SORT = 'time';
 // A wall time of the appliance's zone as the time fields give it: a day, and
 // optionally its time with or without seconds.
 const WALL_RE = /^\d{4}-\d{2}-\d{2}(T\d{2}:\d{2}(:\d{2})?)?$/;
+// A time relative to now, kept relative in the address and in saved views:
+// "now", or an amount of seconds, minutes, hours, days or weeks ago.
+export const RELATIVE_RE = /^(now|-\d{1,6}[smhdw])$/;
+const UNIT_SECONDS = {s: 1, m: 60, h: 3600, d: 86400, w: 7 * 86400};
 
 export function DefaultState() {
   return {
@@ -47,7 +52,7 @@ export function ParseState(hash) {
   } else {
     for (const key of ['from', 'to']) {
       const value = params.get(key) || '';
-      if (WALL_RE.test(value)) state[key] = value;
+      if (WALL_RE.test(value) || RELATIVE_RE.test(value)) state[key] = value;
     }
   }
   state.keyword = params.get('q') || '';
@@ -88,14 +93,29 @@ export function WithLog(state, name) {
 }
 
 // The terms of a search text as the search API splits it: runs of non-blank
-// characters, or the text between double quotes as one term.
+// characters, or, when a double quote begins a term, the text up to the next quote
+// as one term; a quote inside a word is one of its characters.
 export function SearchTerms(text) {
   const terms = [];
-  const pattern = /"([^"]*)"?|([^\s"]+)/g;
+  const pattern = /"([^"]*)"?|([^\s"]\S*)/g;
   let match;
   while ((match = pattern.exec(text)) !== null) {
     const term = match[1] ?? match[2];
     if (term) terms.push(term);
   }
   return terms;
+}
+
+// The epoch seconds of the state's `key` bound ("from" or "to") at `now`, 0
+// for none: a quick range reaches back from now, a relative bound is taken
+// from now, a wall time in the appliance's zone (a day alone is its first
+// second, or its last for "to").
+export function BoundOf(state, key, now, zone, offset) {
+  if (state.range) return key === 'from' ? now - RANGES[state.range] : 0;
+  const value = state[key];
+  if (!value) return 0;
+  if (value === 'now') return now;
+  const relative = /^-(\d+)([smhdw])$/.exec(value);
+  if (relative) return now - Number(relative[1]) * UNIT_SECONDS[relative[2]];
+  return WallToEpoch(value, zone, offset, {end: key === 'to'});
 }

@@ -1,0 +1,144 @@
+// Load for the syslog benchmarks (scripts/bench.sh, section syslog): sends numbered syslog
+// lines over TCP, TLS or UDP as fast as allowed, and waits for a file to reach a line count.
+//   syslog_load tcp PORT COUNT             COUNT lines over one TCP connection (LF framing)
+//   syslog_load tls PORT COUNT CAFILE      the same over TLS
+//   syslog_load udp PORT RATE SECONDS      RATE datagrams per second for SECONDS, paced per ms
+//   syslog_load lines FILE COUNT TIMEOUT   waits until FILE holds COUNT lines (reads on)
+// Prints the number of messages sent (or lines seen) and the seconds taken.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <stdio.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl.hpp>
+#include <boost/asio/write.hpp>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace asio = boost::asio;
+using Clock = std::chrono::steady_clock;
+
+double Since(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// A typical forwarded line, about 110 bytes.
+void AppendLine(long i, std::string* out) {
+  char line[160];
+  const int n = snprintf(line, sizeof line,
+                         "<30>Nov 23 10:00:00 host%03ld sshd[%ld]: Accepted publickey for admin "
+                         "from 10.0.%ld.%ld port 52144 ssh2 seq=%ld\n",
+                         i % 1000, 1000 + i % 30000, (i / 256) % 256, i % 256, i);
+  out->append(line, static_cast<size_t>(n));
+}
+
+template <class Stream>
+int SendStream(Stream& stream, long count) {
+  const auto start = Clock::now();
+  std::string batch;
+  boost::system::error_code ec;
+  for (long i = 0; i < count; ++i) {
+    AppendLine(i, &batch);
+    if (batch.size() >= 64 * 1024) {
+      asio::write(stream, asio::buffer(batch), ec);
+      if (ec) return fprintf(stderr, "send: %s\n", ec.message().c_str()), 1;
+      batch.clear();
+    }
+  }
+  asio::write(stream, asio::buffer(batch), ec);
+  printf("%ld %.3f\n", count, Since(start));
+  return ec ? 1 : 0;
+}
+
+int Tcp(unsigned short port, long count, const char* caFile) {
+  asio::io_context io;
+  const asio::ip::tcp::endpoint to(asio::ip::make_address("127.0.0.1"), port);
+  boost::system::error_code ec;
+  if (caFile == nullptr) {
+    asio::ip::tcp::socket socket(io);
+    socket.connect(to, ec);
+    if (ec) return fprintf(stderr, "connect: %s\n", ec.message().c_str()), 1;
+    return SendStream(socket, count);
+  }
+  asio::ssl::context context(asio::ssl::context::tls_client);
+  context.load_verify_file(caFile, ec);
+  asio::ssl::stream<asio::ip::tcp::socket> stream(io, context);
+  stream.set_verify_mode(asio::ssl::verify_peer);
+  stream.lowest_layer().connect(to, ec);
+  if (!ec) stream.handshake(asio::ssl::stream_base::client, ec);
+  if (ec) return fprintf(stderr, "tls: %s\n", ec.message().c_str()), 1;
+  const int rc = SendStream(stream, count);
+  stream.shutdown(ec);
+  return rc;
+}
+
+int Udp(unsigned short port, long rate, double seconds) {
+  const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(port);
+  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) return perror("connect"), 1;
+  const long total = static_cast<long>(rate * seconds);
+  const auto start = Clock::now();
+  std::string line;
+  long sent = 0;
+  // Each millisecond gets its share; a late millisecond catches up, as a burst would.
+  while (sent < total) {
+    const long due = std::min(total, static_cast<long>(Since(start) * rate) + 1);
+    for (; sent < due; ++sent) {
+      line.clear();
+      AppendLine(sent, &line);
+      line.pop_back();
+      if (send(fd, line.data(), line.size(), 0) < 0) return perror("send"), 1;
+    }
+    std::this_thread::sleep_until(
+        start + std::chrono::microseconds(static_cast<long>(1e6 * (sent + 1) / rate)));
+  }
+  printf("%ld %.3f\n", sent, Since(start));
+  close(fd);
+  return 0;
+}
+
+int Lines(const char* path, long count, double timeout) {
+  const auto start = Clock::now();
+  long lines = 0;
+  std::vector<char> buffer(1 << 20);
+  std::ifstream file;
+  while (lines < count && Since(start) < timeout) {
+    if (!file.is_open()) file.open(path, std::ios::binary);
+    if (file.is_open()) {
+      file.clear();
+      while (file.read(buffer.data(), buffer.size()) || file.gcount() > 0) {
+        for (std::streamsize i = 0; i < file.gcount(); ++i) lines += buffer[i] == '\n';
+        if (file.gcount() < static_cast<std::streamsize>(buffer.size())) break;
+      }
+    }
+    if (lines < count) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  printf("%ld %.3f\n", lines, Since(start));
+  return lines >= count ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string mode = argc > 1 ? argv[1] : "";
+  if (mode == "tcp" && argc == 4) return Tcp(atoi(argv[2]), atol(argv[3]), nullptr);
+  if (mode == "tls" && argc == 5) return Tcp(atoi(argv[2]), atol(argv[3]), argv[4]);
+  if (mode == "udp" && argc == 5) return Udp(atoi(argv[2]), atol(argv[3]), atof(argv[4]));
+  if (mode == "lines" && argc == 5) return Lines(argv[2], atol(argv[3]), atof(argv[4]));
+  fprintf(stderr,
+          "usage: syslog_load tcp PORT COUNT | tls PORT COUNT CAFILE | udp PORT RATE SECONDS |"
+          " lines FILE COUNT TIMEOUT\n");
+  return 2;
+}

@@ -1,0 +1,93 @@
+// The search index of a log store: a sidecar database beside the store ("<store>.search-index")
+// that the modules' statements never see. It holds
+//   - an FTS5 table of trigrams over the case-folded searched columns of every indexed row (row
+//     id = the store's row id), which narrows a term search to candidate rows; the exact test
+//     then runs on those rows only, so answers are the scan's answers;
+//   - the count of rows by id chunk (65,536 ids), minute and level, which answers level counts,
+//     totals and time buckets without reading the rows;
+//   - the indexed mark (rows with ids up to it are indexed) and the lowest id the store held.
+// Rows above the mark are read from the store itself. Rows removed from the bottom of the store
+// (a clear, retention) are noticed by the store's lowest id and their counts dropped before an
+// answer is given; a store replaced by another file, or ids that went back, reset the index.
+// Only the system class and the transfer class are indexed (their searched columns are plain
+// text); other stores have no index.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+// Brings the index of the store at storePath (a real path) up to the store's newest row, in
+// transactions of at most 50,000 rows, creating the sidecar when it is missing and making it
+// anew when it is damaged. For writers (quor-logd calls it after its commits) and for the
+// background catch-up. Returns true when the index is current; false with *error when the store
+// or the sidecar cannot be read or written (the store is never changed), or when the store has
+// no index class. Safe against other processes doing the same: each batch is one write
+// transaction of the sidecar.
+bool IndexCatchUp(const std::string& storePath, std::string* error = nullptr);
+
+// Like IndexCatchUp, but stops after about maxRows rows; *behind tells how many remain.
+bool IndexCatchUpSome(const std::string& storePath, int64_t maxRows, int64_t* behind,
+                      std::string* error);
+
+// Starts IndexCatchUp of storePath on a thread of the process's one background indexer, unless
+// one runs for it already. The indexer's thread ends with the process (its owner joins it).
+void IndexCatchUpInBackground(const std::string& storePath);
+
+// The sidecar's path for a store.
+std::string IndexPathOf(const std::string& storePath);
+
+// Counts per time bucket by level (index 1 to 3; 0 unused).
+using BucketCounts = std::array<int64_t, 4>;
+
+// What a count over an index is asked for: rows whose time is in the range (each bound only
+// when set), counted in buckets of width seconds from first (the last bucket ends at the range's
+// end); rows whose time is not an integer count in bucket 0 and only when no bound is set.
+struct BucketQuery {
+  bool hasFrom = false, hasTo = false;
+  int64_t from = 0, to = 0;
+  int64_t first = 0;
+  uint64_t width = 1;
+  size_t buckets = 1;
+};
+
+// A read of one store's index, consistent with the store at one moment.
+class IndexReader {
+ public:
+  // The index of storePath, caught up in place when at most maxBehind rows are missing. Null
+  // when there is none that can answer now (missing, damaged, too far behind, another class,
+  // unreadable): a background catch-up is then started, and the caller scans.
+  static std::unique_ptr<IndexReader> Open(const std::string& storePath, int64_t maxBehind);
+  ~IndexReader();
+
+  // Highest indexed row id: rows above it are not in the candidate table.
+  int64_t mark() const { return mark_; }
+
+  // The number of candidate rows of an FTS5 query (CandidateQuery), counted up to limit; -1
+  // when it cannot be run.
+  int64_t Candidates(const std::string& match, int64_t limit);
+  // Rows the index holds (ids from the store's lowest up to the mark).
+  int64_t span() const { return span_; }
+
+  // Adds the counts of query to *counts (query.buckets entries). False when the index cannot
+  // answer it exactly (rows with odd times and a bound set; a read failed): scan instead.
+  bool Count(const BucketQuery& query, std::vector<BucketCounts>* counts);
+
+  // The first and last integer time of the rows of the levels asked (levels[1..3]), *found false
+  // when there is no such row. False when the index cannot tell (odd times present).
+  bool TimeBounds(const bool levels[4], bool* found, int64_t* first, int64_t* last);
+
+  struct State;
+
+ private:
+  IndexReader() = default;
+  std::unique_ptr<State> state_;
+  int64_t mark_ = 0;
+  int64_t span_ = 0;
+};
+
+// The FTS5 query that every row containing all of the folded terms matches (each term's
+// trigrams, ANDed), or "" when no term is three characters long (no narrowing possible).
+std::string CandidateQuery(const std::vector<std::string>& foldedTerms);

@@ -1,0 +1,240 @@
+// One log store held open for writing by the writer: creation, batches, positions, deletion.
+#include "logd/store_file.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <utility>
+
+#include "tools/lib/log_schemas.h"
+
+namespace logd {
+
+namespace {
+
+// The module's clear and readers' checkpoints hold the store briefly; wait rather than fail.
+constexpr int kBusyTimeoutMs = 5000;
+// The write-ahead log is cut back to this size after a checkpoint, so that it stays bounded
+// while keeping some room that a delete can reuse on a full file system.
+constexpr const char* kWriterPragmas =
+    "PRAGMA synchronous=NORMAL; PRAGMA journal_size_limit=16777216;";
+// A store made before stores were made for a live writer cannot shrink; small ones are rebuilt
+// once, large ones are left as they are (rebuilding would hold the store for too long).
+constexpr int64_t kRebuildLimitBytes = 64 << 20;
+
+}  // namespace
+
+StoreFile::StoreFile(std::string realPath) : path_(std::move(realPath)) {}
+
+int StoreFile::Fail(int rc) {
+  error_ = path_ + ": " + (db_ ? sqlite3_errmsg(db_.get()) : sqlite3_errstr(rc));
+  if (db_ && !sqlite3_get_autocommit(db_.get())) {
+    sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  }
+  return rc;
+}
+
+int StoreFile::Exec(const char* sql) {
+  int rc = sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr);
+  return rc == SQLITE_OK ? rc : Fail(rc);
+}
+
+int StoreFile::Prepare(const char* sql, Statement* stmt) {
+  sqlite3_stmt* raw = nullptr;
+  int rc = sqlite3_prepare_v3(db_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &raw, nullptr);
+  stmt->reset(raw);
+  return rc == SQLITE_OK ? rc : Fail(rc);
+}
+
+int64_t StoreFile::QueryInt(const char* sql, int64_t fallback) {
+  Statement stmt;
+  if (Prepare(sql, &stmt) != SQLITE_OK) return fallback;
+  int rc = sqlite3_step(stmt.get());
+  if (rc == SQLITE_ROW && sqlite3_column_type(stmt.get(), 0) != SQLITE_NULL) {
+    return sqlite3_column_int64(stmt.get(), 0);
+  }
+  if (rc != SQLITE_ROW && rc != SQLITE_DONE) Fail(rc);
+  return fallback;
+}
+
+int StoreFile::Open() {
+  Close();
+  std::error_code failed;
+  std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), failed);
+  struct stat st;
+  sqlite3* raw = nullptr;
+  int rc =
+      sqlite3_open_v2(path_.c_str(), &raw,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+  db_.reset(raw);
+  if (rc != SQLITE_OK) {
+    Fail(rc);
+    db_.reset();
+    return rc;
+  }
+  sqlite3_busy_timeout(db_.get(), kBusyTimeoutMs);
+  // A new file (or one left without its table by a crash while it was made) gets the pragmas
+  // and the schema, the schema in one transaction.
+  bool isNew = QueryInt("SELECT count(*) FROM sqlite_schema WHERE name = 'logs'", 0) == 0;
+  if (isNew && ((rc = Exec(QUOR_NEW_STORE_PRAGMAS)) != SQLITE_OK ||
+                (rc = Exec("BEGIN IMMEDIATE; " QUOR_SYSTEM_LOG_SCHEMA " COMMIT;")) != SQLITE_OK)) {
+    db_.reset();
+    return rc;
+  }
+  if (!isNew && QueryInt("PRAGMA auto_vacuum", 0) != 2 &&
+      QueryInt("PRAGMA page_count", 0) * QueryInt("PRAGMA page_size", 0) <= kRebuildLimitBytes) {
+    Exec("PRAGMA auto_vacuum=INCREMENTAL; VACUUM;");  // best effort: it only lets the file shrink
+  }
+  if ((rc = Exec("PRAGMA journal_mode=WAL")) != SQLITE_OK || (rc = Exec(kWriterPragmas)) ||
+      (rc = Exec("CREATE TABLE IF NOT EXISTS logd_position (input TEXT PRIMARY KEY, "
+                 "position TEXT NOT NULL)")) != SQLITE_OK ||
+      (rc = Prepare("INSERT INTO logs (time, level, username, msg) VALUES (?, ?, ?, ?)",
+                    &insert_)) != SQLITE_OK ||
+      (rc = Prepare("INSERT INTO logd_position (input, position) VALUES (?, ?) ON CONFLICT "
+                    "(input) DO UPDATE SET position = excluded.position",
+                    &savePosition_)) != SQLITE_OK) {
+    Close();
+    return rc;
+  }
+  if (stat(path_.c_str(), &st) == 0) {
+    device_ = st.st_dev;
+    inode_ = st.st_ino;
+  }
+  rows_ = -1;
+  dataVersion_ = -1;
+  return SQLITE_OK;
+}
+
+void StoreFile::Close() {
+  insert_.reset();
+  savePosition_.reset();
+  db_.reset();
+}
+
+bool StoreFile::Replaced() const {
+  struct stat st;
+  return stat(path_.c_str(), &st) != 0 || st.st_dev != device_ || st.st_ino != inode_;
+}
+
+std::string StoreFile::Position(const std::string& input) {
+  Statement stmt;
+  if (Prepare("SELECT position FROM logd_position WHERE input = ?", &stmt) != SQLITE_OK) return "";
+  sqlite3_bind_text(stmt.get(), 1, input.data(), static_cast<int>(input.size()), SQLITE_STATIC);
+  if (sqlite3_step(stmt.get()) != SQLITE_ROW) return "";
+  const unsigned char* text = sqlite3_column_text(stmt.get(), 0);
+  return text != nullptr ? reinterpret_cast<const char*>(text) : "";
+}
+
+namespace {
+
+const char* LevelText(int level) { return level >= 3 ? "err" : level == 2 ? "warning" : "info"; }
+
+void BindText(sqlite3_stmt* stmt, int index, const std::string& text) {
+  sqlite3_bind_text(stmt, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+}
+
+int StepOnce(sqlite3_stmt* stmt) {
+  int rc = sqlite3_step(stmt);
+  sqlite3_reset(stmt);
+  return rc == SQLITE_DONE ? SQLITE_OK : rc;
+}
+
+}  // namespace
+
+int StoreFile::Write(const std::vector<const LogEntry*>& rows,
+                     const std::map<std::string, std::string>& positions) {
+  if (!db_) return SQLITE_MISUSE;
+  bool changed = Changed();
+  int rc = Exec("BEGIN IMMEDIATE");
+  if (rc != SQLITE_OK) return rc;
+  for (const LogEntry* row : rows) {
+    sqlite3_stmt* insert = insert_.get();
+    sqlite3_bind_int64(insert, 1, row->time);
+    sqlite3_bind_text(insert, 2, LevelText(row->level), -1, SQLITE_STATIC);
+    BindText(insert, 3, row->user);
+    BindText(insert, 4, row->message);
+    if ((rc = StepOnce(insert)) != SQLITE_OK) return Fail(rc);
+  }
+  for (const auto& [input, position] : positions) {
+    BindText(savePosition_.get(), 1, input);
+    BindText(savePosition_.get(), 2, position);
+    if ((rc = StepOnce(savePosition_.get())) != SQLITE_OK) return Fail(rc);
+  }
+  if ((rc = Exec("COMMIT")) != SQLITE_OK) return rc;
+  if (changed) rows_ = -1;
+  if (rows_ >= 0) rows_ += static_cast<int64_t>(rows.size());
+  return SQLITE_OK;
+}
+
+bool StoreFile::Changed() {
+  int64_t version = QueryInt("PRAGMA data_version", -1);
+  bool changed = version != dataVersion_;
+  dataVersion_ = version;
+  return changed;
+}
+
+int64_t StoreFile::RowCount() {
+  if (Changed()) rows_ = -1;
+  if (rows_ < 0) rows_ = QueryInt("SELECT count(*) FROM logs", -1);
+  return rows_;
+}
+
+int64_t StoreFile::UsedBytes() {
+  return (QueryInt("PRAGMA page_count", 0) - QueryInt("PRAGMA freelist_count", 0)) *
+         QueryInt("PRAGMA page_size", 0);
+}
+
+int64_t StoreFile::FreePages() { return QueryInt("PRAGMA freelist_count", 0); }
+
+int64_t StoreFile::PageSize() { return QueryInt("PRAGMA page_size", 4096); }
+
+void StoreFile::Checkpoint(bool truncate) {
+  if (db_) {
+    sqlite3_wal_checkpoint_v2(db_.get(), nullptr,
+                              truncate ? SQLITE_CHECKPOINT_TRUNCATE : SQLITE_CHECKPOINT_PASSIVE,
+                              nullptr, nullptr);
+  }
+}
+
+int64_t StoreFile::OldestTime() { return QueryInt("SELECT min(time) FROM logs", -1); }
+
+int StoreFile::DeleteOldest(int64_t limit, int64_t* deleted) {
+  *deleted = 0;
+  Statement stmt;
+  int rc = Prepare("DELETE FROM logs WHERE id IN (SELECT id FROM logs ORDER BY id LIMIT ?)", &stmt);
+  if (rc != SQLITE_OK) return rc;
+  sqlite3_bind_int64(stmt.get(), 1, limit);
+  if ((rc = StepOnce(stmt.get())) != SQLITE_OK) return Fail(rc);
+  *deleted = sqlite3_changes64(db_.get());
+  if (rows_ >= 0) rows_ -= *deleted;
+  Changed();  // our own change
+  return SQLITE_OK;
+}
+
+int StoreFile::DeleteOlderThan(int64_t cutoff, int64_t limit, int64_t* deleted) {
+  *deleted = 0;
+  Statement stmt;
+  int rc = Prepare(
+      "DELETE FROM logs WHERE id IN (SELECT id FROM logs WHERE time < ? ORDER BY time LIMIT ?)",
+      &stmt);
+  if (rc != SQLITE_OK) return rc;
+  sqlite3_bind_int64(stmt.get(), 1, cutoff);
+  sqlite3_bind_int64(stmt.get(), 2, limit);
+  if ((rc = StepOnce(stmt.get())) != SQLITE_OK) return Fail(rc);
+  *deleted = sqlite3_changes64(db_.get());
+  if (rows_ >= 0) rows_ -= *deleted;
+  Changed();
+  return SQLITE_OK;
+}
+
+int StoreFile::Vacuum(int pages) {
+  std::string sql = "PRAGMA incremental_vacuum(" + std::to_string(pages) + ")";
+  Statement stmt;
+  int rc = Prepare(sql.c_str(), &stmt);
+  if (rc != SQLITE_OK) return rc;
+  while ((rc = sqlite3_step(stmt.get())) == SQLITE_ROW) {
+  }
+  return rc == SQLITE_DONE ? SQLITE_OK : Fail(rc);
+}
+
+}  // namespace logd

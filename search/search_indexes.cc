@@ -1,0 +1,137 @@
+// Answers of the search module from the search indexes of its stores.
+#include "search/search_indexes.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "index/text_fold.h"
+#include "sources/log_classes.h"
+#include "sources/sql_query.h"
+
+namespace {
+
+// Rows a search catches up in place before it answers; an index further behind is caught up
+// in the background while the search scans.
+const int64_t kCatchUpInPlace = 20000;
+
+}  // namespace
+
+bool SearchIndexes::Open(const SearchRequest& search) {
+  if (search.logClass != LogClass::kSystem && search.logClass != LogClass::kTransfer) return false;
+  for (const std::string& type : search.types) {
+    std::string path;
+    if (!StorePathOf(type.c_str(), &path) || access(path.c_str(), F_OK) != 0) continue;
+    std::unique_ptr<IndexReader> reader = IndexReader::Open(path, kCatchUpInPlace);
+    if (reader == nullptr) return false;
+    readers_.push_back(std::move(reader));
+    sidecar_ = IndexPathOf(path);
+  }
+  return true;
+}
+
+std::string SearchIndexes::CandidateFilter(const SearchRequest& search) {
+  if (readers_.size() != 1 || search.types.size() != 1) return std::string();
+  std::vector<std::string> folded;
+  for (const std::string& term : search.terms) folded.push_back(Folded(term));
+  std::string match = CandidateQuery(folded);
+  if (match.empty()) return std::string();
+  // On a large log, candidates of more than a twentieth of the rows are looked up more slowly
+  // than the log is read through: such a term scans.
+  if (readers_[0]->span() >= 100000) {
+    int64_t most = readers_[0]->span() / 20;
+    int64_t candidates = readers_[0]->Candidates(match, most);
+    if (candidates < 0 || candidates >= most) return std::string();
+  }
+  // One IN list (the candidates, then the rows above the mark), so that rows are looked up by
+  // id rather than the log read through.
+  return " AND id IN (SELECT rowid FROM search_index.terms WHERE terms MATCH '" +
+         EscapeSqlString(match) + "' UNION ALL SELECT id FROM logs WHERE id > " +
+         std::to_string(readers_[0]->mark()) + ")";
+}
+
+bool SearchIndexes::Count(const BucketQuery& query, std::vector<BucketCounts>* counts) {
+  counts->assign(query.buckets, BucketCounts{0, 0, 0, 0});
+  std::vector<BucketCounts> one;
+  for (auto& reader : readers_) {
+    if (!reader->Count(query, &one)) return false;
+    for (size_t i = 0; i < one.size(); ++i) {
+      for (int level = 1; level <= 3; ++level) (*counts)[i][level] += one[i][level];
+    }
+  }
+  return true;
+}
+
+bool SearchIndexes::CountLevels(const SearchRequest& search, int64_t levels[4]) {
+  if (!search.terms.empty()) return false;
+  BucketQuery query;
+  query.hasFrom = search.hasFrom;
+  query.hasTo = search.hasTo;
+  query.from = search.from;
+  query.to = search.to;
+  query.first = INT64_MIN;
+  query.width = UINT64_MAX;  // two buckets hold every time
+  query.buckets = 2;
+  std::vector<BucketCounts> counts;
+  if (!Count(query, &counts)) return false;
+  for (int level = 1; level <= 3; ++level) levels[level] = counts[0][level] + counts[1][level];
+  return true;
+}
+
+bool SearchIndexes::FillHistogram(const SearchRequest& search, Histogram* histogram,
+                                  SearchFailure* failure) {
+  if (!search.terms.empty()) return false;
+  int64_t from = search.from, to = search.to;
+  bool bounded = search.hasFrom && search.hasTo;
+  bool any = bounded && SpanFits(from, to);
+  if (!any) {
+    // The first and last time of the matches, as the scan finds them.
+    int64_t low = 0, high = 0;
+    bool found = false;
+    for (auto& reader : readers_) {
+      int64_t first = 0, last = 0;
+      bool some = false;
+      if (!reader->TimeBounds(search.levels, &some, &first, &last)) return false;
+      if (!some) continue;
+      low = found ? std::min(low, first) : first;
+      high = found ? std::max(high, last) : last;
+      found = true;
+    }
+    // Without matches in the range the scan's empty answer stands; with matches outside an
+    // open range's bound, the scan knows better.
+    if (!found || (search.hasFrom && high < search.from) || (search.hasTo && low > search.to)) {
+      return false;
+    }
+    if (!search.hasFrom) from = low;
+    if (!search.hasTo) to = high;
+    if (!SpanFits(from, to)) {
+      from = std::max(from, low);
+      to = std::min(to, high);
+    }
+    if (to < from) return false;
+  }
+  if (!SpanFits(from, to)) {
+    failure->wideRange = true;
+    return true;
+  }
+  LayOutBuckets(from, to, search.buckets, histogram);
+  BucketQuery query;
+  query.hasFrom = search.hasFrom;
+  query.hasTo = search.hasTo;
+  query.from = search.from;
+  query.to = search.to;
+  query.first = from;
+  query.width = static_cast<uint64_t>(histogram->bucket);
+  query.buckets = histogram->counts.size();
+  std::vector<BucketCounts> counts;
+  if (!Count(query, &counts)) return false;
+  for (size_t i = 0; i < counts.size(); ++i) {
+    for (int level = 1; level <= 3; ++level) {
+      if (search.levels[level] && counts[i][level] != 0) {
+        CountInBucket(true, from + static_cast<int64_t>(i) * histogram->bucket, level,
+                      counts[i][level], histogram);
+      }
+    }
+  }
+  return true;
+}

@@ -1,0 +1,214 @@
+// The search index against the scan: the search module's answers with the index equal its
+// answers without one, on random rows and queries, while a second process writes and while rows
+// are cleared or trimmed; a damaged or deleted index is made anew.
+#include <gtest/gtest.h>
+#include <json/value.h>
+#include <sqlite3.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <random>
+
+#include "index/search_index.h"
+#include "platform/webapi.h"
+#include "search/search_methods.h"
+#include "tests/support/run_process.h"
+#include "tests/support/temp_root.h"
+#include "tools/lib/log_schemas.h"
+
+namespace {
+
+const char* const kLevels[] = {"err", "warning", "info", "notice"};
+// Pieces of messages: Unicode that folds in full, and every character with a meaning to SQL,
+// LIKE, GLOB or the FTS5 query syntax.
+const char* const kPieces[] = {
+    "disk",   "full",    "Straße",  "STRASSE", "STRAẞE", "ıstanbul", "İstanbul", "\u212Aelvin",
+    "日本語", "ΣΊΣΥΦΟΣ", "σίσυφος", "%",       "_",      "[x]",      "*",        "?",
+    "\\",     "'",       "\"",      "a\"b",    "NEAR",   "AND",      "-",        "volume 1"};
+
+std::string Quoted(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("''") : std::string(1, c);
+  return out + "'";
+}
+
+// Random rows for the system log, as an INSERT statement.
+std::string RandomRows(std::mt19937* random, int count, int64_t t0) {
+  std::string sql = "INSERT INTO logs (time, level, username, msg) VALUES ";
+  for (int i = 0; i < count; ++i) {
+    std::string msg;
+    for (int words = 1 + (*random)() % 4; words > 0; --words) {
+      msg += std::string(kPieces[(*random)() % 24]) + ((*random)() % 3 ? " " : "");
+    }
+    // Times repeat and go back now and then; a few are at the 64-bit ends or not numbers.
+    int pick = (*random)() % 200;
+    std::string time = pick == 0   ? std::to_string(INT64_MIN)
+                       : pick == 1 ? std::to_string(INT64_MAX)
+                       : pick == 2 ? "NULL"
+                       : pick == 3 ? "'soon'"
+                                   : std::to_string(t0 + (*random)() % 20000 - 1000);
+    sql += (i ? "," : "") + std::string("(") + time + "," + Quoted(kLevels[(*random)() % 4]) + "," +
+           Quoted("u" + std::string(kPieces[(*random)() % 24])) + "," + Quoted(msg) + ")";
+  }
+  return sql + ";";
+}
+
+Json::Value Call(void (*method)(QUOR::APIRequest*, QUOR::APIResponse*), const Json::Value& params) {
+  QUOR::APIRequest request(params, "admin", "en");
+  QUOR::APIResponse response;
+  method(&request, &response);
+  Json::Value answer = response.GetData();
+  if (response.GetErrorCode() != 0) answer["error"] = response.GetErrorCode();
+  return answer;
+}
+
+// The answer of a call while the index of store cannot be opened: the scan's answer.
+Json::Value Scanned(const std::string& store, void (*method)(QUOR::APIRequest*, QUOR::APIResponse*),
+                    const Json::Value& params) {
+  const std::string side = IndexPathOf(store);
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    rename((side + suffix).c_str(), (side + suffix + ".away").c_str());
+  }
+  mkdir(side.c_str(), 0700);
+  Json::Value answer = Call(method, params);
+  SleepMs(20);  // the background catch-up this started fails on the folder
+  rmdir(side.c_str());
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    rename((side + suffix + ".away").c_str(), (side + suffix).c_str());
+  }
+  return answer;
+}
+
+// Random search parameters, with terms drawn from the pieces and from fragments of them.
+Json::Value RandomParams(std::mt19937* random, int64_t t0) {
+  Json::Value params(Json::objectValue);
+  std::string q;
+  for (int terms = (*random)() % 3; terms > 0; --terms) {
+    std::string piece = kPieces[(*random)() % 24];
+    if ((*random)() % 3 == 0 && piece.size() > 3) piece = piece.substr(1, 3);
+    if ((*random)() % 4 == 0) piece = "\"" + piece + " " + kPieces[(*random)() % 24] + "\"";
+    q += (q.empty() ? "" : " ") + piece;
+  }
+  if (!q.empty()) params["q"] = q;
+  const char* levels[] = {"", "err", "warn", "info,err", "warn,err"};
+  std::string level = levels[(*random)() % 5];
+  if (!level.empty()) params["level"] = level;
+  if ((*random)() % 3 == 0) params["from"] = Json::Int64(t0 + (*random)() % 20000 - 2000);
+  if ((*random)() % 3 == 0) params["to"] = Json::Int64(t0 + (*random)() % 20000);
+  if ((*random)() % 10 == 0) params["from"] = Json::Int64(INT64_MIN);
+  const char* sorts[] = {"time", "level", "who", "descr"};
+  params["sort"] = sorts[(*random)() % 4];
+  params["order"] = (*random)() % 2 ? "asc" : "desc";
+  params["limit"] = 1 + static_cast<int>((*random)() % 40);
+  params["offset"] = static_cast<int>((*random)() % 3000);
+  params["buckets"] = 1 + static_cast<int>((*random)() % 80);
+  return params;
+}
+
+// Compares the index's answers with the scan's on count random queries.
+void CompareRandomQueries(const std::string& store, std::mt19937* random, int64_t t0, int count) {
+  ASSERT_TRUE(IndexCatchUp(store));
+  for (int i = 0; i < count; ++i) {
+    Json::Value params = RandomParams(random, t0);
+    const std::string text = QUOR::WebAPIUtil::ToText(params);
+    for (auto method : {QueryMethod, HistogramMethod}) {
+      Json::Value indexed = Call(method, params);
+      Json::Value scanned = Scanned(store, method, params);
+      ASSERT_EQ(QUOR::WebAPIUtil::ToText(scanned), QUOR::WebAPIUtil::ToText(indexed)) << text;
+    }
+  }
+}
+
+struct IndexedLog {
+  TempRoot root;
+  std::string store = root.At("/var/log/quorlog/.QUORSYSDB");
+  std::mt19937 random{20261123};
+  const int64_t t0 = 1700000000;
+  IndexedLog() {
+    MakeDatabase(store, std::string(QUOR_SYSTEM_LOG_SCHEMA) + RandomRows(&random, 3000, t0));
+  }
+};
+
+}  // namespace
+
+TEST(SearchIndex, AnswersAsTheScanOnRandomRowsAndQueries) {
+  IndexedLog log;
+  CompareRandomQueries(log.store, &log.random, log.t0, 120);
+  // Rows written by another process after the index was built are found above its mark.
+  ProcessResult wrote =
+      RunProcess({"/usr/bin/sqlite3", log.store}, RandomRows(&log.random, 500, log.t0));
+  ASSERT_EQ(0, wrote.status) << wrote.err;
+  for (int i = 0; i < 20; ++i) {
+    Json::Value params = RandomParams(&log.random, log.t0);
+    for (auto method : {QueryMethod, HistogramMethod}) {
+      ASSERT_EQ(QUOR::WebAPIUtil::ToText(Scanned(log.store, method, params)),
+                QUOR::WebAPIUtil::ToText(Call(method, params)));
+    }
+  }
+  // While another indexer holds the index, rows above its mark are read from the store.
+  sqlite3* other = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open(IndexPathOf(log.store).c_str(), &other));
+  ASSERT_EQ(SQLITE_OK, sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr));
+  wrote = RunProcess({"/usr/bin/sqlite3", log.store}, RandomRows(&log.random, 300, log.t0));
+  ASSERT_EQ(0, wrote.status) << wrote.err;
+  for (int i = 0; i < 20; ++i) {
+    Json::Value params = RandomParams(&log.random, log.t0);
+    for (auto method : {QueryMethod, HistogramMethod}) {
+      ASSERT_EQ(QUOR::WebAPIUtil::ToText(Scanned(log.store, method, params)),
+                QUOR::WebAPIUtil::ToText(Call(method, params)));
+    }
+  }
+  sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+  sqlite3_close(other);
+  CompareRandomQueries(log.store, &log.random, log.t0, 20);
+}
+
+TEST(SearchIndex, RowsTrimmedOrClearedLeaveEveryAnswerAtOnce) {
+  IndexedLog log;
+  ASSERT_TRUE(IndexCatchUp(log.store));
+  Json::Value all(Json::objectValue);
+  auto total = [&] { return Call(QueryMethod, all)["total"].asInt(); };
+  EXPECT_EQ(3000, total());
+  // Retention by id, then by time (not in id order), while the index is not told.
+  MakeDatabase(log.store, "DELETE FROM logs WHERE id <= 1000;");
+  EXPECT_EQ(2000, total());
+  CompareRandomQueries(log.store, &log.random, log.t0, 15);
+  MakeDatabase(log.store,
+               "DELETE FROM logs WHERE id IN (SELECT id FROM logs ORDER BY time LIMIT 300);");
+  Json::Value scanned = Scanned(log.store, QueryMethod, all);
+  EXPECT_EQ(1700, scanned["total"].asInt());
+  EXPECT_EQ(QUOR::WebAPIUtil::ToText(scanned), QUOR::WebAPIUtil::ToText(Call(QueryMethod, all)));
+  // A clear empties every answer; rows written after it are found.
+  MakeDatabase(log.store, "DELETE FROM logs;");
+  EXPECT_EQ(0, total());
+  MakeDatabase(log.store, RandomRows(&log.random, 200, log.t0));
+  CompareRandomQueries(log.store, &log.random, log.t0, 15);
+}
+
+TEST(SearchIndex, DamagedOrDeletedIndexIsMadeAnew) {
+  IndexedLog log;
+  ASSERT_TRUE(IndexCatchUp(log.store));
+  const std::string side = IndexPathOf(log.store);
+  // Garbage over the sidecar: answers stay right, and the next catch-up builds it again.
+  FILE* file = fopen(side.c_str(), "r+");
+  ASSERT_NE(nullptr, file);
+  for (int i = 0; i < 4096; ++i) fputc(i * 7 % 251, file);
+  fclose(file);
+  unlink((side + "-wal").c_str());
+  unlink((side + "-shm").c_str());
+  CompareRandomQueries(log.store, &log.random, log.t0, 10);
+  unlink(side.c_str());
+  unlink((side + "-wal").c_str());
+  unlink((side + "-shm").c_str());
+  CompareRandomQueries(log.store, &log.random, log.t0, 10);
+  // A store replaced by another file (ids start again) is not answered from the old index.
+  unlink(log.store.c_str());
+  MakeDatabase(log.store, std::string(QUOR_SYSTEM_LOG_SCHEMA) +
+                              "INSERT INTO logs (time, level, username, msg) VALUES "
+                              "(1, 'err', 'a', 'new');");
+  Json::Value all(Json::objectValue);
+  EXPECT_EQ(1, Call(QueryMethod, all)["total"].asInt());
+  ASSERT_TRUE(IndexCatchUp(log.store));
+  EXPECT_EQ(1, Call(QueryMethod, all)["total"].asInt());
+}

@@ -1,0 +1,193 @@
+// quor-logd's queue and writer on real stores: retention by rows, bytes and age, a full file
+// system, the module's clear during writing, and WAL stores read by the platform library.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <thread>
+
+#include "platform/logdb.h"
+#include "tests/support/logd_harness.h"
+#include "tests/support/temp_root.h"
+#include "tools/lib/log_demo.h"
+
+namespace {
+
+logd::LogEntry Numbered(int64_t i, size_t padding = 0, int64_t time = 0) {
+  logd::LogEntry entry;
+  entry.time = time != 0 ? time : ::time(nullptr);
+  entry.user = "SYSTEM";
+  entry.message = "row " + std::to_string(i) + std::string(padding, '.');
+  return entry;
+}
+
+// A writer on the current root's stores with the given system-store limits.
+struct WriterUnderTest {
+  explicit WriterUnderTest(logd::StoreLimits limits, size_t queueEntries = 100000)
+      : queue(queueEntries, 64 << 20), writer(&queue, Options(limits)) {
+    std::string error;
+    EXPECT_TRUE(writer.Open(&error)) << error;
+    writer.Start();
+  }
+  ~WriterUnderTest() { Finish(); }
+  void Finish() {
+    queue.Close();
+    writer.Join();
+  }
+  static logd::WriterOptions Options(logd::StoreLimits limits) {
+    logd::WriterOptions options;
+    options.paths[0] = SystemStore();
+    options.paths[1] = ConnectionStore();
+    options.limits[0] = limits;
+    return options;
+  }
+  logd::EntryQueue queue;
+  logd::Writer writer;
+};
+
+int64_t FileBytes(const std::string& path) {
+  struct stat st;
+  return stat(path.c_str(), &st) == 0 ? st.st_size : -1;
+}
+
+}  // namespace
+
+TEST(LogdWriter, QueueWaitsRefusesAndKeepsGroupsTogether) {
+  logd::EntryQueue queue(3, 1 << 20);
+  EXPECT_TRUE(queue.TryPush(Numbered(1)));
+  logd::LogEntry first = Numbered(2);
+  first.positionInput = "journal";  // belongs with the next entry
+  EXPECT_TRUE(queue.TryPush(first));
+  logd::LogEntry second = Numbered(3);
+  second.positionInput = "journal";
+  second.position = "c3";
+  EXPECT_TRUE(queue.TryPush(second));
+  EXPECT_FALSE(queue.TryPush(Numbered(4)));
+  EXPECT_EQ(1u, queue.refused());
+  std::atomic<bool> pushed{false};
+  std::thread waiter([&] { pushed = queue.Push(Numbered(5)); });
+  std::vector<logd::LogEntry> batch;
+  ASSERT_TRUE(queue.PopBatch(2, std::chrono::milliseconds(0), std::chrono::seconds(1), &batch));
+  EXPECT_EQ(3u, batch.size());  // a batch of 2 would have split the group
+  waiter.join();
+  EXPECT_TRUE(pushed);
+  queue.Close();
+  EXPECT_FALSE(queue.Push(Numbered(6)));
+  ASSERT_TRUE(queue.PopBatch(10, std::chrono::milliseconds(0), std::chrono::seconds(1), &batch));
+  EXPECT_EQ(1u, batch.size());
+  EXPECT_FALSE(queue.PopBatch(10, std::chrono::milliseconds(0), std::chrono::seconds(1), &batch));
+}
+
+TEST(LogdWriter, RetentionByRowsBytesAndAge) {
+  TempRoot root;
+  {
+    WriterUnderTest w({5000, 0, 0, 0});
+    for (int i = 0; i < 30000; ++i) ASSERT_TRUE(w.queue.Push(Numbered(i)));
+    ASSERT_TRUE(WaitUntil([] { return CountRows(SystemStore()) == 5000; }));
+  }
+  EXPECT_EQ(1, CountRows(SystemStore(), "msg = 'row 29999'"));
+  EXPECT_EQ(0, CountRows(SystemStore(), "msg = 'row 24999'"));
+
+  {
+    WriterUnderTest w({0, 2 << 20, 0, 0});
+    for (int i = 0; i < 20000; ++i) ASSERT_TRUE(w.queue.Push(Numbered(i, 500)));
+    // Cap plus at most one chunk while it works, and the file gives the space back.
+    ASSERT_TRUE(WaitUntil([] { return FileBytes(SystemStore()) < (3 << 20); }));
+  }
+  EXPECT_LT(CountRows(SystemStore()), 5000);
+  EXPECT_EQ(1, CountRows(SystemStore(), "msg LIKE 'row 19999.%'"));
+
+  {
+    WriterUnderTest w({0, 0, 2, 0});
+    int64_t now = time(nullptr);
+    for (int i = 0; i < 100; ++i) ASSERT_TRUE(w.queue.Push(Numbered(i, 0, now - 3 * 86400)));
+    for (int i = 100; i < 150; ++i) ASSERT_TRUE(w.queue.Push(Numbered(i, 0, now - 86400)));
+    ASSERT_TRUE(WaitUntil([&] {
+      return CountRows(SystemStore(), "time < " + std::to_string(now - 2 * 86400)) == 0;
+    }));
+  }
+  EXPECT_EQ(50, CountRows(SystemStore(), "msg LIKE 'row 1__'"));
+}
+
+// Disabled: known open fault. On a 4 MiB tmpfs the first removal for space succeeds, later
+// deletes fail with SQLITE_FULL as well (the write-ahead log finds no room), so logging stalls.
+TEST(LogdWriter, DISABLED_FullFileSystemDeletesOldestAndKeepsLogging) {
+  TempRoot root;
+  TmpfsMount tmpfs(root.At("/var/log/quorlog"), 4 << 20);
+  if (!tmpfs.mounted()) GTEST_SKIP() << "cannot mount a tmpfs here";
+  {
+    WriterUnderTest w({0, 0, 0, 0});
+    for (int i = 0; i < 40000; ++i) ASSERT_TRUE(w.queue.Push(Numbered(i, 200)));
+    w.Finish();
+    EXPECT_GT(w.writer.stats().rowsFreedForSpace.load(), 0u);
+  }
+  EXPECT_EQ(1, CountRows(SystemStore(), "msg LIKE 'row 39999.%'"));
+  EXPECT_GT(CountRows(SystemStore(),
+                      "msg LIKE 'quor-logd[%]: The file system is full: removed "
+                      "the % oldest rows of the system log to make room.'"),
+            0);
+}
+
+TEST(LogdWriter, ClearDuringWritingLosesNothingThatCameAfter) {
+  TempRoot root;
+  WriterUnderTest w({0, 0, 0, 0});
+  std::atomic<int64_t> pushed{0};
+  std::atomic<bool> stop{false};
+  std::thread producer([&] {
+    for (int64_t i = 0; !stop; ++i) {
+      w.queue.Push(Numbered(i));
+      pushed = i + 1;
+      if (i % 100 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  });
+  ASSERT_TRUE(WaitUntil([] { return CountRows(SystemStore()) > 3000; }));
+  QuorDbHandle db(QUORDBConnect(nullptr, nullptr, nullptr, "/var/log/quorlog/.QUORSYSDB"));
+  ASSERT_TRUE(db);
+  ASSERT_EQ(0, QUORDBExecute(db.get(), "DELETE FROM logs", nullptr));
+  int64_t afterClear = pushed;
+  db.reset();
+  ASSERT_TRUE(WaitUntil([&] { return pushed > afterClear + 5000; }));
+  stop = true;
+  producer.join();
+  w.Finish();
+  int64_t last = pushed;
+  // Every row pushed after the clear returned is there, exactly once.
+  EXPECT_EQ(last - afterClear, CountRows(SystemStore(), "CAST(substr(msg, 5) AS INTEGER) >= " +
+                                                            std::to_string(afterClear)));
+  EXPECT_LE(CountRows(SystemStore()), last);
+}
+
+TEST(LogdWriter, WalStoresReadFromAReadOnlyRoot) {
+  TempRoot root;
+  std::string error;
+  ASSERT_TRUE(WriteSystemLog(SystemStore(), "system", 500, 1, time(nullptr), &error)) << error;
+  {
+    WriterUnderTest w({0, 0, 0, 0});
+    ASSERT_TRUE(w.queue.Push(Numbered(1)));
+  }
+  EXPECT_EQ("wal", QueryRows(SystemStore(), "PRAGMA journal_mode")[0]);
+  std::string readOnly = root.At("/ro");
+  mkdir(readOnly.c_str(), 0755);
+  struct Unmount {
+    std::string path;
+    ~Unmount() { umount2(path.c_str(), MNT_DETACH); }
+  } unmount{readOnly};
+  if (mount(root.path().c_str(), readOnly.c_str(), nullptr, MS_BIND, nullptr) != 0 ||
+      mount(nullptr, readOnly.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
+    GTEST_SKIP() << "cannot make a read-only bind mount here";
+  }
+  setenv("QUOR_ROOT", readOnly.c_str(), 1);
+  {
+    QuorDbHandle db(QUORDBConnect(nullptr, nullptr, nullptr, "/var/log/quorlog/.QUORSYSDB"));
+    ASSERT_TRUE(db);
+    PQUORDBRESULT raw = nullptr;
+    EXPECT_EQ(0, QUORDBExecute(db.get(), "SELECT count(*) AS n FROM logs", &raw))
+        << QUORDBErrorGet(db.get());
+    QuorDbRows rows(raw);
+    QUORDBROW row = 0;
+    ASSERT_EQ(0, QUORDBFetchRow(rows.get(), &row));
+    EXPECT_STREQ("501", QUORDBFetchField(rows.get(), row, "n"));
+  }
+  setenv("QUOR_ROOT", root.path().c_str(), 1);
+}

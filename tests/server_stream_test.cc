@@ -55,24 +55,20 @@ TEST_F(ServerStream, DocumentStreamsWholeWhileTheWorkerStaysFlat) {
 
   // The first bytes arrive while the method is still writing: the client has read little and
   // the rest cannot fit in the socket buffers, so the worker waits inside the method.
-  std::string received = connection.ReadSome(65536);
+  ASSERT_TRUE(connection.Await(65536));
   SleepMs(300);
   long during = StatusKb(worker, "VmRSS");
   EXPECT_LT(during - before, 4 * 1024) << "kB grown while 24 MiB were being written";
 
-  std::string rest;
-  while (!(rest = connection.ReadSome(1 << 20)).empty()) received += rest;
-  size_t headEnd = received.find("\r\n\r\n");
-  ASSERT_NE(std::string::npos, headEnd);
-  std::string head = received.substr(0, headEnd + 2);
-  EXPECT_EQ(0u, head.find("HTTP/1.1 200 OK\r\nCache-Control: no-store\r\n"
-                          "X-Content-Type-Options: nosniff\r\nConnection: close\r\n"
-                          "Transfer-Encoding: chunked\r\n"
-                          "Content-Type: text/plain\r\n"
-                          "Content-Disposition:attachment; filename=\"big.txt\"\r\n"))
-      << head;
-  std::string body;
-  EXPECT_TRUE(DecodeChunked(received.substr(headEnd + 4), &body));
+  HttpAnswer answer = connection.Read();
+  EXPECT_EQ(0u, answer.head.find("HTTP/1.1 200 OK\r\nCache-Control: no-store\r\n"
+                                 "X-Content-Type-Options: nosniff\r\nConnection: close\r\n"
+                                 "Transfer-Encoding: chunked\r\n"
+                                 "Content-Type: text/plain\r\n"
+                                 "Content-Disposition:attachment; filename=\"big.txt\"\r\n"))
+      << answer.head;
+  EXPECT_TRUE(answer.complete);
+  const std::string& body = answer.body;
   EXPECT_EQ(static_cast<size_t>(size), body.size());
   EXPECT_EQ(std::string::npos, body.find_first_not_of("x\n"));
   EXPECT_LT(StatusKb(worker, "VmRSS") - before, 4 * 1024);

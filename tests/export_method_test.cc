@@ -41,7 +41,7 @@ class ExportTest : public ::testing::Test {
                  std::string(QUOR_TRANSFER_LOG_SCHEMA) +
                      "INSERT INTO logs (time, ip, username, cmd, filesize, filename, isdir) VALUES "
                      "(1700000300, '10.0.0.2', 'bob', 'write', 1536, '/share/a,b.txt', 0),"
-                     "(1700000200, '10.0.0.3', 'eve', 'mkdir', 4096, '/share/<new>', 1);");
+                     "(1700000200, '10.0.0.3', 'eve', 'mkdir', 4096, '/share/<new', 1);");
   }
   // The download of an export request, its time-stamped file name replaced by base_STAMP.ext
   // after checking its form.
@@ -128,12 +128,12 @@ TEST_F(ExportTest, TransferLogsByCategoryWord) {
                  "<tr><td align=\"center\" >FTP</td><td align=\"center\" >2023/11/14 22:16:40</td>"
                  "<td align=\"center\" >10.0.0.3</td><td align=\"center\" >eve</td>"
                  "<td align=\"center\" >mkdir</td><td align=\"center\" >Folder</td>"
-                 "<td align=\"right\" >NA</td><td align=\"left\" >/share/&lt;new&gt;</td></tr>"),
+                 "<td align=\"right\" >NA</td><td align=\"left\" >/share/&lt;new</td></tr>"),
             Export("ftp", nullptr));
   EXPECT_EQ(Csv("filexferlog", "File Transfer",
                 "Log,Time,IP address,User,Event,File/Folder,Size,File Name,\r\n"
                 "FTP,2023/11/14 22:18:20,10.0.0.2,bob,write,File,1.50 KB,\"/share/a,b.txt\"\r\n"
-                "FTP,2023/11/14 22:16:40,10.0.0.3,eve,mkdir,Folder,NA,/share/<new>\r\n"),
+                "FTP,2023/11/14 22:16:40,10.0.0.3,eve,mkdir,Folder,NA,/share/<new\r\n"),
             Export("filexfer", "csv"));
 }
 

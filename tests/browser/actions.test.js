@@ -125,6 +125,8 @@ test('Clear asks first, names the logs it empties, and then shows the emptied lo
        await Ready(page);
        await page.getByRole('button', {name: 'Clear…'}).click();
        await dialog.waitFor();
+       // Each log's count comes in after the dialog opens.
+       await dialog.locator('li', {hasText: 'counting'}).first().waitFor({state: 'detached'});
        const names = await dialog.locator('li').allInnerTexts();
        assert.deepEqual(names.map((name) => name.split(':')[0]),
                         ['FTP', 'File Deck', 'WebDAV', 'SMB', 'AFP', 'TFTP']);

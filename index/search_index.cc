@@ -510,15 +510,6 @@ bool AddRow(const BucketQuery& q, int type, int64_t t, int level, int64_t n,
 
 }  // namespace
 
-int64_t IndexReader::Candidates(const std::string& match, int64_t limit) {
-  Stmt count =
-      state_->Prepare("SELECT count(*) FROM (SELECT rowid FROM terms WHERE terms MATCH ? LIMIT ?)");
-  if (!count) return -1;
-  sqlite3_bind_text(count.get(), 1, match.c_str(), -1, SQLITE_TRANSIENT);
-  sqlite3_bind_int64(count.get(), 2, limit);
-  return sqlite3_step(count.get()) == SQLITE_ROW ? sqlite3_column_int64(count.get(), 0) : -1;
-}
-
 namespace {
 
 // Where a unit of time [start, start + seconds) falls for q: the bucket that holds all of it

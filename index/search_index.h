@@ -65,9 +65,6 @@ class IndexReader {
   // Highest indexed row id: rows above it are not in the candidate table.
   int64_t mark() const { return mark_; }
 
-  // The number of candidate rows of an FTS5 query (CandidateQuery), counted up to limit; -1
-  // when it cannot be run.
-  int64_t Candidates(const std::string& match, int64_t limit);
   // Rows the index holds (ids from the store's lowest up to the mark).
   int64_t span() const { return span_; }
 

@@ -73,6 +73,7 @@ const Case kCases[] = {
     {"NextPage", false, "", "", "time", 50},
     {"LastPage", false, "", "", "time", -1},
     {"SortUser", false, "", "", "who", 0},
+    {"SortMessage", false, "", "", "descr", 0},
     {"CommonTerm", false, "package", "", "time", 0},
     {"TwoTerms", false, "package stopped", "", "time", 0},
     {"Phrase", false, "\"storage pool\"", "", "time", 0},

@@ -17,9 +17,12 @@
 
 namespace {
 
-const int kVersion = 2;
+const int kVersion = 3;
 const int kChunkBits = 16;
 const int64_t kBatch = 50000;
+// Rows removed from the bottom at once beyond which the index is made anew rather than the
+// candidates of each removed row deleted.
+const int64_t kLargestTrim = 500000;
 // The minute (and hour) under which rows whose time is not an integer are counted.
 const int64_t kOddMinute = INT64_MIN;
 
@@ -32,8 +35,8 @@ const char kSchema[] =
     "CREATE TABLE IF NOT EXISTS hours (chunk INTEGER, hour INTEGER, level INTEGER, n INTEGER, "
     "PRIMARY KEY (chunk, hour, level)) WITHOUT ROWID;"
     "CREATE INDEX IF NOT EXISTS hours_hour ON hours (hour);"
-    "CREATE VIRTUAL TABLE IF NOT EXISTS terms USING fts5(a, b, content='', detail='none', "
-    "columnsize=0, tokenize='trigram case_sensitive 1');";
+    "CREATE VIRTUAL TABLE IF NOT EXISTS terms USING fts5(a, b, content='', "
+    "contentless_delete=1, detail='none', tokenize='trigram case_sensitive 1');";
 
 struct Closer {
   void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
@@ -237,7 +240,12 @@ struct IndexReader::State {
     if (!Exec("DELETE FROM counts WHERE chunk = " + c + "; DELETE FROM hours WHERE chunk = " + c)) {
       return false;
     }
-    return first > last || CountRows(first, last);
+    if (first > last) return true;
+    // The candidates of rows the store no longer holds go with their counts.
+    const std::string range = " BETWEEN " + std::to_string(first) + " AND " + std::to_string(last);
+    return Exec("DELETE FROM terms WHERE rowid" + range +
+                " AND rowid NOT IN (SELECT id FROM store.logs WHERE id" + range + ")") &&
+           CountRows(first, last);
   }
 
   // Checks the index against the store inside the current write transaction: resets it when
@@ -276,11 +284,15 @@ struct IndexReader::State {
       *changed = false;
       return true;
     }
+    // Rows removed from the bottom: their counts and candidates go, so that the index stays
+    // the size of the rows the store holds. Many at once: the index is made anew from the rows
+    // left (searches scan meanwhile).
+    if (minId - low > kLargestTrim) return Reset(minId - 1);
     low = minId;
     int64_t chunk = minId >> kChunkBits;
     std::string c = std::to_string(chunk);
-    return Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " +
-                c) &&
+    return Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c +
+                "; DELETE FROM terms WHERE rowid < " + std::to_string(minId)) &&
            Recount(chunk) && WriteState();
   }
 

@@ -179,6 +179,10 @@ TEST(SearchIndex, RowsTrimmedOrClearedLeaveEveryAnswerAtOnce) {
   Json::Value scanned = Scanned(log.store, QueryMethod, all);
   EXPECT_EQ(1700, scanned["total"].asInt());
   EXPECT_EQ(QUOR::WebAPIUtil::ToText(scanned), QUOR::WebAPIUtil::ToText(Call(QueryMethod, all)));
+  // The removed rows' candidates went too: the index holds the rows the store holds.
+  ASSERT_TRUE(IndexCatchUp(log.store));
+  EXPECT_EQ(std::vector<std::string>{"1700"},
+            QueryRows(IndexPathOf(log.store), "SELECT count(*) FROM terms_docsize"));
   // A clear empties every answer; rows written after it are found.
   MakeDatabase(log.store, "DELETE FROM logs;");
   EXPECT_EQ(0, total());

@@ -92,6 +92,8 @@ struct IndexReader::State {
   const StoreClass* storeClass = nullptr;
   std::string error;
   int64_t mark = 0, low = 1;
+  bool fresh = false;   // the sidecar has no state yet
+  bool remake = false;  // the sidecar is to be removed and made anew
 
   bool Fail(const char* what) {
     error = std::string(what) + ": " + (db ? sqlite3_errmsg(db.get()) : "no connection");
@@ -165,6 +167,7 @@ struct IndexReader::State {
       low = sqlite3_column_int64(s.get(), 3);
       return true;
     }
+    fresh = rc == SQLITE_DONE;
     return rc == SQLITE_DONE || Fail("read state");
   }
 
@@ -179,7 +182,14 @@ struct IndexReader::State {
   }
 
   // Empties the index: every count and candidate goes; the mark stays unless ids went back.
+  // An index that holds rows is made anew as a new file (remake set, the transaction fails and
+  // CatchUp removes the sidecar): freeing the pages of every row one by one would cost a read
+  // of the whole index.
   bool Reset(int64_t newMark) {
+    if (!fresh) {
+      remake = true;
+      return Fail("the index is made anew");
+    }
     mark = newMark;
     low = newMark + 1;
     return Exec("DELETE FROM counts; DELETE FROM hours; DROP TABLE terms;") && Exec(kSchema) &&
@@ -372,7 +382,7 @@ namespace {
 
 bool CatchUp(const std::string& storePath, int64_t maxRows, int waitMs, int64_t* behind,
              std::string* error) {
-  for (int attempt = 0; attempt < 2; ++attempt) {
+  for (int attempt = 0; attempt < 3; ++attempt) {
     IndexReader::State state;
     bool ok = state.Open(storePath, true, waitMs);
     int64_t done = 0;
@@ -390,9 +400,9 @@ bool CatchUp(const std::string& storePath, int64_t maxRows, int waitMs, int64_t*
     }
     if (ok) return true;
     if (error != nullptr) *error = state.error;
-    if (attempt > 0 || !Damaged(state.db.get())) return false;
+    if (attempt == 2 || (!state.remake && (attempt > 0 || !Damaged(state.db.get())))) return false;
     state.db.reset();
-    RemoveSidecar(storePath);  // damaged: made anew from the store
+    RemoveSidecar(storePath);  // damaged, or emptied: made anew from the store
   }
   return false;
 }

@@ -188,6 +188,8 @@ TEST(SearchIndex, RowsTrimmedOrClearedLeaveEveryAnswerAtOnce) {
   EXPECT_EQ(0, total());
   MakeDatabase(log.store, RandomRows(&log.random, 200, log.t0));
   CompareRandomQueries(log.store, &log.random, log.t0, 15);
+  EXPECT_EQ(std::vector<std::string>{"200"},
+            QueryRows(IndexPathOf(log.store), "SELECT count(*) FROM terms_docsize"));
 }
 
 TEST(SearchIndex, DamagedOrDeletedIndexIsMadeAnew) {

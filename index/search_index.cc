@@ -640,6 +640,26 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
   return rc == SQLITE_DONE || s.Fail("read tail");
 }
 
+int64_t IndexReader::CandidateBound(const std::vector<std::string>& foldedTerms) {
+  State& s = *state_;
+  if (!s.Exec(
+          "CREATE VIRTUAL TABLE IF NOT EXISTS temp.grams USING fts5vocab(main, terms, 'row')")) {
+    return -1;
+  }
+  Stmt rows = s.Prepare("SELECT doc FROM temp.grams WHERE term = ?");
+  if (!rows) return -1;
+  int64_t fewest = INT64_MAX;
+  for (const std::string& gram : TrigramsOf(foldedTerms)) {
+    sqlite3_reset(rows.get());
+    sqlite3_bind_text(rows.get(), 1, gram.data(), static_cast<int>(gram.size()), SQLITE_STATIC);
+    int rc = sqlite3_step(rows.get());
+    if (rc == SQLITE_DONE) return 0;  // no row holds it
+    if (rc != SQLITE_ROW) return -1;
+    fewest = std::min<int64_t>(fewest, sqlite3_column_int64(rows.get(), 0));
+  }
+  return fewest == INT64_MAX ? -1 : fewest;
+}
+
 bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, int64_t* last) {
   State& s = *state_;
   *found = false;
@@ -715,21 +735,28 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
   return true;
 }
 
-std::string CandidateQuery(const std::vector<std::string>& foldedTerms) {
-  std::string query;
+std::vector<std::string> TrigramsOf(const std::vector<std::string>& foldedTerms) {
+  std::vector<std::string> grams;
   for (const std::string& term : foldedTerms) {
-    // The term's characters (UTF-8 sequences), then each run of three as one quoted token.
+    // The term's characters (UTF-8 sequences), then each run of three.
     std::vector<size_t> starts;
     for (size_t i = 0; i < term.size(); ++i) {
       if ((static_cast<unsigned char>(term[i]) & 0xC0) != 0x80) starts.push_back(i);
     }
     starts.push_back(term.size());
     for (size_t i = 0; i + 3 < starts.size(); ++i) {
-      std::string gram = term.substr(starts[i], starts[i + 3] - starts[i]);
-      std::string quoted = "\"";
-      for (char c : gram) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-      query += (query.empty() ? "" : " AND ") + quoted + "\"";
+      grams.push_back(term.substr(starts[i], starts[i + 3] - starts[i]));
     }
+  }
+  return grams;
+}
+
+std::string CandidateQuery(const std::vector<std::string>& foldedTerms) {
+  std::string query;
+  for (const std::string& gram : TrigramsOf(foldedTerms)) {
+    std::string quoted = "\"";
+    for (char c : gram) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    query += (query.empty() ? "" : " AND ") + quoted + "\"";
   }
   return query;
 }

@@ -40,6 +40,11 @@ bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candid
   // than the log is read through.
   int64_t span = readers_[0]->span();
   candidates->limit = span >= 100000 ? span / 20 : INT64_MAX;
+  // A term whose every trigram is in more rows than that reads the log through at once,
+  // without collecting its candidates first.
+  if (candidates->limit != INT64_MAX && readers_[0]->CandidateBound(folded) > candidates->limit) {
+    return false;
+  }
   candidates->sidecar = sidecar_;
   // One IN list (the candidates, then the rows above the mark), so that rows are looked up by
   // id rather than the log read through.

@@ -4,13 +4,18 @@
 //   syslog_load tls PORT COUNT CAFILE      the same over TLS
 //   syslog_load udp PORT RATE SECONDS      RATE datagrams per second for SECONDS, paced per ms
 //   syslog_load lines FILE COUNT TIMEOUT   waits until FILE holds COUNT lines (reads on)
-// Prints the number of messages sent (or lines seen) and the seconds taken.
+//   syslog_load receive PORT COUNT TIMEOUT the daemon's receiver alone, on TCP PORT, into a
+//                                          sink that counts and discards: waits for COUNT
+// Prints the number of messages sent (or lines seen) and the seconds taken; receive prints
+// the seconds from the first message to the last and its CPU seconds.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <stdio.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl.hpp>
@@ -21,6 +26,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "logd/syslog/receiver.h"
 
 namespace {
 
@@ -129,6 +136,42 @@ int Lines(const char* path, long count, double timeout) {
   return lines >= count ? 0 : 1;
 }
 
+// Counts what the receiver hands over and drops it: the receiver's own rate, no store.
+class CountingSink : public logd::EntrySink {
+ public:
+  bool Push(logd::LogEntry entry) override { return TryPush(std::move(entry)); }
+  bool TryPush(logd::LogEntry) override {
+    if (count_.fetch_add(1) == 1) first_ = Clock::now();
+    return true;
+  }
+  long count() const { return count_.load(); }
+  Clock::time_point first() const { return first_; }
+
+ private:
+  std::atomic<long> count_{0};
+  Clock::time_point first_;  // the first received message (the listening row is the 0th)
+};
+
+int Receive(const std::string& port, long count, double timeout) {
+  logd::syslog::SyslogConfig config;
+  config.tcp.push_back("127.0.0.1:" + port);
+  CountingSink sink;
+  logd::syslog::SyslogReceiver receiver(config, &sink);
+  std::string error;
+  if (!receiver.Start(&error)) return fprintf(stderr, "receive: %s\n", error.c_str()), 1;
+  const auto start = Clock::now();
+  while (sink.count() < count + 1 && Since(start) < timeout) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  const long got = sink.count() - 1;
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  const double cpu = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+                     (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+  printf("%ld %.3f %.2f\n", got, got > 0 ? Since(sink.first()) : 0.0, cpu);
+  return got >= count ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -137,8 +180,9 @@ int main(int argc, char** argv) {
   if (mode == "tls" && argc == 5) return Tcp(atoi(argv[2]), atol(argv[3]), argv[4]);
   if (mode == "udp" && argc == 5) return Udp(atoi(argv[2]), atol(argv[3]), atof(argv[4]));
   if (mode == "lines" && argc == 5) return Lines(argv[2], atol(argv[3]), atof(argv[4]));
+  if (mode == "receive" && argc == 5) return Receive(argv[2], atol(argv[3]), atof(argv[4]));
   fprintf(stderr,
           "usage: syslog_load tcp PORT COUNT | tls PORT COUNT CAFILE | udp PORT RATE SECONDS |"
-          " lines FILE COUNT TIMEOUT\n");
+          " lines FILE COUNT TIMEOUT | receive PORT COUNT TIMEOUT\n");
   return 2;
 }

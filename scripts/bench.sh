@@ -262,22 +262,36 @@ section_syslog() {
     awk -v a="$start" -v b="$now" 'BEGIN { printf "%.3f", b - a }'
   }
 
-  # quor-logd over TCP.
-  start_logd tcp --tcp "127.0.0.1:$port"
-  local t0 tcp_s tls_s rs_s
-  t0=$(date +%s.%N)
-  "$load" tcp "$port" "$count" >/dev/null &
-  tcp_s=$(wait_rows "$count" "$t0")
-  wait $! || true
-  stop_logd
-
-  # quor-logd over TLS.
-  start_logd tls --tls "127.0.0.1:$((port + 1))" --cert "$dir/cert.pem" --key "$dir/key.pem"
-  t0=$(date +%s.%N)
-  "$load" tls "$((port + 1))" "$count" "$dir/cert.pem" >/dev/null &
-  tls_s=$(wait_rows "$count" "$t0")
-  wait $! || true
-  stop_logd
+  # CPU seconds of the process pid's threads named comm (all threads without comm), read
+  # before the process ends.
+  cpu_of() {
+    local pid=$1 comm=${2:-} tick t sum=0
+    tick=$(getconf CLK_TCK)
+    for t in /proc/"$pid"/task/*; do
+      [ -z "$comm" ] || [ "$(cat "$t/comm")" = "$comm" ] || continue
+      sum=$((sum + $(awk '{ print $14 + $15 }' "$t/stat")))
+    done
+    awk -v s="$sum" -v t="$tick" 'BEGIN { printf "%.2f", s / t }'
+  }
+  # Runs one quor-logd measurement: NAME SENDER-ARGS -- LOGD-ARGS; prints "seconds cpu-receiver
+  # cpu-rest" (the rest is the writer thread; the main thread only waits).
+  logd_run() {
+    local name=$1 t0 secs send=()
+    shift
+    while [ "$1" != "--" ]; do send+=("$1"); shift; done
+    shift
+    start_logd "$name" "$@"
+    t0=$(date +%s.%N)
+    "$load" "${send[@]}" >/dev/null &
+    local send_pid=$!
+    secs=$(wait_rows "$count" "$t0")
+    wait "$send_pid" || true
+    local all recv
+    all=$(cpu_of "$logd_pid")
+    recv=$(cpu_of "$logd_pid" syslog-tcp)
+    stop_logd
+    echo "$secs $recv $(awk -v a="$all" -v r="$recv" 'BEGIN { printf "%.2f", a - r }')"
+  }
 
   # rsyslogd: imtcp into a plain file, nothing else loaded.
   cat >"$dir/rsyslog.conf" <<CONF
@@ -292,21 +306,45 @@ CONF
     (exec 3<>"/dev/tcp/127.0.0.1/$((port + 2))") 2>/dev/null && break
     sleep 0.1
   done
-  "$load" lines "$dir/rsyslog.out" 1 0 >/dev/null 2>&1 || true
-  local rs_base
-  rs_base=$(cat "$dir/rsyslog.out" 2>/dev/null | wc -l)
+  # The probe connection above sends nothing, so the file starts empty (or absent).
+  local rs_base=0 rs_s rs_cpu
+  [ -f "$dir/rsyslog.out" ] && rs_base=$(wc -l <"$dir/rsyslog.out")
   "$load" tcp "$((port + 2))" "$count" >/dev/null &
   local send_pid=$!
   rs_s=$("$load" lines "$dir/rsyslog.out" $((count + rs_base)) 300 | awk '{ print $2 }')
   wait "$send_pid" || true
+  rs_cpu=$(cpu_of "$rs_pid")
   kill "$rs_pid" 2>/dev/null
   wait "$rs_pid" 2>/dev/null || true
 
-  printf "%-40s %12s %10s %10s\n" "run ($count lines over one connection)" "msg/s" "seconds" "ratio"
-  awk -v n="$count" -v t="$tcp_s" -v s="$tls_s" -v r="$rs_s" 'BEGIN {
-    printf "%-40s %12.0f %10.2f %9s\n", "rsyslogd, TCP into a file", n / r, r, "1.00x"
-    printf "%-40s %12.0f %10.2f %8.2fx  (vs rsyslogd)\n", "quor-logd, TCP into the store", n / t, t, r / t
-    printf "%-40s %12.0f %10.2f %8.2fx  (vs quor-logd TCP)\n", "quor-logd, TLS into the store", n / s, s, t / s
+  # The receiver alone (frame, parse, hand over to a sink that discards), in syslog_load.
+  local alone
+  "$load" receive "$((port + 4))" "$count" 300 >"$dir/alone.out" &
+  local alone_pid=$!
+  for _ in $(seq 100); do
+    (exec 3<>"/dev/tcp/127.0.0.1/$((port + 4))") 2>/dev/null && break
+    sleep 0.1
+  done
+  "$load" tcp "$((port + 4))" "$count" >/dev/null || true
+  wait "$alone_pid" || true
+  alone=$(cat "$dir/alone.out")
+
+  local tcp tls
+  tcp=$(logd_run tcp tcp "$port" "$count" -- --tcp "127.0.0.1:$port")
+  tls=$(logd_run tls tls "$((port + 1))" "$count" "$dir/cert.pem" -- \
+    --tls "127.0.0.1:$((port + 1))" --cert "$dir/cert.pem" --key "$dir/key.pem")
+
+  printf "%-38s %10s %8s %9s %19s\n" "run ($count lines, one connection)" "msg/s" "seconds" "ratio" \
+    "CPU s: recv/writer"
+  awk -v n="$count" -v r="$rs_s" -v rc="$rs_cpu" -v a="$alone" -v t="$tcp" -v s="$tls" 'BEGIN {
+    split(a, A, " "); split(t, T, " "); split(s, S, " ")
+    printf "%-38s %10.0f %8.2f %8s %19s\n", "rsyslogd, TCP into a file", n / r, r, "1.00x", rc " (all)"
+    printf "%-38s %10.0f %8.2f %7.2fx %19s  (vs rsyslogd)\n", "receiver alone, TCP, no store",
+           n / A[2], A[2], r / A[2], A[3] " (all)"
+    printf "%-38s %10.0f %8.2f %7.2fx %19s  (vs rsyslogd)\n", "quor-logd, TCP into the store",
+           n / T[1], T[1], r / T[1], T[2] " / " T[3]
+    printf "%-38s %10.0f %8.2f %7.2fx %19s  (vs quor-logd TCP)\n", "quor-logd, TLS into the store",
+           n / S[1], S[1], T[1] / S[1], S[2] " / " S[3]
   }'
 
   # UDP bursts: rows stored against datagrams sent; the kernel's receive-buffer drops beside.

@@ -3,6 +3,7 @@
 // dropped or refused.
 #include "logd/syslog/receiver.h"
 
+#include <pthread.h>
 #include <time.h>
 
 #include <boost/asio/io_context.hpp>
@@ -308,7 +309,10 @@ bool SyslogReceiver::Impl::Start(std::vector<unsigned short>* udpPorts,
   reportTimer_.emplace(io_);
   ScheduleReport();
   for (auto& udp : udp_) udp->Start();
-  thread_ = std::thread([this] { io_.run(); });
+  thread_ = std::thread([this] {
+    pthread_setname_np(pthread_self(), "syslog-tcp");  // for top -H and the benchmarks
+    io_.run();
+  });
   return true;
 }
 

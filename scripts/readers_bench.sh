@@ -3,6 +3,8 @@
 # system log, first quiet, then while quor-logd writes syslog lines into the same store at
 # READERS_RATE rows/s (default 50,000; syslog_load over TCP, paced). Prints each call's median
 # and slowest time beside its quiet median, the goal (2x quiet + 50 ms) and the errors.
+# READERS_RETENTION=off lifts the row limit (the store starts at the default 1,000,000), so that
+# the writer only adds rows.
 #   scripts/readers_bench.sh BUILD
 set -euo pipefail
 build=${1:-build}
@@ -90,6 +92,7 @@ serve "$root"
 measure "$data/readers-warm.txt"  # fills the page cache and the workers' statements
 measure "$data/readers-quiet.txt"
 
+[ "${READERS_RETENTION:-on}" = off ] && echo "system_max_rows = 0" >>"$root/etc/quor-logd.conf"
 "$bin/quor-logd" --root "$root" --tcp "127.0.0.1:$port" 2>"$data/readers-logd.err" &
 pids+=($!)
 for _ in $(seq 100); do
@@ -110,6 +113,7 @@ echo "== readers while quor-logd writes: 1,000,000 system rows, quor-webapi serv
 awk -v a="$t0" -v b="$t1" -v n=$((id1 - id0)) -v r="$rate" 'BEGIN {
   printf "   quor-logd wrote %.0f rows/s during the loaded calls (paced sender: %d/s)\n", n / (b - a), r
 }'
+echo "   retention: ${READERS_RETENTION:-on} (system_max_rows $([ "${READERS_RETENTION:-on}" = off ] && echo 0 || echo 1000000))"
 printf "%-32s %9s %9s %9s %7s %9s %7s\n" "call ($rounds each)" "quiet" "writing" "slowest" "ratio" \
   "goal" "errors"
 for i in "${!calls[@]}"; do

@@ -14,6 +14,7 @@
 #include <boost/asio/ssl.hpp>
 #include <boost/asio/write.hpp>
 #include <chrono>
+#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -353,6 +354,23 @@ TEST(SyslogReceiver, FullQueueMakesTcpWaitAndUdpCount) {
     ASSERT_EQ("host seq: " + std::to_string(i) + " padding padding", seq[i]);
   }
   EXPECT_EQ(1u, sink.WaitFor("10 UDP messages dropped because the queue was full", 1).size());
+
+  // A stop while a connection waits for room and a report fell due meanwhile: once the queue
+  // has room again, Stop returns (nothing queued before it may start anew).
+  Fd waiting(ConnectTcp(receiver.tcpPorts()[0]));
+  std::string burst;
+  for (int i = 0; i < 200; ++i)
+    burst += "<13>Nov 23 10:00:00 host burst: " + std::to_string(i) + "\n";
+  ASSERT_TRUE(SendAll(waiting.fd, burst));
+  while (sink.queued() < 50) std::this_thread::sleep_for(10ms);
+  std::this_thread::sleep_for(1500ms);  // past the next report
+  auto stopped = std::async(std::launch::async, [&] { receiver.Stop(); });
+  const auto until = std::chrono::steady_clock::now() + 20s;
+  while (stopped.wait_for(10ms) != std::future_status::ready &&
+         std::chrono::steady_clock::now() < until) {
+    sink.WaitFor("", 0);
+  }
+  ASSERT_EQ(std::future_status::ready, stopped.wait_for(0s)) << "Stop did not return";
 }
 
 }  // namespace

@@ -107,12 +107,14 @@ t0=$(date +%s.%N)
 measure "$data/readers-loaded.txt"
 id1=$(max_id "$root")
 t1=$(date +%s.%N)
+mark=$(sqlite3 -readonly "$root/$store.search-index" "SELECT mark FROM state" 2>/dev/null || echo 0)
 stop_all
 
 echo "== readers while quor-logd writes: 1,000,000 system rows, quor-webapi serve, ms per call"
 awk -v a="$t0" -v b="$t1" -v n=$((id1 - id0)) -v r="$rate" 'BEGIN {
   printf "   quor-logd wrote %.0f rows/s during the loaded calls (paced sender: %d/s)\n", n / (b - a), r
 }'
+echo "   the search index was $((id1 - ${mark:-0})) rows behind the store at the end"
 echo "   retention: ${READERS_RETENTION:-on} (system_max_rows $([ "${READERS_RETENTION:-on}" = off ] && echo 0 || echo 1000000))"
 printf "%-32s %9s %9s %9s %7s %9s %7s\n" "call ($rounds each)" "quiet" "writing" "slowest" "ratio" \
   "goal" "errors"

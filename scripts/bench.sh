@@ -372,6 +372,61 @@ CONF
     "SELECT 'quor-logd: ' || msg FROM logs WHERE msg LIKE 'syslog receiver%'"
 }
 
+# Instructions per message (callgrind, user space, noise-free), SYSLOG_CG_COUNT lines (default
+# 200,000) over TCP: quor-logd into the store (the receiver's thread and the writer's apart)
+# beside rsyslogd into a file.
+section_syslog_callgrind() {
+  echo "== syslog receiver: instructions per message under callgrind, vs rsyslogd (same stream)"
+  local load="$build/bin/syslog_load" dir="$data/syslog-callgrind" n=${SYSLOG_CG_COUNT:-200000}
+  local port=$((40000 + $$ % 20000)) pid
+  rm -rf "$dir" && mkdir -p "$dir/root/var/log/quorlog" "$dir/root/etc" "$dir/work"
+  listening() {
+    for _ in $(seq 300); do
+      (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null && return
+      sleep 0.2
+    done
+  }
+  valgrind --tool=callgrind --callgrind-out-file="$dir/logd.cg" "$build/bin/quor-logd" \
+    --root "$dir/root" --tcp "127.0.0.1:$port" 2>/dev/null &
+  pid=$!
+  listening "$port"
+  "$load" tcp "$port" "$n" >/dev/null
+  for _ in $(seq 2400); do
+    [ "$(sqlite3 -readonly "$dir/root/var/log/quorlog/.QUORSYSDB" \
+      "SELECT count(*) FROM logs WHERE msg LIKE '% seq=%'" 2>/dev/null || echo 0)" -ge "$n" ] && break
+    sleep 0.25
+  done
+  kill "$pid" && wait "$pid" || true
+  cat >"$dir/rsyslog.conf" <<CONF
+global(workDirectory="$dir/work")
+module(load="imtcp")
+input(type="imtcp" address="127.0.0.1" port="$((port + 1))")
+*.* action(type="omfile" file="$dir/rsyslog.out")
+CONF
+  valgrind --tool=callgrind --callgrind-out-file="$dir/rsyslog.cg" rsyslogd -n \
+    -f "$dir/rsyslog.conf" -i "$dir/rsyslog.pid" 2>/dev/null &
+  pid=$!
+  listening $((port + 1))
+  "$load" tcp $((port + 1)) "$n" >/dev/null
+  "$load" lines "$dir/rsyslog.out" "$n" 600 >/dev/null || true
+  kill "$pid" && wait "$pid" || true
+  # Inclusive counts of the two threads' entry points.
+  local total writer recv rs
+  total=$(awk '/^totals:/ { print $2 }' "$dir/logd.cg")
+  writer=$(callgrind_annotate --inclusive=yes "$dir/logd.cg" 2>/dev/null |
+    awk '/logd::Writer::Run\(\)/ && !done { gsub(",", "", $1); print $1; done = 1 }')
+  recv=$(callgrind_annotate --inclusive=yes "$dir/logd.cg" 2>/dev/null |
+    awk '/^ *[0-9,]+ .*scheduler::run\(/ && !done { gsub(",", "", $1); print $1; done = 1 }')
+  rs=$(awk '/^totals:/ { print $2 }' "$dir/rsyslog.cg")
+  printf "%-44s %14s %12s %10s\n" "run ($n lines, one TCP connection)" "instructions" "per message" "ratio"
+  awk -v n="$n" -v t="$total" -v w="$writer" -v r="$recv" -v s="$rs" 'BEGIN {
+    printf "%-44s %14.0f %12.0f %9s\n", "rsyslogd, into a file (whole process)", s, s / n, "1.00x"
+    printf "%-44s %14.0f %12.0f %8.2fx\n", "quor-logd, into the store (whole process)", t, t / n, t / s
+    printf "%-44s %14.0f %12.0f %8.2fx\n", "  of which the receiver thread", r, r / n, r / s
+    printf "%-44s %14.0f %12.0f %8.2fx\n", "  of which the writer thread", w, w / n, w / s
+  }'
+}
+
 # The page's list and search query on 1,000,000 rows through the server, quiet and while
 # quor-logd writes 50,000 rows/s into the same store. Goal: each within 2x quiet + 50 ms, no error.
 section_readers() {
@@ -379,7 +434,7 @@ section_readers() {
 }
 
 sections=(section_export section_sources section_search section_small_list section_server
-  section_index section_logd section_syslog section_readers)
+  section_index section_logd section_syslog section_syslog_callgrind section_readers)
 # scripts/bench.sh BUILD [SECTION...] runs only the sections named (for example syslog).
 if [ $# -gt 1 ]; then
   sections=()

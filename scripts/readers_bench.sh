@@ -69,26 +69,32 @@ measure() {
   done
 }
 
-# The 1,000,000-row root, laid out once, with its search index made complete by the server's
-# background indexer (a search starts it).
-if [ ! -f "$template/$store.search-index" ]; then
-  echo "   (laying out $template and its search index, about a minute)"
-  rm -rf "$template"
-  "$bin/quor-logdemo" --root "$template" --rows 1000000 >/dev/null
-  serve "$template"
+# Waits until the search index of root's system log covers every row (the server's background
+# indexer, which a search starts, catches it up).
+index_complete() {
+  local want mark
   call "${calls[2]}" >/dev/null
-  want=$(max_id "$template")
-  for _ in $(seq 600); do
-    mark=$(sqlite3 -readonly "$template/$store.search-index" "SELECT mark FROM state" 2>/dev/null || echo 0)
-    [ "${mark:-0}" -ge "$want" ] && break
+  want=$(max_id "$1")
+  for _ in $(seq 1200); do
+    mark=$(sqlite3 -readonly "$1/$store.search-index" "SELECT mark FROM state" 2>/dev/null || echo 0)
+    [ "${mark:-0}" -ge "$want" ] && return
     sleep 0.5
   done
-  stop_all
+}
+
+# The 1,000,000-row root, laid out once. Each run works on a copy, whose index is made anew
+# (the index knows its store's file: a copy is another store).
+if [ ! -f "$template/$store" ]; then
+  echo "   (laying out $template, about 10 s)"
+  rm -rf "$template"
+  "$bin/quor-logdemo" --root "$template" --rows 1000000 >/dev/null
 fi
 
 rm -rf "$root"
 cp -a "$template" "$root"
+rm -f "$root/$store.search-index"*
 serve "$root"
+index_complete "$root"
 measure "$data/readers-warm.txt"  # fills the page cache and the workers' statements
 measure "$data/readers-quiet.txt"
 

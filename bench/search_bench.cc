@@ -127,6 +127,29 @@ void SearchFollow(benchmark::State& s) {
 }
 void BareFollow(benchmark::State& s) { RunBare(s, {"SELECT max(id) FROM logs"}); }
 
+// A user left out (a tenth of the rows), a first search: the page and every level's count.
+void SearchExcludeUser(benchmark::State& s) {
+  Json::Value params = Params({});
+  params["exclude"]["who"].append("admin");
+  RunSearch(s, QueryMethod, params, true);
+}
+void BareExcludeUser(benchmark::State& s) {
+  RunBare(s, {"SELECT * FROM logs WHERE username IS NOT 'admin' ORDER BY time DESC LIMIT 50",
+              "SELECT level, count(*) FROM logs WHERE username IS NOT 'admin' GROUP BY level"});
+}
+// Live mode's count of the new rows of a load (the last 100 ids), beside the count by id.
+void SearchNewRows(benchmark::State& s) {
+  Json::Value params = Params({{"logtype", "system"}, {"level", "err"}});
+  params["after"]["system"] = 999900;
+  params["through"]["system"] = 1000000;
+  params["limit"] = 1;
+  RunSearch(s, QueryMethod, params, true);
+}
+void BareNewRows(benchmark::State& s) {
+  RunBare(s, {"SELECT level, count(*) FROM logs WHERE id > 999900 AND id <= 1000000 "
+              "GROUP BY level"});
+}
+
 }  // namespace
 
 #define SEARCH_BENCHMARK(name) \
@@ -144,6 +167,10 @@ SEARCH_BENCHMARK(SearchContext)
 BARE_BENCHMARK(BareContext)
 SEARCH_BENCHMARK(SearchFollow)
 BARE_BENCHMARK(BareFollow)
+SEARCH_BENCHMARK(SearchExcludeUser)
+BARE_BENCHMARK(BareExcludeUser)
+SEARCH_BENCHMARK(SearchNewRows)
+BARE_BENCHMARK(BareNewRows)
 #define SORT_BENCHMARKS(name)             \
   SEARCH_BENCHMARK(SearchSort##name)      \
   SEARCH_BENCHMARK(SearchSortFresh##name) \

@@ -117,6 +117,8 @@ SearchSortFreshUserAsc BareSortCountedUserAsc by user, ascending, first
 SearchSortFreshMessageDesc BareSortCountedMessageDesc by message, descending, first
 SearchContext BareContext show in context, 10 each side
 SearchFollow BareFollow live mode's poll (newest id)
+SearchExcludeUser BareExcludeUser a user left out, first
+SearchNewRows BareNewRows live mode's count of 100 new rows
 CASES
 }
 

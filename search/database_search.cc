@@ -1,6 +1,6 @@
 // Searches over the log databases: the system class and the transfer class merged over their
 // databases, and the disk log. The filters are built from fixed fragments; user values enter
-// only through the platform's keyword condition or as numbers.
+// only through the platform's keyword condition, as numbers, or as texts the platform escaped.
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -23,13 +23,35 @@ std::string SortExpression(const LogClassInfo& info, const std::string& key) {
   return column != nullptr && column->sortBy != nullptr ? column->sortBy : "time";
 }
 
-// The WHERE clause of every arm: terms and time range (the level filter applies outside).
+// The condition of ids against a row id of each store ("" when none was given). Every arm
+// names its store in orginalLogType, so the bound is one constant in each, and the store is
+// read by its row id range.
+std::string IdBound(const char* test, const StoreIds& ids, const std::string& otherwise) {
+  if (!ids.given) return std::string();
+  std::string bound = test + std::string("CASE orginalLogType");
+  for (const auto& id : ids.ids)
+    bound += " WHEN '" + id.first + "' THEN " + std::to_string(id.second);
+  return bound + " ELSE " + otherwise + " END";
+}
+
+// The WHERE clause of every arm: terms, users left out and time range (the level filter
+// applies outside). A row without a user is not one of the users left out. "" when a text
+// could not be escaped.
 std::string ArmFilter(const SearchRequest& search, const LogClassInfo& info) {
   std::string filter = " WHERE 1=1";
   if (search.logClass == LogClass::kDisk) filter += " AND SHOW = 1";
   for (const std::string& term : search.terms) filter += " AND " + info.termCondition(info, term);
+  for (const Exclusion& exclusion : search.excluded) {
+    for (const std::string& value : exclusion.values) {
+      std::string text = EscapeSqlString(value);
+      if (text.empty() && !value.empty()) return std::string();
+      filter += " AND " + exclusion.column + " IS NOT '" + text + "'";
+    }
+  }
   if (search.hasFrom) filter += " AND time >= " + std::to_string(search.from);
   if (search.hasTo) filter += " AND time <= " + std::to_string(search.to);
+  filter += IdBound(" AND id > ", search.after, "0");
+  filter += IdBound(" AND id <= ", search.through, std::to_string(INT64_MAX));
   return filter;
 }
 
@@ -54,10 +76,12 @@ class SearchScope {
               const std::string& sidecar = std::string())
       : search_(search),
         info_(ClassInfo(search.logClass)),
-        merged_(ArmFilter(search, info_) + candidates),
+        filter_(ArmFilter(search, info_)),
+        merged_(filter_ + candidates),
         sidecar_(candidates.empty() ? std::string() : sidecar) {}
 
   bool Open(SearchFailure* failure, bool* empty) {
+    if (filter_.empty()) return Fail("memory allocation failed", failure);
     PSLIBSZLIST split = SLIBCSzListAlloc(8);
     SzList types(split);
     if (types == nullptr) return Fail("memory allocation failed", failure);
@@ -121,6 +145,7 @@ class SearchScope {
 
   const SearchRequest& search_;
   const LogClassInfo& info_;
+  std::string filter_;
   MergedSelect merged_;
   StoreStamp stamp_;
   std::string sidecar_;
@@ -143,9 +168,10 @@ void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* 
 
 bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFailure* failure) {
   // The stores' indexes count without reading rows and narrow terms to candidate rows; where
-  // one cannot answer now, the search scans.
+  // one cannot answer now, the search scans. Rows between two row ids are read by id, which no
+  // index narrows further.
   SearchIndexes indexes;
-  bool indexed = indexes.Open(search);
+  bool indexed = !search.after.given && indexes.Open(search);
   SearchScope scope(search, indexed ? indexes.CandidateFilter(search) : std::string(),
                     indexes.sidecar());
   bool empty = false;

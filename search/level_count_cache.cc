@@ -57,6 +57,15 @@ std::string KeyOf(const SearchRequest& search, const StoreStamp& stores) {
   key += "\n" + (search.hasTo ? std::to_string(search.to) : std::string("-"));
   for (const std::string& term : search.terms)
     key += "\n" + std::to_string(term.size()) + ":" + term;
+  for (const Exclusion& exclusion : search.excluded) {
+    key += "\n-" + exclusion.key;
+    for (const std::string& value : exclusion.values)
+      key += " " + std::to_string(value.size()) + ":" + value;
+  }
+  for (const StoreIds* ids : {&search.after, &search.through}) {
+    key += ids->given ? "\n<" : "\n";
+    for (const auto& id : ids->ids) key += " " + id.first + ":" + std::to_string(id.second);
+  }
   return key + "\n" + stores.text();
 }
 

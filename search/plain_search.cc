@@ -30,6 +30,12 @@ bool Matches(const SearchRequest& search, const std::vector<std::string>& terms,
       return false;
     }
   }
+  for (const Exclusion& exclusion : search.excluded) {
+    const std::string& user = line.record[exclusion.key].asString();
+    for (const std::string& value : exclusion.values) {
+      if (user == value) return false;
+    }
+  }
   if (search.hasFrom && line.seconds < search.from) return false;
   if (search.hasTo && line.seconds > search.to) return false;
   return true;

@@ -63,7 +63,7 @@ bool SearchIndexes::Count(const BucketQuery& query, std::vector<BucketCounts>* c
 }
 
 bool SearchIndexes::CountLevels(const SearchRequest& search, int64_t levels[4]) {
-  if (!search.terms.empty()) return false;
+  if (search.FiltersRows()) return false;
   BucketQuery query;
   query.hasFrom = search.hasFrom;
   query.hasTo = search.hasTo;
@@ -80,7 +80,7 @@ bool SearchIndexes::CountLevels(const SearchRequest& search, int64_t levels[4]) 
 
 bool SearchIndexes::FillHistogram(const SearchRequest& search, Histogram* histogram,
                                   SearchFailure* failure) {
-  if (!search.terms.empty()) return false;
+  if (search.FiltersRows()) return false;
   int64_t from = search.from, to = search.to;
   bool bounded = search.hasFrom && search.hasTo;
   bool any = bounded && SpanFits(from, to);

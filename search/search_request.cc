@@ -2,6 +2,9 @@
 #include "search/search_request.h"
 
 #include <string.h>
+#include <strings.h>
+
+#include <algorithm>
 
 #include "catalogue/log_levels.h"
 #include "catalogue/log_types.h"
@@ -84,6 +87,66 @@ bool ReadLevels(const std::string& text, SearchRequest* search) {
   return true;
 }
 
+// Reads "exclude" ({"<key>": ["<text>", ...], ...}): "type" when it is not an object of lists
+// of texts, "condition" for a key that names no user or log of the class, a text with a NUL
+// character or more than kMaxExcluded texts in all.
+const char* ReadExclusions(const Json::Value& value, SearchRequest* search) {
+  const int kMaxExcluded = 100;
+  if (!value.isObject()) return "type";
+  const LogClassInfo& info = ClassInfo(search->logClass);
+  int count = 0;
+  for (const std::string& key : value.getMemberNames()) {
+    const Json::Value& list = value[key];
+    if (!list.isArray()) return "type";
+    Exclusion exclusion;
+    for (const Json::Value& item : list) {
+      if (!item.isString()) return "type";
+      std::string text = item.asString();
+      if (text.find('\0') != std::string::npos || ++count > kMaxExcluded) return "condition";
+      exclusion.values.push_back(text);
+    }
+    const LogColumn* column = FindColumn(info, key);
+    bool user = key == "who" || key == "username";
+    if (column == nullptr || column->column == nullptr || (!user && key != "orginalLogType")) {
+      return "condition";
+    }
+    if (user) {
+      exclusion.key = key;
+      exclusion.column = column->column;
+      if (!exclusion.values.empty()) search->excluded.push_back(std::move(exclusion));
+      continue;
+    }
+    // A log left out is not read at all.
+    auto& types = search->types;
+    for (const std::string& log : exclusion.values) {
+      types.erase(std::remove_if(types.begin(), types.end(),
+                                 [&](const std::string& type) {
+                                   return strcasecmp(type.c_str(), log.c_str()) == 0;
+                                 }),
+                  types.end());
+    }
+  }
+  return nullptr;
+}
+
+// Reads row ids ({"<type>": row id >= 0, ...}) into *ids; a type the request does not read is
+// ignored.
+const char* ReadStoreIds(const Json::Value& value, const SearchRequest& search, StoreIds* ids) {
+  if (!value.isObject()) return "type";
+  if (search.logClass == LogClass::kPlain) return "condition";
+  for (const std::string& key : value.getMemberNames()) {
+    if (!value[key].isInt64()) return "type";
+    if (value[key].asInt64() < 0) return "condition";
+    for (const std::string& type : search.types) {
+      if (strcasecmp(type.c_str(), key.c_str()) == 0) {
+        ids->ids.emplace_back(type, value[key].asInt64());
+      }
+    }
+  }
+  ids->given = true;
+  return nullptr;
+}
+
 }  // namespace
 
 std::vector<std::string> SplitTerms(const std::string& q) {
@@ -147,6 +210,17 @@ bool ReadSearchRequest(const QUOR::APIRequest& request, SearchRequest* search, s
   if (!Sortable(sort, ClassInfo(search->logClass))) return refuse("sort", "condition");
   search->sort = sort;
   search->terms = SplitTerms(q);
+  if (request.HasParam("exclude")) {
+    const char* why = ReadExclusions(request.GetParam("exclude", Json::Value()), search);
+    if (why != nullptr) return refuse("exclude", why);
+  }
+  for (auto bound :
+       {std::make_pair("after", &search->after), std::make_pair("through", &search->through)}) {
+    if (!request.HasParam(bound.first)) continue;
+    const char* why =
+        ReadStoreIds(request.GetParam(bound.first, Json::Value()), *search, bound.second);
+    if (why != nullptr) return refuse(bound.first, why);
+  }
   // Transfer logs have no levels: a level filter selects nothing away.
   if (search->logClass == LogClass::kTransfer) {
     for (int i = 1; i <= 3; ++i) search->levels[i] = true;

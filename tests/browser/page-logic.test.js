@@ -19,6 +19,8 @@ test('the address holds the view and falls back to defaults for what it cannot u
     from: '2026-11-01T08:30',
     to: '2026-11-20T17:45:10',
     keyword: 'Büro, "Akten" & more',
+    hideUsers: ['ann', 'Bob & Co'],
+    hideLogs: [],
     sort: 'who',
     order: 'asc',
     page: 3,
@@ -33,9 +35,12 @@ test('the address holds the view and falls back to defaults for what it cannot u
   // Unknown logs, sorts the log cannot use, bad times, orders, pages and sizes.
   const odd = ParseState(
       '#log=nosuch&sort=ip&order=up&from=2026-13&to=2026-11-01T9:00&range=1y&page=-2&size=7&' +
-      'level=err,bogus');
+      'level=err,bogus&hide-user=&hide-log=smbxfer');
   assert.deepEqual(odd, {...DefaultState(), levels: ['err']});
   assert.equal(ParseState('#log=filexfer&sort=ip').sort, 'ip');
+  // Logs left out only of the group shown, each once.
+  assert.deepEqual(ParseState('#log=filexfer&hide-log=smbxfer&hide-log=smbxfer&hide-log=disk')
+                       .hideLogs, ['smbxfer']);
   // An empty level list stays empty: the page shows nothing rather than all.
   assert.deepEqual(ParseState('#log=disk&level=').levels, []);
 });

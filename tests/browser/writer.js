@@ -42,13 +42,16 @@ export class StoreWriter {
                     `coalesce(max(time), 0) + 1, '${level}', 'writer', '${msg}' FROM logs;`);
   }
 
-  // Holds the store's write lock (`mode` IMMEDIATE lets readers in, EXCLUSIVE
-  // shuts them out once a row is written) for `ms`, writing `msg` inside.
+  // Takes the store's write lock (`mode` IMMEDIATE lets readers in, EXCLUSIVE
+  // shuts them out once a row is written, in a store with a rollback journal),
+  // writing `msg` inside; resolves once the lock is held, with `released`, a
+  // promise of its end `ms` later.
   async Hold(ms, mode, msg) {
     await this.Run(`BEGIN ${mode};`);
     if (msg) await this.Append(msg);
-    await new Promise((resolve) => setTimeout(resolve, ms));
-    await this.Run('COMMIT;');
+    const released = new Promise((resolve) => setTimeout(resolve, ms))
+        .then(() => this.Run('COMMIT;'));
+    return {released};
   }
 
   async Close() {

@@ -49,12 +49,14 @@ function StoreToken(token) {
 
 // Method parameters travel as form fields that the server decodes as JSON
 // when they parse as JSON: texts are therefore sent JSON-quoted (a keyword
-// "42" must stay a text), numbers as they are.
+// "42" must stay a text), numbers and objects as they are.
 function MethodFields(api, version, method, params) {
   const fields = [['api', api], ['version', String(version)], ['method', method]];
   for (const [name, value] of Object.entries(params)) {
     if (value === undefined || value === null) continue;
-    fields.push([name, typeof value === 'number' ? String(value) : JSON.stringify(String(value))]);
+    const json = typeof value === 'number' || typeof value === 'object';
+    fields.push([name, typeof value === 'number' ? String(value) :
+                       JSON.stringify(json ? value : String(value))]);
   }
   return fields;
 }

@@ -8,12 +8,12 @@
 // key of its heading, `sort` the search API's sort key for this column
 // (absent when it cannot sort by it), `kind` a rendering rule for cells that
 // are not plain text, `search` true for the fields the search text is found in
-// (they are highlighted).
+// (they are highlighted), `user` true for the column of the entry's user.
 const GENERAL = [
   {key: 'level', label: 'col.level', sort: 'level', kind: 'level'},
   {key: 'logtype', label: 'col.log', sort: 'orginalLogType', kind: 'log'},
   {key: 'time', label: 'col.time', sort: 'time', kind: 'time'},
-  {key: 'who', label: 'col.user', sort: 'who', search: true},
+  {key: 'who', label: 'col.user', sort: 'who', search: true, user: true},
   {key: 'descr', label: 'col.event', sort: 'descr', kind: 'message', search: true},
 ];
 
@@ -21,7 +21,7 @@ const TRANSFER = [
   {key: 'logtype', label: 'col.log', sort: 'orginalLogType', kind: 'log'},
   {key: 'time', label: 'col.time', sort: 'time', kind: 'time'},
   {key: 'ip', label: 'col.ip', sort: 'ip'},
-  {key: 'username', label: 'col.user', sort: 'username', search: true},
+  {key: 'username', label: 'col.user', sort: 'username', search: true, user: true},
   {key: 'cmd', label: 'col.action', sort: 'cmd'},
   {key: 'isdir', label: 'col.fileFolder', sort: 'isdir', kind: 'isdir'},
   {key: 'filesize', label: 'col.size', sort: 'filesize', kind: 'size'},
@@ -99,6 +99,12 @@ export function ClassOf(log) {
 // The log types a clear of `log` empties, for naming them to the user.
 export function MembersOf(log) {
   return log.members || [log.name];
+}
+
+// The record key of the entry's user in `log`, or "" when its entries have
+// none.
+export function UserKey(log) {
+  return ClassOf(log).columns.find((column) => column.user)?.key || '';
 }
 
 // True when `sort` is a key the server accepts for this log.

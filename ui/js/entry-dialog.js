@@ -4,12 +4,12 @@
 // link that reopens it (the view narrowed to the entry's second, with the
 // entry named in the address).
 
-import {ClassOf, FindLog, MembersOf} from './catalogue.js';
+import {ClassOf, FindLog, MembersOf, UserKey} from './catalogue.js';
 import {byId} from './dom.js';
 import {CurrentLanguage, T} from './i18n.js';
 import {LevelOfRecord, LogName} from './log-table.js';
 import {FormatRecordTime} from './time-text.js';
-import {SearchTerms, WithLog} from './view-state.js';
+import {MAX_HIDDEN, SearchTerms, WithLog} from './view-state.js';
 
 // The fields of a record in the order its layout shows them, then any other
 // key it carries (the row id), each as [label, text].
@@ -28,8 +28,8 @@ export function EntryFields(log, record) {
 }
 
 // The filter for / filter out choices of a record's fields: a level alone or
-// without it, a user's name as a search phrase, and in a group view the
-// record's own log.
+// without it, a user's name as a search phrase or left out, and in a group
+// view the record's own log alone or left out (while another stays shown).
 export function ValueFilters(log, state, record) {
   const filters = {};
   const reset = {page: 1, entry: ''};
@@ -40,16 +40,27 @@ export function ValueFilters(log, state, record) {
       out: {...reset, levels: state.levels.filter((name) => name !== level)},
     };
   }
-  for (const key of ['who', 'username']) {
-    const user = record[key];
-    if (!user || /"/.test(user)) continue;
-    const phrase = /\s/.test(user) ? `"${user}"` : user;
-    const keyword = SearchTerms(state.keyword).includes(user) ? state.keyword :
-        [state.keyword, phrase].filter(Boolean).join(' ');
-    filters[key] = {for: {...reset, keyword}};
+  const key = UserKey(log);
+  const user = record[key];
+  if (user) {
+    filters[key] = {};
+    // A name with a quote cannot be a search phrase.
+    if (!/"/.test(user)) {
+      const phrase = /\s/.test(user) ? `"${user}"` : user;
+      const keyword = SearchTerms(state.keyword).includes(user) ? state.keyword :
+          [state.keyword, phrase].filter(Boolean).join(' ');
+      filters[key].for = {...reset, keyword};
+    }
+    if (state.hideUsers.length < MAX_HIDDEN) {
+      filters[key].out = {...reset, hideUsers: [...state.hideUsers, user]};
+    }
   }
-  if (record.orginalLogType && MembersOf(log).length > 1 && FindLog(record.orginalLogType)) {
-    filters.logtype = {for: WithLog(state, record.orginalLogType)};
+  const own = record.orginalLogType;
+  const members = MembersOf(log);
+  if (own && members.length > 1 && FindLog(own)) {
+    const shown = members.filter((name) => name !== own && !state.hideLogs.includes(name));
+    filters.logtype = {for: WithLog(state, own)};
+    if (shown.length > 0) filters.logtype.out = {...reset, hideLogs: [...state.hideLogs, own]};
   }
   return filters;
 }

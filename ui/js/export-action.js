@@ -6,9 +6,11 @@ import * as api from './api.js';
 import {ClassOf, MembersOf} from './catalogue.js';
 
 // The first module's export parameters for the view's filters (`filters`:
-// {levels, keyword, from, to} with times in epoch seconds, 0 for none).
+// {levels, keyword, hideLogs, from, to} with times in epoch seconds, 0 for
+// none); the logs left out are not named.
 export function ExportParams(log, filters) {
-  const params = {logtype: MembersOf(log).join(',')};
+  const hidden = filters.hideLogs || [];
+  const params = {logtype: MembersOf(log).filter((name) => !hidden.includes(name)).join(',')};
   if (ClassOf(log).levels) params.level = filters.levels.join(',');
   if (filters.keyword) params.keyword = filters.keyword;
   if (filters.from) params.date_from = filters.from;

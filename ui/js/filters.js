@@ -1,11 +1,11 @@
 // The filter form: level check boxes with the whole log's counts beside them,
-// the time range (typed in the page's language, picked, or a quick range) and
-// the search text. It reports each change as a partial state to the view;
+// the time range (typed in the page's language, picked, or a quick range),
+// the search text, and the users and logs left out as removable chips. It reports each change as a partial state to the view;
 // typing in the search box is reported after a short pause so that a search
 // does not start at every key, and a time field is read only on Enter or
 // when it is left. A field the user is editing is never rewritten under them.
 
-import {ClassOf, LEVELS} from './catalogue.js';
+import {ClassOf, LEVELS, UserKey} from './catalogue.js';
 import {byId} from './dom.js';
 import {CurrentLanguage, FormatNumber, T} from './i18n.js';
 import {Icon} from './icons.js';
@@ -13,6 +13,11 @@ import {DayPicker} from './time-picker.js';
 import {FormatTimeText, ParseTimeText} from './time-text.js';
 
 const KEYWORD_PAUSE_MS = 350;
+
+// True when the view leaves out users, which an export would hold.
+export function ExportLeavesOut(state, log) {
+  return Boolean(UserKey(log)) && state.hideUsers.length > 0;
+}
 
 export class Filters {
   // `onChange(partial, {typing})` receives the changed part of the state;
@@ -83,6 +88,8 @@ export class Filters {
         from: '',
         to: '',
         keyword: '',
+        hideUsers: [],
+        hideLogs: [],
         page: 1,
         entry: '',
       });
@@ -184,10 +191,53 @@ export class Filters {
     }
     this.shownKeyword = state.keyword;
     if (document.activeElement !== this.keyword) this.keyword.value = state.keyword;
+    const hidden = this.ShowHidden(state, log);
     // A folded form says on its button that filters are set.
-    const set = state.keyword || state.range || state.from || state.to ||
+    const set = state.keyword || state.range || state.from || state.to || hidden ||
         (ClassOf(log).levels && state.levels.length < LEVELS.length);
     byId('filters-toggle').classList.toggle('active', Boolean(set));
+  }
+
+  // The users (where the log has users) and logs left out, each a chip that
+  // shows them again; the number of chips. A removed chip hands the focus on
+  // to its neighbour, or to the search box when none is left.
+  ShowHidden(state, log) {
+    const chips = [];
+    const Chip = (kind, value, name, partial) => {
+      const chip = document.createElement('button');
+      chip.type = 'button';
+      chip.className = 'chip';
+      chip.dataset.key = kind + ':' + value;
+      chip.textContent = T('chips.' + kind, {value: name});
+      chip.title = T('chips.remove', {value: name});
+      chip.append(Icon('close'));
+      chip.addEventListener('click', () => {
+        const next = chip.nextElementSibling || chip.previousElementSibling;
+        this.refocus = next ? next.dataset.key : 'keyword';
+        this.onChange({...partial, page: 1, entry: ''});
+      });
+      chips.push(chip);
+    };
+    if (UserKey(log)) {
+      for (const user of state.hideUsers) {
+        Chip('user', user, user, {hideUsers: state.hideUsers.filter((other) => other !== user)});
+      }
+    }
+    for (const name of state.hideLogs) {
+      Chip('log', name, T('log.' + name),
+           {hideLogs: state.hideLogs.filter((other) => other !== name)});
+    }
+    const list = byId('hidden-values');
+    list.replaceChildren(...chips);
+    byId('hidden-filter').hidden = chips.length === 0;
+    // The export is the first module's, which cannot leave users out.
+    byId('export-note').hidden = !ExportLeavesOut(state, log);
+    if (this.refocus) {
+      const key = this.refocus;
+      this.refocus = '';
+      (chips.find((chip) => chip.dataset.key === key) || this.keyword).focus();
+    }
+    return chips.length;
   }
 
   // The whole log's per-level counts beside the boxes; none when unknown.

@@ -45,6 +45,7 @@ const SHAPES = {
   download: [['path', {d: 'M8 2v8m-3.5-3.5L8 10l3.5-3.5M3 13.5h10', class: 'icon-stroke'}]],
   calendar: [['path', {d: 'M2.5 3.5h11v10h-11Zm0 3h11M5.5 2v3m5-3v3', class: 'icon-stroke'}]],
   menu: [['path', {d: 'M2.5 4h11m-11 4h11m-11 4h11', class: 'icon-stroke'}]],
+  close: [['path', {d: 'M4.5 4.5l7 7m0-7-7 7', class: 'icon-stroke'}]],
   trash: [['path', {d: 'M3 4.5h10M6.5 4.5V3h3v1.5m-5 0 .7 9h5.6l.7-9', class: 'icon-stroke'}]],
 };
 

@@ -5,7 +5,10 @@
 // reads them again; when a newest id moved (a store grew, or was replaced and
 // starts again lower), the page is loaded again and the rows past the old
 // marks are marked as new. A row written at any moment is past the marks of
-// exactly one load, so it is marked once and never skipped. An oldest id that
+// exactly one load, so it is marked once and never skipped; one that sorts
+// off the page shown is counted instead (the search module counts the rows
+// between the two loads' marks), and "show newest" brings it up marked. An
+// oldest id that
 // moved (a clear, retention) loads the page again too, so that removed rows
 // do not stay shown. Plain-text logs have no row ids: each poll loads their
 // window again and marks the lines the table did not show.
@@ -35,16 +38,31 @@ function Moved(shown, now) {
   return !shown || !now || !SameIds(shown.newest, now.newest) || !SameIds(shown.oldest, now.oldest);
 }
 
+// The newest id of `store` that the load which read `old` had seen; `now`
+// are the marks of a later load. A store replaced since (its newest id went
+// down) counts from its start.
+function SeenOf(store, old, now) {
+  const mark = old.newest.get(store) ?? 0;
+  return (now.newest.get(store) ?? 0) < mark ? 0 : mark;
+}
+
 // The rows of `records` written after the load that read `old`; `now` are the
-// marks read for the load that brought `records`. A store replaced since (its
-// newest id went down) counts from its start.
+// marks read for the load that brought `records`.
 export function RowsPast(records, storeOf, old, now) {
-  return records.filter((record) => {
-    const store = storeOf(record);
-    let mark = old.newest.get(store) ?? 0;
-    if ((now.newest.get(store) ?? 0) < mark) mark = 0;
-    return Number(record.id) > mark;
-  });
+  return records.filter((record) => Number(record.id) > SeenOf(storeOf(record), old, now));
+}
+
+// The search module's `after` and `through` for the rows written between the
+// load that read `old` and the load with marks `now` raised to `covering`:
+// that load's read saw every one of them.
+export function NewRowsWindow(old, now, covering) {
+  const after = {};
+  const through = {};
+  for (const [store, id] of covering.newest) {
+    after[store] = SeenOf(store, old, now);
+    through[store] = id;
+  }
+  return {after, through};
 }
 
 // The marks of a load: `marks` (read before the page) with each newest id

@@ -4,18 +4,18 @@
 // (export-action.js) live in files of their own.
 
 import * as api from './api.js';
-import {ClassOf, FindLog, LEVELS, MembersOf} from './catalogue.js';
+import {ClassOf, FindLog, LEVELS, MembersOf, UserKey} from './catalogue.js';
 import {ClearLog} from './clear-action.js';
 import {ContextDialog} from './context-dialog.js';
 import {DescribeZone, EpochToWall, RecordTimeToWall} from './dates.js';
 import {byId} from './dom.js';
 import {ShowEntry, ValueFilters} from './entry-dialog.js';
 import {Export} from './export-action.js';
-import {Filters} from './filters.js';
+import {ExportLeavesOut, Filters} from './filters.js';
 import {CurrentLanguage, FormatNumber, OnLanguageChange, T} from './i18n.js';
 import {Icon} from './icons.js';
 import {BuildNav, UpdateNav} from './log-nav.js';
-import {LiveMode, MarksCovering, ReadMarks, RowsPast} from './live-follow.js';
+import {LiveMode, MarksCovering, NewRowsWindow, ReadMarks, RowsPast} from './live-follow.js';
 import {RenderTable} from './log-table.js';
 import {ErrorText} from './messages.js';
 import {PageCount, Pager} from './pager.js';
@@ -44,6 +44,10 @@ export class LogView {
     this.fresh = new Set();
     this.loading = null;
     this.marks = null;
+    // New rows that live mode found off the page shown, and the marks of the
+    // load before the first of them.
+    this.elsewhere = 0;
+    this.unseen = null;
     this.zone = '';
     this.waiting = new Waiting();
     this.live = new LiveMode(this, onAuthLost);
@@ -69,6 +73,7 @@ export class LogView {
     byId('export-html').addEventListener('click', () => this.Export('html'));
     byId('export-csv').prepend(Icon('download'));
     byId('export-csv').addEventListener('click', () => this.Export('csv'));
+    byId('show-newest').addEventListener('click', () => this.ShowNewest());
     byId('clear').prepend(Icon('trash'));
     byId('clear').addEventListener('click', () => {
       this.StartAction();
@@ -173,8 +178,10 @@ export class LogView {
     if (focused) this.table.tHead.querySelector(`button[data-sort="${focused}"]`)?.focus();
     this.filters.ShowCounts(ClassOf(log).levels && this.answer ? this.answer.levels : null);
     this.pager.Show(this.state, this.answer ? this.answer.total : null);
-    // An export without a level would hold every level.
-    byId('export-html').disabled = byId('export-csv').disabled = Boolean(this.noLevel);
+    // An export without a level would hold every level; one of a view that
+    // leaves users out would hold theirs.
+    byId('export-html').disabled = byId('export-csv').disabled =
+        Boolean(this.noLevel) || ExportLeavesOut(this.state, log);
     this.ShowStatus();
   }
 
@@ -198,6 +205,9 @@ export class LogView {
       }));
     }
     byId('status').textContent = parts.filter(Boolean).join(' ');
+    byId('live-elsewhere').hidden = !this.elsewhere;
+    byId('live-elsewhere-text').textContent =
+        T('live.elsewhere', {count: FormatNumber(this.elsewhere)});
     byId('partial-note').hidden = !(answer && answer.partial);
   }
 
@@ -280,7 +290,8 @@ export class LogView {
   // The view's filters in the page's own words, for every module's call.
   ViewFilters() {
     const {from, to} = this.Bounds();
-    return {levels: this.state.levels, keyword: this.state.keyword, from, to};
+    const {levels, keyword, hideLogs} = this.state;
+    return {levels, keyword, hideLogs, from, to};
   }
 
   // The search's filters for the current state, without order or paging.
@@ -291,6 +302,11 @@ export class LogView {
       params.level = state.levels.join(',');
     }
     if (state.keyword) params.q = state.keyword;
+    const exclude = {};
+    const user = UserKey(this.log);
+    if (user && state.hideUsers.length) exclude[user] = state.hideUsers;
+    if (state.hideLogs.length) exclude.orginalLogType = state.hideLogs;
+    if (Object.keys(exclude).length) params.exclude = exclude;
     const {from, to} = this.Bounds();
     if (from) params.from = from;
     if (to) params.to = to;
@@ -304,6 +320,8 @@ export class LogView {
     this.answer = null;
     this.histogram = null;
     this.marks = null;
+    this.elsewhere = 0;
+    this.unseen = null;
     this.timeline.Show(null);
   }
 
@@ -368,11 +386,11 @@ export class LogView {
         api.Search('histogram', {...filters, buckets: BUCKETS}, controller.signal),
       ]);
       if (controller !== this.loading) return;
-      this.loading = null;
       const pages = PageCount(answer.total, state.size);
       if (answer.total > 0 && state.page > pages) {
         // The log shrank under the view (a clear, a narrower filter in
         // another tab): show its last page instead of an empty one.
+        this.loading = null;
         history.replaceState(null, '', FormatState({...state, page: pages}));
         this.state = {...state, page: pages};
         this.ShowState();
@@ -381,16 +399,30 @@ export class LogView {
       }
       const records = Array.isArray(answer.items) ? answer.items : [];
       const storeOf = (record) => record.orginalLogType || state.log;
+      const covering = marks && MarksCovering(marks, records, storeOf);
       let fresh = [];
-      if (markNew && marks && this.marks) {
-        fresh = RowsPast(records, storeOf, this.marks, marks);
+      let elsewhere = 0;
+      const old = this.marks;
+      if (markNew && marks && old) {
+        fresh = RowsPast(records, storeOf, old, marks);
+        // The new rows that sort off this page are counted, not lost.
+        const past = await api.Search('query', {
+          ...filters, ...NewRowsWindow(old, marks, covering), limit: 1,
+        }, controller.signal);
+        if (controller !== this.loading) return;
+        elsewhere = Math.max(0, past.total - fresh.length);
       } else if (markNew && !marks) {
         const before = new Set(this.records.map((record) => this.KeyOf(record)));
         fresh = records.filter((record) => !before.has(this.KeyOf(record)));
       }
+      this.loading = null;
+      if (!markNew) this.elsewhere = 0;
+      if (this.elsewhere === 0 && elsewhere > 0) this.unseen = old;
+      this.elsewhere += elsewhere;
+      if (this.elsewhere === 0) this.unseen = null;
       this.answer = answer;
       this.records = records;
-      this.marks = marks && MarksCovering(marks, records, storeOf);
+      this.marks = covering;
       this.fresh = new Set(fresh.map((record) => this.KeyOf(record)));
       this.histogram = histogram;
       this.timeline.Show(histogram);
@@ -407,6 +439,21 @@ export class LogView {
       this.ShowAnswer();
       this.Fail(error);
     }
+  }
+
+  // The newest entries first, the new ones live mode counted off the page
+  // marked among them.
+  ShowNewest() {
+    const since = this.unseen;
+    const next = {...this.state, sort: 'time', order: 'desc', page: 1, entry: ''};
+    this.StartAction();
+    history.pushState(null, '', FormatState(next));
+    this.state = next;
+    this.elsewhere = 0;
+    this.unseen = null;
+    this.ShowState();
+    if (since) this.marks = since;
+    this.Load({markNew: Boolean(since)});
   }
 
   Fail(error) {

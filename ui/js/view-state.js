@@ -1,9 +1,9 @@
-// The view's state (log, filters, time range, sort, page, the entry open in
-// detail) and its form in the address's fragment, so that a reload or a
+// The view's state (log, filters, users and logs left out, time range, sort,
+// page, the entry open in detail) and its form in the address's fragment, so that a reload or a
 // shared link shows the same view. Only values that differ from the defaults
 // are written, keeping links short.
 
-import {DEFAULT_LOG, FindLog, IsSortable, LEVELS} from './catalogue.js';
+import {DEFAULT_LOG, FindLog, IsSortable, LEVELS, MembersOf} from './catalogue.js';
 import {WallToEpoch} from './dates.js';
 
 export const PAGE_SIZES = [25, 50, 100, 200];
@@ -18,6 +18,8 @@ const WALL_RE = /^\d{4}-\d{2}-\d{2}(T\d{2}:\d{2}(:\d{2})?)?$/;
 // "now", or an amount of seconds, minutes, hours, days or weeks ago.
 export const RELATIVE_RE = /^(now|-\d{1,6}[smhdw])$/;
 const UNIT_SECONDS = {s: 1, m: 60, h: 3600, d: 86400, w: 7 * 86400};
+// Users left out of one view at most (the search module takes 100 texts).
+export const MAX_HIDDEN = 50;
 
 export function DefaultState() {
   return {
@@ -27,6 +29,8 @@ export function DefaultState() {
     from: '',
     to: '',
     keyword: '',
+    hideUsers: [],
+    hideLogs: [],
     sort: DEFAULT_SORT,
     order: 'desc',
     page: 1,
@@ -56,6 +60,10 @@ export function ParseState(hash) {
     }
   }
   state.keyword = params.get('q') || '';
+  // Each value once; logs only of the group shown.
+  state.hideUsers = [...new Set(params.getAll('hide-user').filter(Boolean))].slice(0, MAX_HIDDEN);
+  const members = MembersOf(FindLog(state.log));
+  state.hideLogs = [...new Set(params.getAll('hide-log'))].filter((name) => members.includes(name));
   const sort = params.get('sort');
   if (sort && IsSortable(FindLog(state.log), sort)) state.sort = sort;
   if (params.get('order') === 'asc') state.order = 'asc';
@@ -78,6 +86,8 @@ export function FormatState(state) {
   if (state.from) params.set('from', state.from);
   if (state.to) params.set('to', state.to);
   if (state.keyword) params.set('q', state.keyword);
+  for (const user of state.hideUsers) params.append('hide-user', user);
+  for (const log of state.hideLogs) params.append('hide-log', log);
   if (state.sort !== defaults.sort) params.set('sort', state.sort);
   if (state.order !== defaults.order) params.set('order', state.order);
   if (state.page !== 1) params.set('page', String(state.page));
@@ -87,9 +97,11 @@ export function FormatState(state) {
 }
 
 // The state for showing another log: filters stay, the sort and page start
-// over because each log has its own sortable columns.
+// over because each log has its own sortable columns, and logs left out of a
+// group belong to that group.
 export function WithLog(state, name) {
-  return {...state, log: name, sort: DEFAULT_SORT, order: 'desc', page: 1, entry: ''};
+  return {...state, log: name, hideLogs: [], sort: DEFAULT_SORT, order: 'desc', page: 1,
+          entry: ''};
 }
 
 // The terms of a search text as the search API splits it: runs of non-blank

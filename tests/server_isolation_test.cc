@@ -205,7 +205,7 @@ TEST_F(ServerIsolation, ClientsThatNeverReadHoldNoWorker) {
       EXPECT_TRUE(client_->Auth("method=status")["data"]["logged_in"].asBool()) << i;
     }
     if (sendLimitMs == 500) {
-      for (auto& hog : hogs) EXPECT_TRUE(hog->ClosedWithin(5000));
+      for (auto& hog : hogs) EXPECT_TRUE(hog->ClosedWithin(20000));
     }
     for (auto& hog : hogs) shutdown(hog->fd(), SHUT_RDWR);
     for (auto& sender : senders) sender.join();

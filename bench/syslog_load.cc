@@ -1,16 +1,22 @@
 // Load for the syslog benchmarks (scripts/bench.sh, section syslog): sends numbered syslog
 // lines over TCP, TLS or UDP as fast as allowed, and waits for a file to reach a line count.
-//   syslog_load tcp PORT COUNT             COUNT lines over one TCP connection (LF framing)
+//   syslog_load tcp PORT COUNT [RATE]      COUNT lines over one TCP connection (LF framing),
+//                                          at RATE lines per second when given
 //   syslog_load tls PORT COUNT CAFILE      the same over TLS
 //   syslog_load udp PORT RATE SECONDS      RATE datagrams per second for SECONDS, paced per ms
 //   syslog_load lines FILE COUNT TIMEOUT   waits until FILE holds COUNT lines (reads on)
-// Prints the number of messages sent (or lines seen) and the seconds taken.
+//   syslog_load receive PORT COUNT TIMEOUT the daemon's receiver alone, on TCP PORT, into a
+//                                          sink that counts and discards: waits for COUNT
+// Prints the number of messages sent (or lines seen) and the seconds taken; receive prints
+// the seconds from the first message to the last and its CPU seconds.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <stdio.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl.hpp>
@@ -21,6 +27,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "logd/syslog/receiver.h"
 
 namespace {
 
@@ -41,25 +49,29 @@ void AppendLine(long i, std::string* out) {
   out->append(line, static_cast<size_t>(n));
 }
 
+// Writes count lines in writes of up to 64 KiB; paced (rate > 0), each millisecond's share
+// as it falls due, a late one caught up at once.
 template <class Stream>
-int SendStream(Stream& stream, long count) {
+int SendStream(Stream& stream, long count, long rate) {
   const auto start = Clock::now();
   std::string batch;
   boost::system::error_code ec;
-  for (long i = 0; i < count; ++i) {
-    AppendLine(i, &batch);
-    if (batch.size() >= 64 * 1024) {
-      asio::write(stream, asio::buffer(batch), ec);
-      if (ec) return fprintf(stderr, "send: %s\n", ec.message().c_str()), 1;
-      batch.clear();
+  for (long i = 0; i < count;) {
+    const long due = rate > 0 ? std::min(count, static_cast<long>(Since(start) * rate) + 1) : count;
+    for (; i < due && batch.size() < 64 * 1024; ++i) AppendLine(i, &batch);
+    asio::write(stream, asio::buffer(batch), ec);
+    if (ec) return fprintf(stderr, "send: %s\n", ec.message().c_str()), 1;
+    batch.clear();
+    if (rate > 0 && i == due && i < count) {
+      std::this_thread::sleep_until(start +
+                                    std::chrono::microseconds(static_cast<long>(1e6 * i / rate)));
     }
   }
-  asio::write(stream, asio::buffer(batch), ec);
   printf("%ld %.3f\n", count, Since(start));
-  return ec ? 1 : 0;
+  return 0;
 }
 
-int Tcp(unsigned short port, long count, const char* caFile) {
+int Tcp(unsigned short port, long count, long rate, const char* caFile) {
   asio::io_context io;
   const asio::ip::tcp::endpoint to(asio::ip::make_address("127.0.0.1"), port);
   boost::system::error_code ec;
@@ -67,7 +79,7 @@ int Tcp(unsigned short port, long count, const char* caFile) {
     asio::ip::tcp::socket socket(io);
     socket.connect(to, ec);
     if (ec) return fprintf(stderr, "connect: %s\n", ec.message().c_str()), 1;
-    return SendStream(socket, count);
+    return SendStream(socket, count, rate);
   }
   asio::ssl::context context(asio::ssl::context::tls_client);
   context.load_verify_file(caFile, ec);
@@ -76,7 +88,7 @@ int Tcp(unsigned short port, long count, const char* caFile) {
   stream.lowest_layer().connect(to, ec);
   if (!ec) stream.handshake(asio::ssl::stream_base::client, ec);
   if (ec) return fprintf(stderr, "tls: %s\n", ec.message().c_str()), 1;
-  const int rc = SendStream(stream, count);
+  const int rc = SendStream(stream, count, rate);
   stream.shutdown(ec);
   return rc;
 }
@@ -129,16 +141,56 @@ int Lines(const char* path, long count, double timeout) {
   return lines >= count ? 0 : 1;
 }
 
+// Counts what the receiver hands over and drops it: the receiver's own rate, no store.
+class CountingSink : public logd::EntrySink {
+ public:
+  bool Push(logd::LogEntry entry) override { return TryPush(std::move(entry)); }
+  bool TryPush(logd::LogEntry) override {
+    if (count_.fetch_add(1) == 1) first_ = Clock::now();
+    return true;
+  }
+  long count() const { return count_.load(); }
+  Clock::time_point first() const { return first_; }
+
+ private:
+  std::atomic<long> count_{0};
+  Clock::time_point first_;  // the first received message (the listening row is the 0th)
+};
+
+int Receive(const std::string& port, long count, double timeout) {
+  logd::syslog::SyslogConfig config;
+  config.tcp.push_back("127.0.0.1:" + port);
+  CountingSink sink;
+  logd::syslog::SyslogReceiver receiver(config, &sink);
+  std::string error;
+  if (!receiver.Start(&error)) return fprintf(stderr, "receive: %s\n", error.c_str()), 1;
+  const auto start = Clock::now();
+  while (sink.count() < count + 1 && Since(start) < timeout) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  const long got = sink.count() - 1;
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  const double cpu = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+                     (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+  printf("%ld %.3f %.2f\n", got, got > 0 ? Since(sink.first()) : 0.0, cpu);
+  return got >= count ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::string mode = argc > 1 ? argv[1] : "";
-  if (mode == "tcp" && argc == 4) return Tcp(atoi(argv[2]), atol(argv[3]), nullptr);
-  if (mode == "tls" && argc == 5) return Tcp(atoi(argv[2]), atol(argv[3]), argv[4]);
+  if (mode == "tcp" && (argc == 4 || argc == 5)) {
+    return Tcp(atoi(argv[2]), atol(argv[3]), argc == 5 ? atol(argv[4]) : 0, nullptr);
+  }
+  if (mode == "tls" && argc == 5) return Tcp(atoi(argv[2]), atol(argv[3]), 0, argv[4]);
   if (mode == "udp" && argc == 5) return Udp(atoi(argv[2]), atol(argv[3]), atof(argv[4]));
   if (mode == "lines" && argc == 5) return Lines(argv[2], atol(argv[3]), atof(argv[4]));
-  fprintf(stderr,
-          "usage: syslog_load tcp PORT COUNT | tls PORT COUNT CAFILE | udp PORT RATE SECONDS |"
-          " lines FILE COUNT TIMEOUT\n");
+  if (mode == "receive" && argc == 5) return Receive(argv[2], atol(argv[3]), atof(argv[4]));
+  fprintf(
+      stderr,
+      "usage: syslog_load tcp PORT COUNT [RATE] | tls PORT COUNT CAFILE | udp PORT RATE SECONDS |"
+      " lines FILE COUNT TIMEOUT | receive PORT COUNT TIMEOUT\n");
   return 2;
 }

@@ -17,9 +17,12 @@
 
 namespace {
 
-const int kVersion = 2;
+const int kVersion = 3;
 const int kChunkBits = 16;
 const int64_t kBatch = 50000;
+// Rows removed from the bottom at once beyond which the index is made anew rather than the
+// candidates of each removed row deleted.
+const int64_t kLargestTrim = 500000;
 // The minute (and hour) under which rows whose time is not an integer are counted.
 const int64_t kOddMinute = INT64_MIN;
 
@@ -32,8 +35,8 @@ const char kSchema[] =
     "CREATE TABLE IF NOT EXISTS hours (chunk INTEGER, hour INTEGER, level INTEGER, n INTEGER, "
     "PRIMARY KEY (chunk, hour, level)) WITHOUT ROWID;"
     "CREATE INDEX IF NOT EXISTS hours_hour ON hours (hour);"
-    "CREATE VIRTUAL TABLE IF NOT EXISTS terms USING fts5(a, b, content='', detail='none', "
-    "columnsize=0, tokenize='trigram case_sensitive 1');";
+    "CREATE VIRTUAL TABLE IF NOT EXISTS terms USING fts5(a, b, content='', "
+    "contentless_delete=1, detail='none', tokenize='trigram case_sensitive 1');";
 
 struct Closer {
   void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
@@ -89,6 +92,8 @@ struct IndexReader::State {
   const StoreClass* storeClass = nullptr;
   std::string error;
   int64_t mark = 0, low = 1;
+  bool fresh = false;   // the sidecar has no state yet
+  bool remake = false;  // the sidecar is to be removed and made anew
 
   bool Fail(const char* what) {
     error = std::string(what) + ": " + (db ? sqlite3_errmsg(db.get()) : "no connection");
@@ -162,6 +167,7 @@ struct IndexReader::State {
       low = sqlite3_column_int64(s.get(), 3);
       return true;
     }
+    fresh = rc == SQLITE_DONE;
     return rc == SQLITE_DONE || Fail("read state");
   }
 
@@ -176,7 +182,14 @@ struct IndexReader::State {
   }
 
   // Empties the index: every count and candidate goes; the mark stays unless ids went back.
+  // An index that holds rows is made anew as a new file (remake set, the transaction fails and
+  // CatchUp removes the sidecar): freeing the pages of every row one by one would cost a read
+  // of the whole index.
   bool Reset(int64_t newMark) {
+    if (!fresh) {
+      remake = true;
+      return Fail("the index is made anew");
+    }
     mark = newMark;
     low = newMark + 1;
     return Exec("DELETE FROM counts; DELETE FROM hours; DROP TABLE terms;") && Exec(kSchema) &&
@@ -237,7 +250,12 @@ struct IndexReader::State {
     if (!Exec("DELETE FROM counts WHERE chunk = " + c + "; DELETE FROM hours WHERE chunk = " + c)) {
       return false;
     }
-    return first > last || CountRows(first, last);
+    if (first > last) return true;
+    // The candidates of rows the store no longer holds go with their counts.
+    const std::string range = " BETWEEN " + std::to_string(first) + " AND " + std::to_string(last);
+    return Exec("DELETE FROM terms WHERE rowid" + range +
+                " AND rowid NOT IN (SELECT id FROM store.logs WHERE id" + range + ")") &&
+           CountRows(first, last);
   }
 
   // Checks the index against the store inside the current write transaction: resets it when
@@ -276,11 +294,15 @@ struct IndexReader::State {
       *changed = false;
       return true;
     }
+    // Rows removed from the bottom: their counts and candidates go, so that the index stays
+    // the size of the rows the store holds. Many at once: the index is made anew from the rows
+    // left (searches scan meanwhile).
+    if (minId - low > kLargestTrim) return Reset(minId - 1);
     low = minId;
     int64_t chunk = minId >> kChunkBits;
     std::string c = std::to_string(chunk);
-    return Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " +
-                c) &&
+    return Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c +
+                "; DELETE FROM terms WHERE rowid < " + std::to_string(minId)) &&
            Recount(chunk) && WriteState();
   }
 
@@ -360,7 +382,7 @@ namespace {
 
 bool CatchUp(const std::string& storePath, int64_t maxRows, int waitMs, int64_t* behind,
              std::string* error) {
-  for (int attempt = 0; attempt < 2; ++attempt) {
+  for (int attempt = 0; attempt < 3; ++attempt) {
     IndexReader::State state;
     bool ok = state.Open(storePath, true, waitMs);
     int64_t done = 0;
@@ -378,9 +400,9 @@ bool CatchUp(const std::string& storePath, int64_t maxRows, int waitMs, int64_t*
     }
     if (ok) return true;
     if (error != nullptr) *error = state.error;
-    if (attempt > 0 || !Damaged(state.db.get())) return false;
+    if (attempt == 2 || (!state.remake && (attempt > 0 || !Damaged(state.db.get())))) return false;
     state.db.reset();
-    RemoveSidecar(storePath);  // damaged: made anew from the store
+    RemoveSidecar(storePath);  // damaged, or emptied: made anew from the store
   }
   return false;
 }
@@ -510,15 +532,6 @@ bool AddRow(const BucketQuery& q, int type, int64_t t, int level, int64_t n,
 
 }  // namespace
 
-int64_t IndexReader::Candidates(const std::string& match, int64_t limit) {
-  Stmt count =
-      state_->Prepare("SELECT count(*) FROM (SELECT rowid FROM terms WHERE terms MATCH ? LIMIT ?)");
-  if (!count) return -1;
-  sqlite3_bind_text(count.get(), 1, match.c_str(), -1, SQLITE_TRANSIENT);
-  sqlite3_bind_int64(count.get(), 2, limit);
-  return sqlite3_step(count.get()) == SQLITE_ROW ? sqlite3_column_int64(count.get(), 0) : -1;
-}
-
 namespace {
 
 // Where a unit of time [start, start + seconds) falls for q: the bucket that holds all of it
@@ -627,6 +640,26 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
   return rc == SQLITE_DONE || s.Fail("read tail");
 }
 
+int64_t IndexReader::CandidateBound(const std::vector<std::string>& foldedTerms) {
+  State& s = *state_;
+  if (!s.Exec(
+          "CREATE VIRTUAL TABLE IF NOT EXISTS temp.grams USING fts5vocab(main, terms, 'row')")) {
+    return -1;
+  }
+  Stmt rows = s.Prepare("SELECT doc FROM temp.grams WHERE term = ?");
+  if (!rows) return -1;
+  int64_t fewest = INT64_MAX;
+  for (const std::string& gram : TrigramsOf(foldedTerms)) {
+    sqlite3_reset(rows.get());
+    sqlite3_bind_text(rows.get(), 1, gram.data(), static_cast<int>(gram.size()), SQLITE_STATIC);
+    int rc = sqlite3_step(rows.get());
+    if (rc == SQLITE_DONE) return 0;  // no row holds it
+    if (rc != SQLITE_ROW) return -1;
+    fewest = std::min<int64_t>(fewest, sqlite3_column_int64(rows.get(), 0));
+  }
+  return fewest == INT64_MAX ? -1 : fewest;
+}
+
 bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, int64_t* last) {
   State& s = *state_;
   *found = false;
@@ -702,21 +735,28 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
   return true;
 }
 
-std::string CandidateQuery(const std::vector<std::string>& foldedTerms) {
-  std::string query;
+std::vector<std::string> TrigramsOf(const std::vector<std::string>& foldedTerms) {
+  std::vector<std::string> grams;
   for (const std::string& term : foldedTerms) {
-    // The term's characters (UTF-8 sequences), then each run of three as one quoted token.
+    // The term's characters (UTF-8 sequences), then each run of three.
     std::vector<size_t> starts;
     for (size_t i = 0; i < term.size(); ++i) {
       if ((static_cast<unsigned char>(term[i]) & 0xC0) != 0x80) starts.push_back(i);
     }
     starts.push_back(term.size());
     for (size_t i = 0; i + 3 < starts.size(); ++i) {
-      std::string gram = term.substr(starts[i], starts[i + 3] - starts[i]);
-      std::string quoted = "\"";
-      for (char c : gram) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-      query += (query.empty() ? "" : " AND ") + quoted + "\"";
+      grams.push_back(term.substr(starts[i], starts[i + 3] - starts[i]));
     }
+  }
+  return grams;
+}
+
+std::string CandidateQuery(const std::vector<std::string>& foldedTerms) {
+  std::string query;
+  for (const std::string& gram : TrigramsOf(foldedTerms)) {
+    std::string quoted = "\"";
+    for (char c : gram) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    query += (query.empty() ? "" : " AND ") + quoted + "\"";
   }
   return query;
 }

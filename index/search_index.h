@@ -65,9 +65,9 @@ class IndexReader {
   // Highest indexed row id: rows above it are not in the candidate table.
   int64_t mark() const { return mark_; }
 
-  // The number of candidate rows of an FTS5 query (CandidateQuery), counted up to limit; -1
-  // when it cannot be run.
-  int64_t Candidates(const std::string& match, int64_t limit);
+  // At most how many indexed rows hold every trigram of the folded terms (the fewest rows that
+  // hold one of them; deleted rows may still count); -1 when it cannot be read.
+  int64_t CandidateBound(const std::vector<std::string>& foldedTerms);
   // Rows the index holds (ids from the store's lowest up to the mark).
   int64_t span() const { return span_; }
 
@@ -87,6 +87,9 @@ class IndexReader {
   int64_t mark_ = 0;
   int64_t span_ = 0;
 };
+
+// The trigrams (runs of three characters) of the folded terms.
+std::vector<std::string> TrigramsOf(const std::vector<std::string>& foldedTerms);
 
 // The FTS5 query that every row containing all of the folded terms matches (each term's
 // trigrams, ANDed), or "" when no term is three characters long (no narrowing possible).

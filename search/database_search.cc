@@ -70,17 +70,19 @@ std::string LevelFilter(const SearchRequest& search) {
 // existing store and attaches the others. *empty when no store exists.
 class SearchScope {
  public:
-  // candidates: a condition added to every arm (the index's narrowing of the terms), which
-  // reads the sidecar attached as "search_index".
-  SearchScope(const SearchRequest& search, const std::string& candidates = std::string(),
-              const std::string& sidecar = std::string())
+  // candidates: the index's narrowing of the terms, or null.
+  SearchScope(const SearchRequest& search, const CandidateRows* candidates)
       : search_(search),
         info_(ClassInfo(search.logClass)),
         filter_(ArmFilter(search, info_)),
-        merged_(filter_ + candidates),
-        sidecar_(candidates.empty() ? std::string() : sidecar) {}
+        merged_(filter_ + (candidates != nullptr ? candidates->filter : "")),
+        narrowed_(candidates != nullptr),
+        candidates_(candidates != nullptr ? *candidates : CandidateRows()) {}
 
-  bool Open(SearchFailure* failure, bool* empty) {
+  // Opens the stores; with candidates, attaches the sidecar and collects them, *tooMany when
+  // there are more than their limit (the scope is then of no use: open one without).
+  bool Open(SearchFailure* failure, bool* empty, bool* tooMany) {
+    *tooMany = false;
     if (filter_.empty()) return Fail("memory allocation failed", failure);
     PSLIBSZLIST split = SLIBCSzListAlloc(8);
     SzList types(split);
@@ -103,12 +105,7 @@ class SearchScope {
       return Fail("the database cannot be opened", failure);
     }
     *empty = merged_.connection() == nullptr;
-    if (!*empty && !sidecar_.empty()) {
-      std::string attach = "ATTACH '" + EscapeSqlString(sidecar_) + "' AS search_index";
-      if (QUORDBExecute(merged_.connection(), attach.c_str(), nullptr) < 0) {
-        return Fail(QUORDBErrorGet(merged_.connection()), failure);
-      }
-    }
+    if (!*empty && narrowed_ && !Collect(failure, tooMany)) return false;
     select_ =
         "SELECT *, " + std::string(info_.severity) + " AS severity FROM (" + merged_.sql() + ")";
     return true;
@@ -143,14 +140,53 @@ class SearchScope {
     return false;
   }
 
+  // The candidates, collected once into a temporary table that every statement of the search
+  // reads: the full-text query runs once, and its count tells whether there are too many.
+  bool Collect(SearchFailure* failure, bool* tooMany) {
+    PQUORDB db = merged_.connection();
+    const std::string limit =
+        candidates_.limit == INT64_MAX ? std::string("-1") : std::to_string(candidates_.limit);
+    std::string sql = "ATTACH '" + EscapeSqlString(candidates_.sidecar) +
+                      "' AS search_index; CREATE TEMP TABLE search_candidates (id INTEGER "
+                      "PRIMARY KEY); INSERT INTO temp.search_candidates SELECT rowid FROM "
+                      "search_index.terms WHERE terms MATCH '" +
+                      EscapeSqlString(candidates_.match) + "' LIMIT " + limit;
+    if (QUORDBExecute(db, sql.c_str(), nullptr) < 0) return Fail(QUORDBErrorGet(db), failure);
+    int64_t count = 0;
+    if (!Run("SELECT count(*) FROM temp.search_candidates", failure, [&](PQUORDBRESULT rows) {
+          QUORDBROW row;
+          if (QUORDBFetchRow(rows, &row) == 0)
+            count = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
+        })) {
+      return false;
+    }
+    *tooMany = candidates_.limit != INT64_MAX && count >= candidates_.limit;
+    return true;
+  }
+
   const SearchRequest& search_;
   const LogClassInfo& info_;
   std::string filter_;
   MergedSelect merged_;
+  bool narrowed_;
+  CandidateRows candidates_;
   StoreStamp stamp_;
-  std::string sidecar_;
   std::string select_;
 };
+
+// Opens the scope of search, narrowed by the index's candidates where it can be; a term with
+// too many candidates is searched by reading the log through.
+bool OpenScope(const SearchRequest& search, SearchIndexes* indexes, bool indexed,
+               std::unique_ptr<SearchScope>* scope, SearchFailure* failure, bool* empty) {
+  CandidateRows candidates;
+  bool narrowed = indexed && indexes->Narrowing(search, &candidates);
+  bool tooMany = false;
+  scope->reset(new SearchScope(search, narrowed ? &candidates : nullptr));
+  if (!(*scope)->Open(failure, empty, &tooMany)) return false;
+  if (!tooMany) return true;
+  scope->reset(new SearchScope(search, nullptr));
+  return (*scope)->Open(failure, empty, &tooMany);
+}
 
 }  // namespace
 
@@ -172,10 +208,10 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
   // index narrows further.
   SearchIndexes indexes;
   bool indexed = !search.after.given && indexes.Open(search);
-  SearchScope scope(search, indexed ? indexes.CandidateFilter(search) : std::string(),
-                    indexes.sidecar());
+  std::unique_ptr<SearchScope> opened;
   bool empty = false;
-  if (!scope.Open(failure, &empty)) return false;
+  if (!OpenScope(search, &indexes, indexed, &opened, failure, &empty)) return false;
+  SearchScope& scope = *opened;
   if (empty) return true;
   // Without an index, one scan counts every level, kept while the stores do not change; the
   // total is the count of the levels asked for.
@@ -234,10 +270,10 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
   bool indexed = indexes.Open(search);
   if (indexed && indexes.FillHistogram(search, histogram, failure)) return !failure->wideRange;
   *histogram = Histogram();
-  SearchScope scope(search, indexed ? indexes.CandidateFilter(search) : std::string(),
-                    indexes.sidecar());
+  std::unique_ptr<SearchScope> opened;
   bool empty = false;
-  if (!scope.Open(failure, &empty)) return false;
+  if (!OpenScope(search, &indexes, indexed, &opened, failure, &empty)) return false;
+  SearchScope& scope = *opened;
   std::string matches = scope.select() + LevelFilter(search);
   // Rows whose time is not a number (a damaged row) sort before every other row and count in
   // the first bucket, so that the buckets add up to the query's total.

@@ -30,24 +30,29 @@ bool SearchIndexes::Open(const SearchRequest& search) {
   return true;
 }
 
-std::string SearchIndexes::CandidateFilter(const SearchRequest& search) {
-  if (readers_.size() != 1 || search.types.size() != 1) return std::string();
+bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candidates) {
+  if (readers_.size() != 1 || search.types.size() != 1) return false;
   std::vector<std::string> folded;
   for (const std::string& term : search.terms) folded.push_back(Folded(term));
-  std::string match = CandidateQuery(folded);
-  if (match.empty()) return std::string();
+  candidates->match = CandidateQuery(folded);
+  if (candidates->match.empty()) return false;
   // On a large log, candidates of more than a twentieth of the rows are looked up more slowly
-  // than the log is read through: such a term scans.
-  if (readers_[0]->span() >= 100000) {
-    int64_t most = readers_[0]->span() / 20;
-    int64_t candidates = readers_[0]->Candidates(match, most);
-    if (candidates < 0 || candidates >= most) return std::string();
+  // than the log is read through.
+  int64_t span = readers_[0]->span();
+  candidates->limit = span >= 100000 ? span / 20 : INT64_MAX;
+  // A term whose every trigram is in more rows than that reads the log through at once,
+  // without collecting its candidates first.
+  if (candidates->limit != INT64_MAX && readers_[0]->CandidateBound(folded) > candidates->limit) {
+    return false;
   }
+  candidates->sidecar = sidecar_;
   // One IN list (the candidates, then the rows above the mark), so that rows are looked up by
   // id rather than the log read through.
-  return " AND id IN (SELECT rowid FROM search_index.terms WHERE terms MATCH '" +
-         EscapeSqlString(match) + "' UNION ALL SELECT id FROM logs WHERE id > " +
-         std::to_string(readers_[0]->mark()) + ")";
+  candidates->filter =
+      " AND id IN (SELECT id FROM temp.search_candidates UNION ALL SELECT id FROM logs WHERE id "
+      "> " +
+      std::to_string(readers_[0]->mark()) + ")";
+  return true;
 }
 
 bool SearchIndexes::Count(const BucketQuery& query, std::vector<BucketCounts>* counts) {

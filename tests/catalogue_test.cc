@@ -48,7 +48,12 @@ TEST(Catalogue, SplittingExpandsOnlyTheWholeGroupWord) {
 }
 
 TEST(Catalogue, CategoryMapping) {
-  EXPECT_EQ("bkplog,ftpxfer,all", MapCategoriesToLogTypes("backup,ftp,all"));
+  EXPECT_EQ(
+      "bkplog,bkpserverlog,copylog,netbkplog,ftpxfer,kyrfmxfer,webdavxfer,smbxfer,afpxfer,"
+      "tftpxfer,disk,all,system",
+      MapCategoriesToLogTypes(
+          "backup,backupserver,usbcopy,netbackup,ftp,filedeck,webdav,cifs,afp,tftp,disk,all,"
+          "system"));
   EXPECT_EQ("syslog", MapCategoriesToLogTypes(""));
   // Exact words only; empty items keep their separators.
   EXPECT_EQ("Backup,,connection", MapCategoriesToLogTypes("Backup,,connection"));

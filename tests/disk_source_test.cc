@@ -7,6 +7,7 @@
 #include "platform/disk_codes.h"
 #include "platform/logdb.h"
 #include "platform/logfiles.h"
+#include "sources/log_classes.h"
 #include "sources/log_sources.h"
 #include "tests/support/platform_faults.h"
 #include "tests/support/source_search.h"
@@ -260,4 +261,14 @@ TEST(DiskSource, KeywordSearchesColumnsSlotsMessagesAndInfo) {
   EXPECT_EQ((V{"ZC-222"}), serials("61"));
   EXPECT_EQ(V{}, serials("crashed"));  // hidden row
   EXPECT_EQ(V{}, serials("it's [odd] 100%_*"));
+  // The statement keeps its text: every joint after the first is a bare "OR", also between the
+  // conditions of several event codes.
+  ASSERT_GE(Codes("drive").size(), 2u);
+  std::string condition = DiskKeywordCondition("drive");
+  size_t spaced = 0;
+  for (size_t at = condition.find(" OR "); at != std::string::npos;
+       at = condition.find(" OR ", at + 1)) {
+    ++spaced;
+  }
+  EXPECT_EQ(1u, spaced) << condition;
 }

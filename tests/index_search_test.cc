@@ -179,11 +179,17 @@ TEST(SearchIndex, RowsTrimmedOrClearedLeaveEveryAnswerAtOnce) {
   Json::Value scanned = Scanned(log.store, QueryMethod, all);
   EXPECT_EQ(1700, scanned["total"].asInt());
   EXPECT_EQ(QUOR::WebAPIUtil::ToText(scanned), QUOR::WebAPIUtil::ToText(Call(QueryMethod, all)));
+  // The removed rows' candidates went too: the index holds the rows the store holds.
+  ASSERT_TRUE(IndexCatchUp(log.store));
+  EXPECT_EQ(std::vector<std::string>{"1700"},
+            QueryRows(IndexPathOf(log.store), "SELECT count(*) FROM terms_docsize"));
   // A clear empties every answer; rows written after it are found.
   MakeDatabase(log.store, "DELETE FROM logs;");
   EXPECT_EQ(0, total());
   MakeDatabase(log.store, RandomRows(&log.random, 200, log.t0));
   CompareRandomQueries(log.store, &log.random, log.t0, 15);
+  EXPECT_EQ(std::vector<std::string>{"200"},
+            QueryRows(IndexPathOf(log.store), "SELECT count(*) FROM terms_docsize"));
 }
 
 TEST(SearchIndex, DamagedOrDeletedIndexIsMadeAnew) {
@@ -211,4 +217,32 @@ TEST(SearchIndex, DamagedOrDeletedIndexIsMadeAnew) {
   EXPECT_EQ(1, Call(QueryMethod, all)["total"].asInt());
   ASSERT_TRUE(IndexCatchUp(log.store));
   EXPECT_EQ(1, Call(QueryMethod, all)["total"].asInt());
+}
+
+TEST(SearchIndex, CommonTermsReadTheLogThroughAndRareOnesTheirCandidates) {
+  TempRoot root;
+  const std::string store = root.At("/var/log/quorlog/.QUORSYSDB");
+  // 120,000 rows: a term in a tenth of them (more candidates than the index looks up), one in
+  // a two-thousandth, and a word whose trigrams all occur in other rows without it.
+  MakeDatabase(store, std::string(QUOR_SYSTEM_LOG_SCHEMA) +
+                          "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE "
+                          "i < 120000) INSERT INTO logs (time, level, username, msg) SELECT "
+                          "1700000000 + i / 7, CASE i % 3 WHEN 0 THEN 'err' WHEN 1 THEN 'warning' "
+                          "ELSE 'info' END, 'u' || (i % 13), CASE WHEN i % 10 = 0 THEN 'Package "
+                          "stopped ' || i WHEN i % 2000 = 1 THEN 'STRASSE voll ' || i WHEN i % "
+                          "2000 = 3 THEN 'strass asse pack ackage' ELSE 'other ' || i END FROM n;");
+  ASSERT_TRUE(IndexCatchUp(store));
+  for (const char* q : {"package", "package stopped", "straße", "\"sse voll 4\"", "ackage"}) {
+    for (const char* level : {"", "err"}) {
+      Json::Value params(Json::objectValue);
+      params["q"] = q;
+      if (level[0] != '\0') params["level"] = level;
+      params["offset"] = 40;
+      for (auto method : {QueryMethod, HistogramMethod}) {
+        ASSERT_EQ(QUOR::WebAPIUtil::ToText(Scanned(store, method, params)),
+                  QUOR::WebAPIUtil::ToText(Call(method, params)))
+            << q;
+      }
+    }
+  }
 }

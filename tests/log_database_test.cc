@@ -9,6 +9,7 @@
 
 #include "catalogue/text_helpers.h"
 #include "platform/logdb.h"
+#include "sources/record_fields.h"
 #include "tests/support/temp_root.h"
 
 namespace {
@@ -131,17 +132,18 @@ TEST(LogDatabase, EscapesAnyText) {
   EXPECT_EQ(nullptr, QUORDBEscapeStrAllocEX2(0, nullptr));
 }
 
-// The SQL condition must agree with the module's in-memory keyword test, whatever the keyword.
+// The SQL condition and the sources' keyword test must agree with the module's in-memory
+// keyword test, whatever the keyword.
 TEST(LogDatabase, KeywordConditionAgreesWithContainsKeyword) {
   TempRoot root;
   const std::vector<std::string> texts = {
       "Disk Full", "it's 100% done_now", "C:\\path\\file", "a*b[c]d?",      "Straße gesperrt",
       "STRASSE",   "ÉCOLE été",          "ǅemal",          "Ärger über Öl", "plain ascii text",
-      "",          "ﬁle ligature"};
+      "",          "ﬁle ligature",       "abcabd"};
   const std::vector<std::string> keywords = {
-      "full", "'", "%",   "_",     "\\path", "*",  "[c]", "?",      "straße",
-      "ss",   "é", "ÉTÉ", "ǆ",     "über",   "ÖL", "x",   "it's",   "100%",
-      "FI",   "ﬁ", "a*b", "DONE_", "ä",      "e",  "S",   "ascii t"};
+      "full", "'", "%",   "_",     "\\path", "*",  "[c]", "?",       "straße",
+      "ss",   "é", "ÉTÉ", "ǆ",     "über",   "ÖL", "x",   "it's",    "100%",
+      "FI",   "ﬁ", "a*b", "DONE_", "ä",      "e",  "S",   "ascii t", "abd"};
   std::string sql = "CREATE TABLE t (id INTEGER PRIMARY KEY, v TEXT);";
   for (size_t i = 0; i < texts.size(); ++i) {
     char* e = QUORDBEscapeStrAllocEX2(0, texts[i].c_str());
@@ -157,6 +159,8 @@ TEST(LogDatabase, KeywordConditionAgreesWithContainsKeyword) {
     std::vector<std::string> expected;
     for (size_t i = 0; i < texts.size(); ++i) {
       if (ContainsKeyword(texts[i], keyword)) expected.push_back(std::to_string(i));
+      EXPECT_EQ(ContainsKeyword(texts[i], keyword), KeywordFound(texts[i].c_str(), keyword))
+          << texts[i] << " / " << keyword;
     }
     EXPECT_EQ(expected,
               Column(conn, "SELECT id FROM t WHERE (" + condition + ") ORDER BY id", 0, 0, "id"))
@@ -168,4 +172,7 @@ TEST(LogDatabase, KeywordConditionAgreesWithContainsKeyword) {
                                0, 0, "id"));
   }
   QUORDBClose(conn);
+  // A text whose upper case grows is no match for either (the SQL function matches it).
+  EXPECT_FALSE(KeywordFound("ǰ", "ǰ"));
+  EXPECT_FALSE(ContainsKeyword("ǰ", "ǰ"));
 }

@@ -7,10 +7,8 @@
 
 #include <filesystem>
 
-#include "catalogue/text_helpers.h"
 #include "platform/logfiles.h"
 #include "sources/log_sources.h"
-#include "sources/record_fields.h"
 #include "tests/support/source_search.h"
 #include "tests/support/temp_root.h"
 #include "tools/lib/root_layout.h"
@@ -192,19 +190,6 @@ TEST(PlainSource, TailLimitAndQuietFailures) {
                       root.At("/var/log/quorcopy.log").c_str()));
   EXPECT_TRUE(Fetch(SourceSearch("copylog")).empty());
   EXPECT_TRUE(log.lines().empty()) << log.Dump();
-}
-
-// The sources' keyword test must answer as ContainsKeyword does, ASCII or not.
-TEST(PlainSource, KeywordTestAgreesWithContainsKeyword) {
-  const char* texts[] = {"Backup FAILED", "failed", "fail", "",  "Zoë failed", "STRASSE",
-                         "Straße",        "1,2,3",  "a",    "ǰ", "abcabd"};
-  const char* keywords[] = {"failed", "FAIL", "ë", "Ë", "straße", "ss", "2", "", "ǰ", "abd", "x"};
-  for (const char* text : texts) {
-    for (const char* keyword : keywords) {
-      EXPECT_EQ(ContainsKeyword(text, keyword), KeywordFound(text, keyword))
-          << text << " / " << keyword;
-    }
-  }
 }
 
 // Each line's time is read once as epoch seconds in the appliance's zone, also on the days the

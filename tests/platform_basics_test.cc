@@ -133,27 +133,19 @@ TEST(PlatformWebApi, ParameterKindsAndConversions) {
   QUOR::APIRequest request(params, "admin", "de");
   EXPECT_EQ("admin", request.GetLoginUserName());
   EXPECT_EQ("de", request.GetUILanguage());
-
+  // Kinds the checkers' tests do not reach: an absent optional text is neither set nor
+  // invalid; integers must fit 32 bits and be written as integers.
   auto text = request.GetAndCheckString("text", QUOR::PARAM_OPTIONAL, nullptr);
-  EXPECT_TRUE(text.IsSet());
-  EXPECT_FALSE(text.IsInvalid());
-  EXPECT_EQ("a", text.Get());
-  EXPECT_TRUE(request.GetAndCheckString("number", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
   auto absent = request.GetAndCheckString("absent", QUOR::PARAM_OPTIONAL, nullptr);
-  EXPECT_FALSE(absent.IsSet());
-  EXPECT_FALSE(absent.IsInvalid());
-  EXPECT_TRUE(request.GetAndCheckString("absent", QUOR::PARAM_REQUIRED, nullptr).IsInvalid());
+  EXPECT_FALSE(absent.IsSet() || absent.IsInvalid());
   EXPECT_TRUE(request
                   .GetAndCheckString("text", QUOR::PARAM_OPTIONAL,
                                      [](const std::string& v) { return v == "b"; })
                   .IsInvalid());
-
-  EXPECT_FALSE(request.GetAndCheckInt("number", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
   EXPECT_FALSE(request.GetAndCheckInt("neg", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
-  EXPECT_TRUE(request.GetAndCheckInt("big", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
-  EXPECT_TRUE(request.GetAndCheckInt("real", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
-  EXPECT_TRUE(request.GetAndCheckInt("text", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
-  EXPECT_TRUE(request.GetAndCheckInt("flag", QUOR::PARAM_OPTIONAL, nullptr).IsInvalid());
+  for (const char* name : {"big", "real", "flag"}) {
+    EXPECT_TRUE(request.GetAndCheckInt(name, QUOR::PARAM_OPTIONAL, nullptr).IsInvalid()) << name;
+  }
 
   using QUOR::WebAPIUtil::ToInt;
   using QUOR::WebAPIUtil::ToText;

@@ -198,6 +198,14 @@ TEST(SyslogParser, AnythingElseIsKeptWholeAndBounded) {
       "h a: gr\xC3\xBC\xC3\x9F \xEF\xBF\xBD\xEF\xBF\xBD x\xEF\xBF\xBDy"
       "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD",
       p.entry.message);
+  // The same inside long runs of ASCII, which are checked eight bytes at a time.
+  EXPECT_EQ(
+      "h a: abcdefghij\xEF\xBF\xBDklmnopq\xEF\xBF\xBDrstuvwxyz\x01"
+      "234567",
+      Parse(std::string("<13>Nov 23 10:00:00 h a: abcdefghij\0klmnopq\xFFrstuvwxyz\x01"
+                        "234567",
+                        60))
+          .entry.message);
 
   // Over 64 KiB: cut on a character boundary and marked; so is a frame the transport cut.
   std::string big = "<13>Nov 23 10:00:00 h a: " + std::string(70000, 'x');

@@ -3,6 +3,7 @@
 // dropped or refused.
 #include "logd/syslog/receiver.h"
 
+#include <pthread.h>
 #include <time.h>
 
 #include <boost/asio/io_context.hpp>
@@ -101,6 +102,9 @@ class SyslogReceiver::Impl {
   std::unordered_set<SessionBase*> sessions_;
   std::map<asio::ip::address, size_t> perAddress_;
   std::optional<asio::steady_timer> reportTimer_;
+  // Set on the I/O thread when Stop begins: a handler already queued then (an accept, a
+  // timer that fired before it was cancelled) must start nothing new, or run() never returns.
+  bool stopping_ = false;
   // Counts already reported: a report that the full queue refuses is retried with the sum.
   uint64_t reportedDropped_ = 0, reportedRefused_ = 0, reportedConnRefused_ = 0,
            reportedOverLimit_ = 0;
@@ -308,14 +312,17 @@ bool SyslogReceiver::Impl::Start(std::vector<unsigned short>* udpPorts,
   reportTimer_.emplace(io_);
   ScheduleReport();
   for (auto& udp : udp_) udp->Start();
-  thread_ = std::thread([this] { io_.run(); });
+  thread_ = std::thread([this] {
+    pthread_setname_np(pthread_self(), "syslog-tcp");  // for top -H and the benchmarks
+    io_.run();
+  });
   return true;
 }
 
 void SyslogReceiver::Impl::Accept(Listener* listener) {
   listener->acceptor.async_accept(
       [this, listener](const boost::system::error_code& ec, tcp::socket socket) {
-        if (ec == asio::error::operation_aborted || !listener->acceptor.is_open()) return;
+        if (ec == asio::error::operation_aborted || stopping_) return;
         if (!ec) {
           Admit(listener, std::move(socket));
           Accept(listener);
@@ -324,7 +331,7 @@ void SyslogReceiver::Impl::Accept(Listener* listener) {
         // Out of descriptors or a similar passing fault: try again shortly rather than spin.
         listener->retry.expires_after(std::chrono::milliseconds(100));
         listener->retry.async_wait([this, listener](const boost::system::error_code& wait) {
-          if (!wait) Accept(listener);
+          if (!wait && !stopping_) Accept(listener);
         });
       });
 }
@@ -377,7 +384,7 @@ void SyslogReceiver::Impl::Deliver(std::string_view frame, bool cut, const std::
 void SyslogReceiver::Impl::ScheduleReport() {
   reportTimer_->expires_after(std::chrono::seconds(config_.reportSeconds));
   reportTimer_->async_wait([this](const boost::system::error_code& ec) {
-    if (ec) return;
+    if (ec || stopping_) return;
     Report();
     ScheduleReport();
   });
@@ -410,6 +417,7 @@ void SyslogReceiver::Impl::Stop() {
   for (auto& udp : udp_) udp->Stop();
   if (thread_.joinable()) {
     asio::post(io_, [this] {
+      stopping_ = true;
       for (auto& listener : listeners_) {
         boost::system::error_code ignored;
         listener->acceptor.close(ignored);

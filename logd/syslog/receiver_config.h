@@ -20,7 +20,7 @@ struct SyslogConfig {
   size_t maxPerAddress = 64;
   int idleTimeoutSeconds = 600;      // a connection silent this long is closed
   int handshakeTimeoutSeconds = 10;  // a TLS handshake not done in this time is dropped
-  size_t receiveBuffer = 4u << 20;   // SO_RCVBUF asked for (the kernel doubles it)
+  size_t receiveBuffer = 16u << 20;  // SO_RCVBUF asked for (the kernel doubles it)
   std::string timeZone = "local";    // for timestamps that carry no offset
   int reportSeconds = 60;            // how often dropped and refused messages are reported
 

@@ -18,7 +18,7 @@ int64_t CivilToEpoch(int year, int month, int day, int hour, int minute, int sec
 }
 
 bool TimeZoneSetting::Set(std::string_view text) {
-  cached_hour_ = INT64_MIN;
+  for (CachedHour& slot : cache_) slot = CachedHour();
   if (text == "local") {
     local_ = true;
     return true;
@@ -46,15 +46,18 @@ bool TimeZoneSetting::Set(std::string_view text) {
 
 int64_t TimeZoneSetting::OffsetAt(int64_t epoch) const {
   if (!local_) return offset_seconds_;
-  // The last answer is kept: a stream of messages stays within one hour.
+  // Offsets change on the hour at most; a stream of messages stays within a few hours.
   const int64_t hour = epoch / 3600;
-  if (hour != cached_hour_) {
-    const time_t t = static_cast<time_t>(epoch);
-    struct tm parts {};
-    cached_offset_ = localtime_r(&t, &parts) != nullptr ? parts.tm_gmtoff : 0;
-    cached_hour_ = hour;
+  for (const CachedHour& slot : cache_) {
+    if (slot.hour == hour) return slot.offset;
   }
-  return cached_offset_;
+  const time_t t = static_cast<time_t>(epoch);
+  struct tm parts {};
+  CachedHour& slot = cache_[next_slot_];
+  next_slot_ = (next_slot_ + 1) % kCachedHours;
+  slot.offset = localtime_r(&t, &parts) != nullptr ? parts.tm_gmtoff : 0;
+  slot.hour = hour;
+  return slot.offset;
 }
 
 int64_t TimeZoneSetting::ToEpoch(int year, int month, int day, int hour, int minute,

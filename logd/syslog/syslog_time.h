@@ -12,8 +12,9 @@ namespace logd::syslog {
 // (February 29 of a common year is March 1).
 int64_t CivilToEpoch(int year, int month, int day, int hour, int minute, int second);
 
-// The zone in which timestamps without an offset (RFC 3164) are read. It keeps the last offset
-// it looked up: each thread that parses holds its own copy.
+// The zone in which timestamps without an offset (RFC 3164) are read. It keeps the last few
+// offsets it looked up (a timestamp without a year tries three years, each an hour of its
+// own): each thread that parses holds its own copy.
 class TimeZoneSetting {
  public:
   // "local" (the daemon's zone, from TZ or /etc/localtime), "UTC", or a fixed offset
@@ -27,8 +28,13 @@ class TimeZoneSetting {
  private:
   bool local_ = true;
   int offset_seconds_ = 0;  // east of UTC, when !local_
-  mutable int64_t cached_hour_ = INT64_MIN;
-  mutable int64_t cached_offset_ = 0;
+  static constexpr int kCachedHours = 8;
+  struct CachedHour {
+    int64_t hour = INT64_MIN;
+    int64_t offset = 0;
+  };
+  mutable CachedHour cache_[kCachedHours];
+  mutable int next_slot_ = 0;  // the slot replaced next
   int64_t OffsetAt(int64_t epoch) const;
 };
 

@@ -1,6 +1,8 @@
 // Splitting a syslog TCP stream into messages.
 #include "logd/syslog/tcp_framer.h"
 
+#include <string.h>
+
 #include <algorithm>
 
 namespace logd::syslog {
@@ -38,8 +40,11 @@ void TcpFramer::Feed(std::string_view bytes, const FrameHandler& handler) {
 void TcpFramer::FeedLines(std::string_view bytes, const FrameHandler& handler) {
   while (!bytes.empty()) {
     // Some senders end messages with NUL instead of LF.
-    size_t end = 0;
-    while (end < bytes.size() && bytes[end] != '\n' && bytes[end] != '\0') ++end;
+    const void* lf = memchr(bytes.data(), '\n', bytes.size());
+    size_t end = lf ? static_cast<const char*>(lf) - bytes.data() : bytes.size();
+    if (const void* nul = memchr(bytes.data(), '\0', end)) {
+      end = static_cast<const char*>(nul) - bytes.data();
+    }
     if (end == bytes.size()) {
       AddToFrame(bytes);
       return;

@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <pthread.h>
 #include <string.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -82,6 +83,7 @@ void UdpListener::Stop() {
 }
 
 void UdpListener::Run() {
+  pthread_setname_np(pthread_self(), "syslog-udp");  // for top -H and the benchmarks
   std::vector<char> buffers(kBatch * kDatagram);
   mmsghdr messages[kBatch];
   iovec vectors[kBatch];

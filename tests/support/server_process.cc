@@ -10,6 +10,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/string_body.hpp>
 #include <chrono>
 #include <fstream>
 #include <sstream>
@@ -161,67 +163,35 @@ bool HttpConnection::Fill() {
 }
 
 HttpAnswer HttpConnection::Read() {
+  namespace http = boost::beast::http;
   HttpAnswer answer;
-  size_t end;
-  while ((end = pending_.find("\r\n\r\n")) == std::string::npos) {
-    if (!Fill()) return answer;
-  }
-  answer.head = pending_.substr(0, end + 2);
-  pending_.erase(0, end + 4);
-  std::istringstream lines(answer.head);
-  std::string line;
-  std::getline(lines, line);
-  if (line.compare(0, 9, "HTTP/1.1 ") == 0) answer.status = atoi(line.c_str() + 9);
-  while (std::getline(lines, line)) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    size_t colon = line.find(':');
-    if (colon == std::string::npos) continue;
-    std::string name = line.substr(0, colon);
-    for (char& c : name) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    size_t value = line.find_first_not_of(' ', colon + 1);
-    answer.headers[name] = value == std::string::npos ? "" : line.substr(value);
-  }
-  if (answer.status / 100 == 1 || answer.status == 204 || answer.status == 304) {
-    // No body.
-  } else if (answer.headers.count("content-length") != 0) {
-    size_t length = std::stoul(answer.headers["content-length"]);
-    while (pending_.size() < length) {
-      if (!Fill()) break;
-    }
-    answer.body = pending_.substr(0, length);
-    pending_.erase(0, std::min(length, pending_.size()));
-  } else {
-    while (Fill()) {
-    }
-    if (answer.Header("transfer-encoding") == "chunked") {
-      answer.complete = DecodeChunked(pending_, &answer.body);
-      pending_.clear();
-    } else {
-      answer.body.swap(pending_);
-    }
-  }
-  return answer;
-}
-
-bool DecodeChunked(const std::string& raw, std::string* body) {
-  body->clear();
-  size_t at = 0;
+  http::response_parser<http::string_body> parser;
+  parser.body_limit(UINT64_MAX);
+  boost::beast::error_code error;
   for (;;) {
-    size_t lineEnd = raw.find("\r\n", at);
-    if (lineEnd == std::string::npos) return false;
-    char* end = nullptr;
-    std::string sizeText = raw.substr(at, lineEnd - at);
-    unsigned long size = strtoul(sizeText.c_str(), &end, 16);
-    if (sizeText.empty() || end == sizeText.c_str()) return false;
-    at = lineEnd + 2;
-    if (size == 0) return raw.compare(at, 2, "\r\n") == 0;
-    if (raw.size() < at + size + 2) {
-      body->append(raw, at, std::string::npos);
-      return false;
+    size_t headEnd = pending_.find("\r\n\r\n");
+    if (!parser.is_header_done() && headEnd != std::string::npos) {
+      answer.head = pending_.substr(0, headEnd + 2);
     }
-    body->append(raw, at, size);
-    at += size + 2;
+    size_t used = pending_.empty() ? 0 : parser.put(boost::asio::buffer(pending_), error);
+    pending_.erase(0, used);
+    if (parser.is_done() || (error && error != http::error::need_more)) break;
+    error = {};
+    if (used == 0 && !Fill()) {
+      parser.put_eof(error);
+      break;
+    }
   }
+  if (answer.head.empty() || !parser.is_header_done()) return HttpAnswer();
+  answer.status = parser.get().result_int();
+  for (const auto& field : parser.get()) {
+    std::string name(field.name_string());
+    for (char& c : name) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    answer.headers[name] = std::string(field.value());
+  }
+  answer.body = std::move(parser.get().body());
+  answer.complete = parser.is_done();
+  return answer;
 }
 
 std::string HttpConnection::ReadSome(size_t max) {
@@ -229,6 +199,13 @@ std::string HttpConnection::ReadSome(size_t max) {
   std::string some = pending_.substr(0, max);
   pending_.erase(0, some.size());
   return some;
+}
+
+bool HttpConnection::Await(size_t bytes) {
+  while (pending_.size() < bytes) {
+    if (!Fill()) return false;
+  }
+  return true;
 }
 
 bool HttpConnection::ClosedWithin(int waitMs) {

@@ -46,7 +46,8 @@ struct HttpAnswer {
   std::map<std::string, std::string> headers;  // names in lower case
   std::string head;                            // the raw status line and header lines
   std::string body;                            // decoded when it came in chunks
-  bool complete = true;  // false for a chunked body that ended before its closing chunk
+  bool complete = true;  // false for a message that ended before its end (a chunked body
+                         // without its closing chunk, a HEAD answer's announced body)
   std::string Header(const std::string& name) const;
 };
 
@@ -58,10 +59,12 @@ class HttpConnection {
   bool connected() const { return fd_ >= 0; }
   int fd() const { return fd_; }
   bool Send(const std::string& raw);
-  // Reads one answer: its body by Content-Length, else up to the close.
+  // Reads one answer as its framing says (Content-Length, chunks, or up to the close).
   HttpAnswer Read();
   // Reads at most max bytes of whatever comes next (raw).
   std::string ReadSome(size_t max);
+  // Waits until at least bytes have come (kept for Read); false when the connection ends first.
+  bool Await(size_t bytes);
   // True when the server closes the connection within waitMs (reading and dropping data).
   bool ClosedWithin(int waitMs);
 
@@ -70,10 +73,6 @@ class HttpConnection {
   int fd_ = -1;
   std::string pending_;
 };
-
-// The body of a chunked message (raw, after its header block) into *body; false when the
-// closing empty chunk is missing (the message was cut off) or the framing is broken.
-bool DecodeChunked(const std::string& raw, std::string* body);
 
 // A request on a fresh connection. headers: extra "Name: value" lines (a "Host:" line among
 // them replaces the usual "Host: 127.0.0.1").

@@ -190,10 +190,10 @@ void Writer::Adapt(int s, int64_t* step, int64_t limit) {
 // On a file system with little room left, the log is kept within half the reserve: pages in
 // the log that are new to the file need that much room again when they are copied into it, and
 // a full file system can only be recovered from when the reserve covers them.
-void Writer::KeepLogShort(int s) {
+bool Writer::KeepLogShort(int s) {
   StoreFile& store = *stores_[s];
   int64_t frames = store.WalFrames();
-  if (frames == walPages_[s]) return;  // nothing committed since the last look
+  if (frames == walPages_[s]) return false;  // nothing committed since the last look
   walPages_[s] = frames;
   int64_t stall = options_.walStallPages;
   int64_t free = FreeBytes(store.path());
@@ -204,9 +204,10 @@ void Writer::KeepLogShort(int s) {
     stats_.walWaits++;
     checkpointOnly_[s] = true;
     upkeep_[s]->RequestAndWait();
-  } else if (frames >= options_.checkpointPages) {
-    upkeep_[s]->Request();
+    return true;
   }
+  if (frames >= options_.checkpointPages) upkeep_[s]->Request();
+  return false;
 }
 
 // After a commit to store: the checkpoint and the index step are asked for on the store's
@@ -215,8 +216,8 @@ void Writer::KeepLogShort(int s) {
 // over); its next transaction then starts the log over.
 void Writer::AfterCommit(int s) {
   idleCheckpointed_[s] = false;
-  KeepLogShort(s);
-  upkeep_[s]->Request();
+  // Right after a wait, no index step: the next transaction must find no reader in the log.
+  if (!KeepLogShort(s)) upkeep_[s]->Request();
   const StoreLimits& limits = options_.limits[s];
   if (limits.maxRows > 0) {
     KeepLongest(&stats_.mostRowsOverCap, stores_[s]->RowCount() - limits.maxRows);

@@ -109,7 +109,8 @@ class Writer {
   // Resizes a retention step from how long the last one took.
   void Adapt(int store, int64_t* step, int64_t limit);
   void AfterCommit(int store);
-  void KeepLogShort(int store);
+  // True when it waited for a checkpoint.
+  bool KeepLogShort(int store);
   // The upkeep of store: a checkpoint when asked for, then one index step. True when the
   // index is still behind.
   bool Upkeep(int store, bool* complained);

@@ -269,7 +269,7 @@ struct IndexReader::State {
       return false;
     }
     *changed = true;
-    if (!matches || (maxId != 0 && maxId < mark)) return Reset(0);
+    if (!matches || (maxId != 0 && maxId < mark)) return Reset(std::max<int64_t>(minId - 1, 0));
     if (maxId == 0 || minId > mark) {  // cleared, or every indexed row removed
       if (low > mark) {
         *changed = false;

@@ -152,13 +152,14 @@ int main(int argc, char** argv) {
   queue.Close();
   writer.Join();
   const logd::WriterStats& stats = writer.stats();
-  char summary[512];
+  char summary[768];
   snprintf(summary, sizeof summary,
            "stopped (%s): %llu rows written in %llu batches, %llu rows retired, %llu removed "
            "for space; longest write transaction %.1f ms, longest retention transaction %.1f "
            "ms (%llu of %llu transactions over 25 ms; the most CPU time of one %.1f ms), longest "
-           "wait for a store %.1f ms; at most "
-           "%lld rows over a row limit; waited for a checkpoint %llu times",
+           "wait for a store %.1f ms; at most %lld rows over a row limit; waited for readers to "
+           "leave the write-ahead log %llu times (%llu times it started over; longest wait %.1f "
+           "ms), the log at most %lld pages",
            strsignal(signal), static_cast<unsigned long long>(stats.rowsWritten.load()),
            static_cast<unsigned long long>(stats.batches.load()),
            static_cast<unsigned long long>(stats.rowsRetired.load()),
@@ -168,8 +169,15 @@ int main(int argc, char** argv) {
            static_cast<unsigned long long>(stats.transactions.load()),
            stats.longestCpuUs.load() / 1000.0, stats.longestLockWaitUs.load() / 1000.0,
            static_cast<long long>(stats.mostRowsOverCap.load()),
-           static_cast<unsigned long long>(stats.walWaits.load()));
+           static_cast<unsigned long long>(stats.walWaits.load()),
+           static_cast<unsigned long long>(stats.walRestarts.load()),
+           stats.longestWalWaitUs.load() / 1000.0,
+           static_cast<long long>(stats.mostWalPages.load()));
   Say(LOG_INFO, summary);
+  if (stats.indexLockWaits > 0) {
+    Say(LOG_INFO, std::to_string(stats.indexLockWaits.load()) +
+                      " steps of the search index waited out another indexer's turn");
+  }
   if (stats.indexFailures > 0) {
     Say(LOG_WARNING, std::to_string(stats.indexFailures.load()) +
                          " steps of the search index failed; the last: " + writer.LastIndexError());

@@ -229,6 +229,8 @@ int64_t StoreFile::UsedBytes() {
 
 int64_t StoreFile::FreePages() { return QueryInt("PRAGMA freelist_count", 0); }
 
+int64_t StoreFile::FileBytes() { return QueryInt("PRAGMA page_count", 0) * PageSize(); }
+
 int64_t StoreFile::PageSize() {
   if (pageSize_ <= 0) pageSize_ = QueryInt("PRAGMA page_size", 4096);
   return pageSize_;
@@ -240,6 +242,15 @@ void StoreFile::Checkpoint(bool truncate) {
                               truncate ? SQLITE_CHECKPOINT_TRUNCATE : SQLITE_CHECKPOINT_PASSIVE,
                               nullptr, nullptr);
   }
+}
+
+int StoreFile::RestartLog(int waitMs) {
+  if (!db_) return SQLITE_MISUSE;
+  sqlite3_busy_timeout(db_.get(), waitMs);
+  int rc =
+      sqlite3_wal_checkpoint_v2(db_.get(), nullptr, SQLITE_CHECKPOINT_RESTART, nullptr, nullptr);
+  sqlite3_busy_timeout(db_.get(), kBusyTimeoutMs);
+  return rc;
 }
 
 int64_t StoreFile::OldestTime() { return QueryInt("SELECT min(time) FROM logs", -1); }

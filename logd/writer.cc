@@ -24,6 +24,8 @@ constexpr off_t kReserveBytes = 1 << 20;
 
 // Transactions that hold a store for longer are counted (WriterStats::longTransactions).
 constexpr int64_t kLongTransactionUs = 25000;
+// Rows of the smallest search index step.
+constexpr int64_t kSmallestIndexStep = 10000;
 // How long the search index waits after the file system was found full.
 constexpr int64_t kIndexPauseMs = 60000;
 
@@ -59,6 +61,7 @@ Writer::Writer(EntryQueue* queue, WriterOptions options)
   for (int s = 0; s < kStoreCount; ++s) {
     stores_[s] = std::make_unique<StoreFile>(options_.paths[s]);
     chunk_[s] = std::min<int64_t>(1000, options_.chunkRows);
+    indexStep_[s] = std::min<int64_t>(20000, options_.indexStepRows);
     vacuum_[s] = std::min<int64_t>(64, options_.vacuumPages);
   }
 }
@@ -97,16 +100,23 @@ std::string Writer::Position(Store store, const std::string& input) {
 
 void Writer::Start() {
   for (int s = 0; s < kStoreCount; ++s) {
-    upkeep_[s] = std::make_unique<BackgroundTask>(
-        [this, s, complained = false]() mutable { return Upkeep(s, &complained); });
-    upkeep_[s]->Request();  // an index left behind (or missing) catches up from the start
+    checkpointer_[s] = std::make_unique<BackgroundTask>([this, s] {
+      CheckpointStore(options_.paths[s]);
+      stats_.checkpoints++;
+      return false;
+    });
+    indexer_[s] = std::make_unique<BackgroundTask>(
+        [this, s, complained = false]() mutable { return IndexStep(s, &complained); });
+    indexer_[s]->Request();  // an index left behind (or missing) catches up from the start
+    nextWalWait_[s] = options_.walStallPages;
   }
   thread_ = std::thread([this] { Run(); });
 }
 
 void Writer::Join() {
   if (thread_.joinable()) thread_.join();
-  for (auto& upkeep : upkeep_) upkeep.reset();
+  for (auto& task : indexer_) task.reset();
+  for (auto& task : checkpointer_) task.reset();
 }
 
 std::string Writer::LastIndexError() const {
@@ -116,35 +126,46 @@ std::string Writer::LastIndexError() const {
 
 void Writer::WaitForIndex() {
   for (int s = 0; s < kStoreCount; ++s) {
-    if (!upkeep_[s] || !options_.index) continue;
+    if (!indexer_[s] || !options_.index) continue;
     do {
       indexBehind_[s] = -1;
-      upkeep_[s]->RequestAndWait();
+      indexer_[s]->RequestAndWait();
     } while (indexBehind_[s] != 0);
   }
 }
 
-bool Writer::Upkeep(int s, bool* complained) {
+bool Writer::IndexStep(int s, bool* complained) {
   const std::string& path = options_.paths[s];
-  bool only = checkpointOnly_[s].exchange(false);
-  bool force = checkpointNow_[s].exchange(false);
-  if (only || force || walPages_[s].load() >= options_.checkpointPages) {
-    CheckpointStore(path);
-    stats_.checkpoints++;
-  }
-  if (only || !options_.index) return false;
+  if (!options_.index) return false;
   if (NowMs() < indexPausedUntilMs_.load()) {
     indexBehind_[s] = 0;  // nothing to wait for: it resumes after the pause, on a commit
     return false;
   }
   int64_t behind = 0;
   std::string error;
-  bool indexed = IndexCatchUpSome(path, options_.indexStepRows, &behind, &error);
+  auto start = std::chrono::steady_clock::now();
+  bool indexed = IndexCatchUpSome(path, indexStep_[s], &behind, &error);
+  auto took = std::chrono::steady_clock::now() - start;
   indexBehind_[s] = indexed ? behind : 0;
   if (indexed) {
     indexFailed_[s] = false;
     *complained = false;
+    // Steps sized by time: a step is a reader of the store and holds the index's lock, which
+    // the search module's own catch-up waits for; the rows it covers cost a time that varies
+    // with the machine's load.
+    if (took > options_.indexStepTarget) {
+      indexStep_[s] = std::max<int64_t>(indexStep_[s] / 2, kSmallestIndexStep);
+    } else if (took < options_.indexStepTarget / 2 && behind > 0) {
+      indexStep_[s] =
+          std::min<int64_t>(indexStep_[s] + indexStep_[s] / 4 + 1, options_.indexStepRows);
+    }
     return behind > 0;  // the next step, after whatever else is asked
+  }
+  // Another indexer (the search module's catch-up) held the index for the whole wait: it
+  // brings the index on meanwhile, so this step is tried again at once, not counted as failed.
+  if (error.find("database is locked") != std::string::npos) {
+    stats_.indexLockWaits++;
+    return true;
   }
   stats_.indexFailures++;
   indexFailed_[s] = true;
@@ -187,37 +208,52 @@ void Writer::Adapt(int s, int64_t* step, int64_t limit) {
   }
 }
 
+// A reader keeps the log from starting over while it reads from it; as readers come and go,
+// one is nearly always in a busy log. So once the log is long the writer stops, outside any
+// transaction, and waits a while for the readers in it to leave (a RESTART checkpoint: new
+// readers then read from the file alone); its next commit starts the log over. When they do
+// not leave in time, the log grows another walStallPages before the next wait, up to
+// walLimitPages, where the writer waits until they have left (a reader holds the log for one
+// read; the writer's waiting lets no new reader into it).
 // On a file system with little room left, the log is kept within half the reserve: pages in
 // the log that are new to the file need that much room again when they are copied into it, and
 // a full file system can only be recovered from when the reserve covers them.
-bool Writer::KeepLogShort(int s) {
+void Writer::KeepLogShort(int s) {
   StoreFile& store = *stores_[s];
   int64_t frames = store.WalFrames();
-  if (frames == walPages_[s]) return false;  // nothing committed since the last look
+  if (frames == walPages_[s]) return;  // nothing committed since the last look
   walPages_[s] = frames;
+  KeepLongest(&stats_.mostWalPages, frames);
   int64_t stall = options_.walStallPages;
+  int64_t limit = std::max(stall, options_.walLimitPages);
   int64_t free = FreeBytes(store.path());
   if (free >= 0 && free < 2 * stall * store.PageSize()) {
-    stall = std::min<int64_t>(stall, kReserveBytes / 2 / store.PageSize());
+    stall = limit = std::min<int64_t>(stall, kReserveBytes / 2 / store.PageSize());
+  } else if (free >= 0 && free < 2 * limit * store.PageSize()) {
+    limit = stall;
   }
-  if (frames >= stall) {
-    stats_.walWaits++;
-    checkpointOnly_[s] = true;
-    upkeep_[s]->RequestAndWait();
-    return true;
+  if (frames < stall) nextWalWait_[s] = stall;
+  if (frames < std::min(nextWalWait_[s], limit)) {
+    if (frames >= options_.checkpointPages) checkpointer_[s]->Request();
+    return;
   }
-  if (frames >= options_.checkpointPages) upkeep_[s]->Request();
-  return false;
+  stats_.walWaits++;
+  auto start = std::chrono::steady_clock::now();
+  int rc = store.RestartLog(static_cast<int>(options_.walWait.count()));
+  while (rc == SQLITE_BUSY && frames >= limit && !queue_->closed()) rc = store.RestartLog(1000);
+  KeepLongest(&stats_.longestWalWaitUs, std::chrono::duration_cast<std::chrono::microseconds>(
+                                            std::chrono::steady_clock::now() - start)
+                                            .count());
+  if (rc == SQLITE_OK) stats_.walRestarts++;
+  nextWalWait_[s] = rc == SQLITE_OK ? stall : frames + stall;
 }
 
-// After a commit to store: the checkpoint and the index step are asked for on the store's
-// upkeep thread. Only a log grown past walStallPages makes the writer wait, for a run that
-// only checkpoints (a reader in the log, such as an index step, would keep it from starting
-// over); its next transaction then starts the log over.
+// After a commit to store: a checkpoint and an index step are asked for on the store's own
+// threads; a long log makes the writer wait for its readers (KeepLogShort).
 void Writer::AfterCommit(int s) {
   idleCheckpointed_[s] = false;
-  // Right after a wait, no index step: the next transaction must find no reader in the log.
-  if (!KeepLogShort(s)) upkeep_[s]->Request();
+  KeepLogShort(s);
+  indexer_[s]->Request();
   const StoreLimits& limits = options_.limits[s];
   if (limits.maxRows > 0) {
     KeepLongest(&stats_.mostRowsOverCap, stores_[s]->RowCount() - limits.maxRows);
@@ -240,11 +276,10 @@ void Writer::Run() {
       Retain(s);
       // When idle, what is left in the log goes into the file, once.
       if (batch.empty() && stores_[s]->WalFrames() > 0 && !idleCheckpointed_[s]) {
-        checkpointNow_[s] = true;
-        upkeep_[s]->Request();
+        checkpointer_[s]->Request();
         idleCheckpointed_[s] = true;
       } else if (batch.empty() && indexFailed_[s]) {
-        upkeep_[s]->Request();  // a failed index step is tried again once a second
+        indexer_[s]->Request();  // a failed index step is tried again once a second
       }
     }
   }
@@ -378,10 +413,29 @@ int64_t Writer::Excess(int s, const char** why) {
   return 0;
 }
 
+// Pages freed by retention are left to the next batches, which fill them, up to a slack: a
+// vacuum step would move the newest pages from the end of the file into them, writing them
+// twice and scattering the rows readers read first. The slack is the larger of 4 MiB and a
+// 64th of the file, at most a 16th of a byte limit, and none while the file system has less
+// room than the store is to keep free (the pages then go back to it).
+int64_t Writer::VacuumSlack(int s) {
+  StoreFile& store = *stores_[s];
+  const StoreLimits& limits = options_.limits[s];
+  int64_t page = store.PageSize();
+  int64_t slack = std::max<int64_t>(options_.vacuumSlackBytes, store.FileBytes() / 64) / page;
+  if (limits.maxBytes > 0) slack = std::min(slack, limits.maxBytes / 16 / page);
+  if (limits.keepFreeBytes > 0) {
+    int64_t free = FreeBytes(store.path());
+    if (free >= 0 && free < limits.keepFreeBytes) slack = 0;
+  }
+  return slack;
+}
+
 // Brings the store back within its limits, a chunk per transaction, each chunk sized so that
-// its transaction stays near trimTarget; then one vacuum step, sized the same way. A pass
-// deletes at most a few chunks, so that batches go on between passes; a batch adds at most
-// batchRows rows, so the store stays within a limit plus one batch while trimming keeps up.
+// its transaction stays near trimTarget; then gives back the free pages beyond the slack
+// (VacuumSlack) in vacuum steps sized the same way. A pass runs at most a few chunks and steps,
+// so that batches go on between passes; a batch adds at most batchRows rows, so the store stays
+// within a limit plus one batch while trimming keeps up.
 void Writer::Retain(int s) {
   constexpr int kChunksPerPass = 8;
   StoreFile& store = *stores_[s];
@@ -412,11 +466,17 @@ void Writer::Retain(int s) {
     retired += deleted;
   }
   stats_.rowsRetired += retired;
-  if (store.FreePages() > 0 && store.Vacuum(vacuum_[s]) == SQLITE_OK) {
+  bool vacuumed = false;
+  for (int pass = 0; pass < kChunksPerPass; ++pass) {
+    int64_t spare = store.FreePages() - VacuumSlack(s);
+    if (spare <= 0 || store.Vacuum(std::min(spare, vacuum_[s])) != SQLITE_OK) break;
+    vacuumed = true;
     Timed(s, true);
     Adapt(s, &vacuum_[s], options_.vacuumPages);
   }
-  if (retired > 0) upkeep_[s]->Request();
+  // The file shrinks once the log is copied into it: when idle, after these commits too.
+  if (retired > 0 || vacuumed) idleCheckpointed_[s] = false;
+  if (retired > 0) indexer_[s]->Request();
   KeepLogShort(s);
 }
 

@@ -27,16 +27,24 @@ struct WriterOptions {
   std::chrono::milliseconds linger{50};  // how long a batch waits to fill
   int64_t chunkRows = 10000;             // rows of one retention transaction at most
   int64_t vacuumPages = 512;             // pages given back by one vacuum step at most
+  int64_t vacuumSlackBytes = 4 << 20;    // free pages left for the next batches (see Retain)
   // Retention chunks and vacuum steps are sized, from how long the last ones took, so that
   // each transaction holds the store for about this long.
   std::chrono::microseconds trimTarget{8000};
-  // A background checkpoint is asked for once the write-ahead log holds this many pages; the
-  // writer waits for one before going on once it holds walStallPages (so that the log starts
-  // over and stays bounded under a steady stream).
+  // A background checkpoint is asked for once the write-ahead log holds this many pages. A
+  // reader in the log keeps it from starting over; once it holds walStallPages, and again each
+  // walStallPages further, the writer waits up to walWait for the readers in it to leave (a
+  // RESTART checkpoint), so that it starts over while readers come and go. At walLimitPages
+  // it waits for as long as that takes (one reader's read at most), which bounds the log.
   int64_t checkpointPages = 1000;
   int64_t walStallPages = 16384;
-  bool index = true;              // keep each store's search index current after commits
-  int64_t indexStepRows = 20000;  // rows indexed by one upkeep step at most
+  int64_t walLimitPages = 65536;
+  std::chrono::milliseconds walWait{250};
+  bool index = true;  // keep each store's search index current after commits
+  // Index steps are sized, from how long the last one took, to about indexStepTarget each, and
+  // cover indexStepRows rows at most.
+  int64_t indexStepRows = 50000;
+  std::chrono::milliseconds indexStepTarget{250};
 };
 
 // Counters readable from any thread while the writer runs.
@@ -52,9 +60,13 @@ struct WriterStats {
   std::atomic<uint64_t> longTransactions{0};   // of them, those over 25 ms
   std::atomic<int64_t> longestLockWaitUs{0};   // waiting for a store's write lock
   std::atomic<int64_t> mostRowsOverCap{0};     // rows above a store's row limit after a commit
-  std::atomic<uint64_t> walWaits{0};           // times the writer waited for a checkpoint
-  std::atomic<uint64_t> indexFailures{0};      // index steps that failed
-  std::atomic<uint64_t> checkpoints{0};        // background checkpoints run
+  std::atomic<uint64_t> walWaits{0};           // times the writer waited for readers to leave
+  std::atomic<uint64_t> walRestarts{0};        // of them, those after which the log started over
+  std::atomic<int64_t> longestWalWaitUs{0};
+  std::atomic<int64_t> mostWalPages{0};     // the longest the write-ahead log grew
+  std::atomic<uint64_t> indexFailures{0};   // index steps that failed
+  std::atomic<uint64_t> indexLockWaits{0};  // index steps that found the index locked
+  std::atomic<uint64_t> checkpoints{0};     // background checkpoints run
 };
 
 // Takes batches from the queue and writes them, one transaction per store and batch, with the
@@ -65,8 +77,8 @@ struct WriterStats {
 // again every second (the queue then fills and inputs wait), so nothing taken from the queue
 // is dropped while the writer runs. Beside the stores it keeps ".quor-logd.reserve", 1 MiB
 // given up to let a delete run on a full file system.
-// Beside the writer thread, each store has an upkeep thread that never holds up a batch: after
-// commits it copies the write-ahead log into the file (commits never do), then brings the
+// Beside the writer thread, each store has two threads that never hold up a batch: one copies
+// the write-ahead log into the file after commits (commits never do), the other brings the
 // store's search index a step nearer to the newest row (the index is a database of its own),
 // and goes on in steps while the index is behind.
 class Writer {
@@ -106,14 +118,15 @@ class Writer {
   void Note(int level, const std::string& text);
   // Records how long store's last transaction took (trim: a retention one).
   void Timed(int store, bool trim);
+  // Free pages of store that are left for the next batches to fill.
+  int64_t VacuumSlack(int store);
   // Resizes a retention step from how long the last one took.
   void Adapt(int store, int64_t* step, int64_t limit);
   void AfterCommit(int store);
-  // True when it waited for a checkpoint.
-  bool KeepLogShort(int store);
-  // The upkeep of store: a checkpoint when asked for, then one index step. True when the
-  // index is still behind.
-  bool Upkeep(int store, bool* complained);
+  // Waits for the readers of a long log to leave it (see WriterOptions::walStallPages).
+  void KeepLogShort(int store);
+  // One step of store's search index. True when the index is still behind.
+  bool IndexStep(int store, bool* complained);
 
   EntryQueue* queue_;
   WriterOptions options_;
@@ -122,14 +135,15 @@ class Writer {
   std::thread thread_;
   WriterStats stats_;
   std::chrono::steady_clock::time_point nextAgeCheck_[kStoreCount];
-  int64_t chunk_[kStoreCount];   // rows of the next retention chunk
-  int64_t vacuum_[kStoreCount];  // pages of the next vacuum step
-  std::unique_ptr<BackgroundTask> upkeep_[kStoreCount];
-  // Set by the writer: pages in the log after its last commit, and that the next upkeep run
-  // only checkpoints (so that nothing of ours reads the store when the writer starts over).
-  std::atomic<int64_t> walPages_[kStoreCount] = {};
-  std::atomic<bool> checkpointOnly_[kStoreCount] = {};
-  std::atomic<bool> checkpointNow_[kStoreCount] = {};   // whatever the log holds (when idle)
+  int64_t chunk_[kStoreCount];      // rows of the next retention chunk
+  int64_t vacuum_[kStoreCount];     // pages of the next vacuum step
+  int64_t indexStep_[kStoreCount];  // rows of the next index step (its thread only)
+  std::unique_ptr<BackgroundTask> checkpointer_[kStoreCount];
+  std::unique_ptr<BackgroundTask> indexer_[kStoreCount];
+  // Writer thread only: pages in the log after the last commit, and the size at which the
+  // writer next waits for readers to leave it.
+  int64_t walPages_[kStoreCount] = {};
+  int64_t nextWalWait_[kStoreCount] = {};
   std::atomic<int64_t> indexBehind_[kStoreCount] = {};  // after the last index step; -1 unknown
   std::atomic<bool> indexFailed_[kStoreCount] = {};     // the last index step failed
   mutable std::mutex errorMutex_;

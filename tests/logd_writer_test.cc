@@ -1,6 +1,7 @@
 // quor-logd's queue and writer on real stores: retention by rows, bytes and age, a full file
 // system, the module's clear during writing, and WAL stores read by the platform library.
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -25,7 +26,9 @@ logd::LogEntry Numbered(int64_t i, size_t padding = 0, int64_t time = 0) {
 // A writer on the current root's stores with the given system-store limits.
 struct WriterUnderTest {
   explicit WriterUnderTest(logd::StoreLimits limits, size_t queueEntries = 100000)
-      : queue(queueEntries, 64 << 20), writer(&queue, Options(limits)) {
+      : WriterUnderTest(Options(limits), queueEntries) {}
+  WriterUnderTest(logd::WriterOptions options, size_t queueEntries)
+      : queue(queueEntries, 64 << 20), writer(&queue, std::move(options)) {
     std::string error;
     EXPECT_TRUE(writer.Open(&error)) << error;
     writer.Start();
@@ -98,6 +101,18 @@ TEST(LogdWriter, RetentionByRowsBytesAndAge) {
   EXPECT_LT(CountRows(SystemStore()), 5000);
   EXPECT_EQ(1, CountRows(SystemStore(), "msg LIKE 'row 19999.%'"));
 
+  // A lowered row limit: the pages freed beyond the few MiB kept for new rows go back.
+  {
+    WriterUnderTest w({0, 0, 0, 0});
+    for (int i = 0; i < 20000; ++i) ASSERT_TRUE(w.queue.Push(Numbered(i, 500)));
+  }
+  ASSERT_GT(FileBytes(SystemStore()), 10 << 20);
+  {
+    WriterUnderTest w({1000, 0, 0, 0});
+    ASSERT_TRUE(w.queue.Push(Numbered(20000)));
+    ASSERT_TRUE(WaitUntil([] { return FileBytes(SystemStore()) < (6 << 20); }));
+  }
+
   {
     WriterUnderTest w({0, 0, 2, 0});
     int64_t now = time(nullptr);
@@ -145,6 +160,33 @@ TEST(LogdWriter, FullFileSystemDeletesOldestAndKeepsLogging) {
                       "msg LIKE 'quor-logd[%]: The file system is full: removed "
                       "the % oldest rows of the system log to make room.'"),
             2);
+}
+
+// A reader that stays in the write-ahead log: the writer goes on past the first stall, waits
+// for the reader at the limit, and the log starts over once the reader has left.
+TEST(LogdWriter, LogGrowsWhileAReaderStaysAndStartsOverAfter) {
+  TempRoot root;
+  logd::WriterOptions options = WriterUnderTest::Options({0, 0, 0, 0});
+  options.batchRows = 100;
+  options.walStallPages = 50;
+  options.walLimitPages = 200;
+  options.walWait = std::chrono::milliseconds(20);
+  options.index = false;
+  WriterUnderTest w(options, 100000);
+  ASSERT_TRUE(w.queue.Push(Numbered(0)));
+  ASSERT_TRUE(WaitUntil([] { return CountRows(SystemStore()) == 1; }));
+  sqlite3* reader = nullptr;
+  ASSERT_EQ(SQLITE_OK,
+            sqlite3_open_v2(SystemStore().c_str(), &reader, SQLITE_OPEN_READONLY, nullptr));
+  ASSERT_EQ(SQLITE_OK,
+            sqlite3_exec(reader, "BEGIN; SELECT count(*) FROM logs", nullptr, nullptr, nullptr));
+  for (int i = 1; i < 4000; ++i) ASSERT_TRUE(w.queue.Push(Numbered(i, 500)));
+  ASSERT_TRUE(WaitUntil([&] { return w.writer.stats().mostWalPages >= 200; }));
+  EXPECT_LT(CountRows(SystemStore()), 4000);  // held at the limit while the reader stays
+  sqlite3_close_v2(reader);                   // ends its read
+  ASSERT_TRUE(WaitUntil([] { return CountRows(SystemStore()) == 4000; }));
+  EXPECT_GT(w.writer.stats().walRestarts.load(), 0u);
+  EXPECT_LT(w.writer.stats().mostWalPages.load(), 200 + 50);  // the limit and one batch
 }
 
 TEST(LogdWriter, ClearDuringWritingLosesNothingThatCameAfter) {

@@ -4,7 +4,9 @@
 # READERS_RATE rows/s (default 50,000; syslog_load over TCP, paced). Prints each call's median
 # and slowest time beside its quiet median, the goal (2x quiet + 50 ms) and the errors.
 # READERS_RETENTION=off lifts the row limit (the store starts at the default 1,000,000), so that
-# the writer only adds rows.
+# the writer only adds rows. REFERENCE_LOGD=PATH runs the same with an earlier quor-logd after
+# this build's run, each on a fresh copy; each run also gives the CPU that quor-logd used (its
+# share of the machine's 2 cores is what the readers lose) and its stop line.
 #   scripts/readers_bench.sh BUILD
 set -euo pipefail
 build=${1:-build}
@@ -91,58 +93,74 @@ if [ ! -f "$template/$store" ]; then
   "$bin/quor-logdemo" --root "$template" --rows 1000000 >/dev/null
 fi
 
-rm -rf "$root"
-cp -a "$template" "$root"
-rm -f "$root/$store.search-index"*
-serve "$root"
-index_complete "$root"
-measure "$data/readers-warm.txt"  # fills the page cache and the workers' statements
-measure "$data/readers-quiet.txt"
+# CPU time (clock ticks, user and system) that process pid has used so far.
+cpu_ticks() { awk '{ print $14 + $15 }' "/proc/$1/stat" 2>/dev/null || echo 0; }
 
-[ "${READERS_RETENTION:-on}" = off ] && echo "system_max_rows = 0" >>"$root/etc/quor-logd.conf"
-"$bin/quor-logd" --root "$root" --tcp "127.0.0.1:$port" 2>"$data/readers-logd.err" &
-pids+=($!)
-for _ in $(seq 100); do
-  (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null && break
-  sleep 0.1
-done
-if ! kill -0 "${pids[-1]}" 2>/dev/null; then
-  echo "readers: quor-logd did not start:" >&2
-  cat "$data/readers-logd.err" >&2
-  exit 1
-fi
-"$bin/syslog_load" tcp "$port" $((rate * 600)) "$rate" >/dev/null &
-pids+=($!)
-sleep 2  # the writer at its pace, retention included (the store is at its 1,000,000-row limit)
-id0=$(max_id "$root")
-t0=$(date +%s.%N)
-measure "$data/readers-loaded.txt"
-id1=$(max_id "$root")
-t1=$(date +%s.%N)
-mark=$(sqlite3 -readonly "$root/$store.search-index" "SELECT mark FROM state" 2>/dev/null || echo 0)
-stop_all
+# One run on a fresh copy of the template: quiet calls, then calls while logd (a quor-logd
+# binary) writes.
+#   run_readers LABEL LOGD
+run_readers() {
+  local label=$1 logd=$2
+  rm -rf "$root"
+  cp -a "$template" "$root"
+  rm -f "$root/$store.search-index"*
+  serve "$root"
+  index_complete "$root"
+  measure "$data/readers-warm.txt"  # fills the page cache and the workers' statements
+  measure "$data/readers-quiet.txt"
 
-echo "== readers while quor-logd writes: 1,000,000 system rows, quor-webapi serve, ms per call"
-awk -v a="$t0" -v b="$t1" -v n=$((id1 - id0)) -v r="$rate" 'BEGIN {
-  printf "   quor-logd wrote %.0f rows/s during the loaded calls (paced sender: %d/s)\n", n / (b - a), r
-}'
-echo "   the search index was $((id1 - ${mark:-0})) rows behind the store at the end"
-echo "   retention: ${READERS_RETENTION:-on} (system_max_rows $([ "${READERS_RETENTION:-on}" = off ] && echo 0 || echo 1000000))"
-printf "%-32s %9s %9s %9s %7s %9s %7s\n" "call ($rounds each)" "quiet" "writing" "slowest" "ratio" \
-  "goal" "errors"
-for i in "${!calls[@]}"; do
-  awk -v i="$i" -v label="${labels[$i]}" '
-    function median(a, n,   j, k, t) {
-      for (j = 2; j <= n; j++) { t = a[j]; for (k = j - 1; k >= 1 && a[k] > t; k--) a[k + 1] = a[k]; a[k + 1] = t }
-      return n % 2 ? a[(n + 1) / 2] : (a[n / 2] + a[n / 2 + 1]) / 2
-    }
-    FILENAME ~ /quiet/ && $1 == i { if ($2 == "error") qe++; else q[++nq] = $2 * 1000 }
-    FILENAME ~ /loaded/ && $1 == i {
-      if ($2 == "error") le++; else { l[++nl] = $2 * 1000; if (l[nl] > worst) worst = l[nl] }
-    }
-    END {
-      qm = median(q, nq); lm = median(l, nl); goal = 2 * qm + 50
-      printf "%-32s %9.1f %9.1f %9.1f %6.2fx %9.1f %7d %s\n", label, qm, lm, worst, lm / qm, goal,
-             qe + le, (worst <= goal && qe + le == 0) ? "" : "(over the goal)"
-    }' "$data/readers-quiet.txt" "$data/readers-loaded.txt"
-done
+  [ "${READERS_RETENTION:-on}" = off ] && echo "system_max_rows = 0" >>"$root/etc/quor-logd.conf"
+  "$logd" --root "$root" --tcp "127.0.0.1:$port" 2>"$data/readers-logd.err" &
+  pids+=($!)
+  for _ in $(seq 100); do
+    (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null && break
+    sleep 0.1
+  done
+  if ! kill -0 "${pids[-1]}" 2>/dev/null; then
+    echo "readers: quor-logd did not start:" >&2
+    cat "$data/readers-logd.err" >&2
+    exit 1
+  fi
+  "$bin/syslog_load" tcp "$port" $((rate * 600)) "$rate" >/dev/null &
+  pids+=($!)
+  sleep 2  # the writer at its pace, retention included (the store is at its 1,000,000-row limit)
+  id0=$(max_id "$root")
+  t0=$(date +%s.%N)
+  cpu0=$(cpu_ticks "${pids[-2]}")
+  measure "$data/readers-loaded.txt"
+  cpu1=$(cpu_ticks "${pids[-2]}")
+  id1=$(max_id "$root")
+  t1=$(date +%s.%N)
+  mark=$(sqlite3 -readonly "$root/$store.search-index" "SELECT mark FROM state" 2>/dev/null || echo 0)
+  stop_all
+
+  echo "== readers while quor-logd writes ($label): 1,000,000 system rows, quor-webapi serve, ms per call"
+  awk -v a="$t0" -v b="$t1" -v n=$((id1 - id0)) -v r="$rate" -v c=$((cpu1 - cpu0)) -v hz="$(getconf CLK_TCK)" 'BEGIN {
+    printf "   quor-logd wrote %.0f rows/s during the loaded calls (paced sender: %d/s), using %.0f%% of a core\n", n / (b - a), r, 100 * c / hz / (b - a)
+  }'
+  echo "   the search index was $((id1 - ${mark:-0})) rows behind the store at the end"
+  echo "   retention: ${READERS_RETENTION:-on} (system_max_rows $([ "${READERS_RETENTION:-on}" = off ] && echo 0 || echo 1000000))"
+  printf "%-32s %9s %9s %9s %7s %9s %7s\n" "call ($rounds each)" "quiet" "writing" "slowest" "ratio" \
+    "goal" "errors"
+  for i in "${!calls[@]}"; do
+    awk -v i="$i" -v label="${labels[$i]}" '
+      function median(a, n,   j, k, t) {
+        for (j = 2; j <= n; j++) { t = a[j]; for (k = j - 1; k >= 1 && a[k] > t; k--) a[k + 1] = a[k]; a[k + 1] = t }
+        return n % 2 ? a[(n + 1) / 2] : (a[n / 2] + a[n / 2 + 1]) / 2
+      }
+      FILENAME ~ /quiet/ && $1 == i { if ($2 == "error") qe++; else q[++nq] = $2 * 1000 }
+      FILENAME ~ /loaded/ && $1 == i {
+        if ($2 == "error") le++; else { l[++nl] = $2 * 1000; if (l[nl] > worst) worst = l[nl] }
+      }
+      END {
+        qm = median(q, nq); lm = median(l, nl); goal = 2 * qm + 50
+        printf "%-32s %9.1f %9.1f %9.1f %6.2fx %9.1f %7d %s\n", label, qm, lm, worst, lm / qm, goal,
+               qe + le, (worst <= goal && qe + le == 0) ? "" : "(over the goal)"
+      }' "$data/readers-quiet.txt" "$data/readers-loaded.txt"
+  done
+  grep -ho 'stopped.*' "$data/readers-logd.err" | sed 's/^/   quor-logd /' || true
+  grep -h 'search index' "$data/readers-logd.err" | sed 's/^quor-logd: /   /' || true
+}
+
+run_readers "this build" "$bin/quor-logd"
+if [ -n "${REFERENCE_LOGD:-}" ]; then run_readers "reference $REFERENCE_LOGD" "$REFERENCE_LOGD"; fi

@@ -210,11 +210,12 @@ void Writer::Adapt(int s, int64_t* step, int64_t limit) {
 
 // A reader keeps the log from starting over while it reads from it; as readers come and go,
 // one is nearly always in a busy log. So once the log is long the writer stops, outside any
-// transaction, and waits a while for the readers in it to leave (a RESTART checkpoint: new
-// readers then read from the file alone); its next commit starts the log over. When they do
-// not leave in time, the log grows another walStallPages before the next wait, up to
-// walLimitPages, where the writer waits until they have left (a reader holds the log for one
-// read; the writer's waiting lets no new reader into it).
+// transaction, and waits a while for the readers in it to leave (a RESTART checkpoint: readers
+// that start meanwhile read the file alone); its next commit starts the log over. When they do
+// not leave in time, the log grows another walStallPages before the next wait: a reader that
+// stays (a long search, an index step) costs the writer one short wait per stall size, and the
+// log grows by what is written meanwhile. Only at the limit, a quarter of the file system's
+// free room, does the writer wait until the readers have left.
 // On a file system with little room left, the log is kept within half the reserve: pages in
 // the log that are new to the file need that much room again when they are copied into it, and
 // a full file system can only be recovered from when the reserve covers them.
@@ -224,14 +225,16 @@ void Writer::KeepLogShort(int s) {
   if (frames == walPages_[s]) return;  // nothing committed since the last look
   walPages_[s] = frames;
   KeepLongest(&stats_.mostWalPages, frames);
+  int64_t page = store.PageSize();
   int64_t stall = options_.walStallPages;
-  int64_t limit = std::max(stall, options_.walLimitPages);
   int64_t free = FreeBytes(store.path());
-  if (free >= 0 && free < 2 * stall * store.PageSize()) {
-    stall = limit = std::min<int64_t>(stall, kReserveBytes / 2 / store.PageSize());
-  } else if (free >= 0 && free < 2 * limit * store.PageSize()) {
-    limit = stall;
+  int64_t limit = options_.walLimitPages > 0 ? options_.walLimitPages
+                  : free >= 0                ? free / 4 / page
+                                             : INT64_MAX;
+  if (free >= 0 && free < 2 * stall * page) {
+    stall = limit = std::min<int64_t>(stall, kReserveBytes / 2 / page);
   }
+  limit = std::max(limit, stall);
   if (frames < stall) nextWalWait_[s] = stall;
   if (frames < std::min(nextWalWait_[s], limit)) {
     if (frames >= options_.checkpointPages) checkpointer_[s]->Request();

@@ -34,16 +34,17 @@ struct WriterOptions {
   // A background checkpoint is asked for once the write-ahead log holds this many pages. A
   // reader in the log keeps it from starting over; once it holds walStallPages, and again each
   // walStallPages further, the writer waits up to walWait for the readers in it to leave (a
-  // RESTART checkpoint), so that it starts over while readers come and go. At walLimitPages
-  // it waits for as long as that takes (one reader's read at most), which bounds the log.
+  // RESTART checkpoint), so that it starts over while readers come and go and grows while one
+  // stays. At walLimitPages (0: a quarter of the file system's free room) the writer waits
+  // for as long as that takes.
   int64_t checkpointPages = 1000;
   int64_t walStallPages = 16384;
-  int64_t walLimitPages = 65536;
+  int64_t walLimitPages = 0;
   std::chrono::milliseconds walWait{250};
   bool index = true;  // keep each store's search index current after commits
   // Index steps are sized, from how long the last one took, to about indexStepTarget each, and
   // cover indexStepRows rows at most.
-  int64_t indexStepRows = 50000;
+  int64_t indexStepRows = 20000;
   std::chrono::milliseconds indexStepTarget{250};
 };
 

@@ -157,8 +157,8 @@ EOF
       grep -ho 'stopped.*' "$root/logd.err" | head -1
       rm -rf "$root"
     }
-    if [ -n "${REFERENCE_LOGD:-}" ]; then  # an earlier build keeps no index: none is made
-      no_index=1 run "reference: $big-row store at its limit" "$REFERENCE_LOGD" "$big"
+    if [ -n "${REFERENCE_LOGD:-}" ]; then  # NO_INDEX=1 for a build that keeps no index
+      no_index=${NO_INDEX:-} run "reference: $big-row store at its limit" "$REFERENCE_LOGD" "$big"
     fi
     run "empty store, no limit" "$bin/quor-logd" 0
     run "$big-row store at its limit" "$bin/quor-logd" "$big"

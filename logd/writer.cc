@@ -142,14 +142,18 @@ bool Writer::IndexStep(int s, bool* complained) {
     return false;
   }
   // The store comes first: while the writer is behind (more than a batch waits in the queue),
-  // index steps wait, so that a burst gets both cores; the commits after it ask again.
-  if (queue_->size() > options_.batchRows && !queue_->closed()) {
+  // index steps wait, so that a burst gets both cores; the commits after it ask again. A
+  // steady stream that keeps the queue full still gets a step a second, so that the index
+  // does not fall so far behind that searches scan (or that it is made anew).
+  auto start = std::chrono::steady_clock::now();
+  if (queue_->size() > options_.batchRows && !queue_->closed() &&
+      start - lastIndexStep_[s] < std::chrono::seconds(1)) {
     indexBehind_[s] = 0;
     return false;
   }
+  lastIndexStep_[s] = start;
   int64_t behind = 0;
   std::string error;
-  auto start = std::chrono::steady_clock::now();
   bool indexed = IndexCatchUpSome(path, indexStep_[s], &behind, &error);
   auto took = std::chrono::steady_clock::now() - start;
   indexBehind_[s] = indexed ? behind : 0;

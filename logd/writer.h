@@ -139,6 +139,7 @@ class Writer {
   int64_t chunk_[kStoreCount];      // rows of the next retention chunk
   int64_t vacuum_[kStoreCount];     // pages of the next vacuum step
   int64_t indexStep_[kStoreCount];  // rows of the next index step (its thread only)
+  std::chrono::steady_clock::time_point lastIndexStep_[kStoreCount];  // its start (same)
   std::unique_ptr<BackgroundTask> checkpointer_[kStoreCount];
   std::unique_ptr<BackgroundTask> indexer_[kStoreCount];
   // Writer thread only: pages in the log after the last commit, and the size at which the

@@ -660,6 +660,66 @@ int64_t IndexReader::CandidateBound(const std::vector<std::string>& foldedTerms)
   return fewest == INT64_MAX ? -1 : fewest;
 }
 
+bool IndexReader::ReadTimesById(int64_t* odd) {
+  State& s = *state_;
+  times_.clear();
+  if (!s.Int("SELECT sum(n) FROM hours WHERE hour = " + std::to_string(kOddMinute), 0, odd)) {
+    return false;
+  }
+  // One seek per end of each chunk's minutes, rather than a read of every count.
+  Stmt next = s.Prepare("SELECT min(chunk) FROM counts WHERE chunk > ?");
+  Stmt first = s.Prepare("SELECT minute FROM counts WHERE chunk = ?1 AND minute > ?2 ORDER BY " +
+                         std::string("minute LIMIT 1"));
+  Stmt last = s.Prepare("SELECT minute FROM counts WHERE chunk = ? ORDER BY minute DESC LIMIT 1");
+  if (!next || !first || !last) return false;
+  const int64_t lowest = INT64_MIN / 60 + 1, highest = INT64_MAX / 60 - 1;
+  int64_t chunk = -1;
+  for (;;) {
+    sqlite3_reset(next.get());
+    sqlite3_bind_int64(next.get(), 1, chunk);
+    if (sqlite3_step(next.get()) != SQLITE_ROW) return s.Fail("read chunks");
+    if (sqlite3_column_type(next.get(), 0) == SQLITE_NULL) break;
+    chunk = sqlite3_column_int64(next.get(), 0);
+    int64_t minutes[2];
+    sqlite3_bind_int64(first.get(), 2, kOddMinute);
+    for (sqlite3_stmt* end : {first.get(), last.get()}) {
+      sqlite3_reset(end);
+      sqlite3_bind_int64(end, 1, chunk);
+      int rc = sqlite3_step(end);
+      if (rc != SQLITE_ROW && rc != SQLITE_DONE) return s.Fail("read chunk minutes");
+      minutes[end == last.get()] = rc == SQLITE_ROW ? sqlite3_column_int64(end, 0) : kOddMinute;
+    }
+    if (minutes[1] == kOddMinute) continue;  // only rows without an integer time
+    // Minutes at the ends of the 64-bit range stand for those ends (INT64_MIN and INT64_MAX
+    // are never a chunk's latest and earliest: they tell that no chunk is below or above).
+    int64_t earliest = std::min(std::max(minutes[0], lowest), highest);
+    int64_t latest = std::min(std::max(minutes[1], lowest), highest);
+    times_.push_back({chunk, minutes[0] < lowest ? INT64_MIN : earliest * 60,
+                      minutes[1] > highest ? INT64_MAX : latest * 60 + 59});
+  }
+  for (size_t i = 1; i < times_.size(); ++i) {
+    times_[i].latest = std::max(times_[i].latest, times_[i - 1].latest);
+  }
+  for (size_t i = times_.size(); i-- > 1;) {
+    times_[i - 1].earliest = std::min(times_[i - 1].earliest, times_[i].earliest);
+  }
+  return true;
+}
+
+int64_t IndexReader::LatestBelow(int64_t id) const {
+  // The last chunk at or below id's.
+  auto after = std::upper_bound(times_.begin(), times_.end(), id >> kChunkBits,
+                                [](int64_t c, const ChunkTimes& t) { return c < t.chunk; });
+  return after == times_.begin() ? INT64_MIN : (after - 1)->latest;
+}
+
+int64_t IndexReader::EarliestAbove(int64_t id) const {
+  // The first chunk at or above id's.
+  auto at = std::lower_bound(times_.begin(), times_.end(), id >> kChunkBits,
+                             [](const ChunkTimes& t, int64_t c) { return t.chunk < c; });
+  return at == times_.end() ? INT64_MAX : at->earliest;
+}
+
 bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, int64_t* last) {
   State& s = *state_;
   *found = false;

@@ -79,6 +79,15 @@ class IndexReader {
   // when there is no such row. False when the index cannot tell (odd times present).
   bool TimeBounds(const bool levels[4], bool* found, int64_t* first, int64_t* last);
 
+  // Bounds of the integer times of the indexed rows by row id, for a walk of candidates in id
+  // order: LatestBelow(id) is a time no indexed row with a smaller id exceeds, EarliestAbove(id)
+  // one that no indexed row with a greater id is below (whole minutes from the counts by id
+  // chunk, so loose by up to a chunk and a minute). *odd: indexed rows without an integer time,
+  // which the bounds leave out. False when the counts cannot be read.
+  bool ReadTimesById(int64_t* odd);
+  int64_t LatestBelow(int64_t id) const;
+  int64_t EarliestAbove(int64_t id) const;
+
   struct State;
 
  private:
@@ -86,6 +95,12 @@ class IndexReader {
   std::unique_ptr<State> state_;
   int64_t mark_ = 0;
   int64_t span_ = 0;
+  struct ChunkTimes {
+    int64_t chunk, earliest, latest;  // seconds
+  };
+  // By chunk; latest as the greatest of the chunk and those below it, earliest as the least of
+  // the chunk and those above it.
+  std::vector<ChunkTimes> times_;
 };
 
 // The trigrams (runs of three characters) of the folded terms.

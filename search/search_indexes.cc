@@ -30,12 +30,18 @@ bool SearchIndexes::Open(const SearchRequest& search) {
   return true;
 }
 
-bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candidates) {
+bool SearchIndexes::Matching(const SearchRequest& search, CandidateRows* candidates,
+                             std::vector<std::string>* folded) {
   if (readers_.size() != 1 || search.types.size() != 1) return false;
+  for (const std::string& term : search.terms) folded->push_back(Folded(term));
+  candidates->match = CandidateQuery(*folded);
+  candidates->sidecar = sidecar_;
+  return !candidates->match.empty();
+}
+
+bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candidates) {
   std::vector<std::string> folded;
-  for (const std::string& term : search.terms) folded.push_back(Folded(term));
-  candidates->match = CandidateQuery(folded);
-  if (candidates->match.empty()) return false;
+  if (!Matching(search, candidates, &folded)) return false;
   // On a large log, candidates of more than a twentieth of the rows are looked up more slowly
   // than the log is read through.
   int64_t span = readers_[0]->span();
@@ -45,7 +51,6 @@ bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candid
   if (candidates->limit != INT64_MAX && readers_[0]->CandidateBound(folded) > candidates->limit) {
     return false;
   }
-  candidates->sidecar = sidecar_;
   // One IN list (the candidates, then the rows above the mark), so that rows are looked up by
   // id rather than the log read through.
   candidates->filter =
@@ -53,6 +58,15 @@ bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candid
       "> " +
       std::to_string(readers_[0]->mark()) + ")";
   return true;
+}
+
+IndexReader* SearchIndexes::Walking(const SearchRequest& search, CandidateRows* candidates,
+                                    int64_t* odd) {
+  std::vector<std::string> folded;
+  if (!Matching(search, candidates, &folded) || !readers_[0]->ReadTimesById(odd)) return nullptr;
+  candidates->limit = 0;
+  candidates->filter = " AND id IN (SELECT id FROM temp.search_candidates)";
+  return readers_[0].get();
 }
 
 bool SearchIndexes::Count(const BucketQuery& query, std::vector<BucketCounts>* counts) {

@@ -277,33 +277,35 @@ struct IndexReader::State {
       }
       return Reset(mark);
     }
-    if (minId <= low) {
-      // Rows of the two lowest chunks may have gone out of id order (retention by time).
-      int64_t chunk = low >> kChunkBits, held = 0, counted = 0;
-      for (int64_t c = chunk; c <= chunk + 1 && (c << kChunkBits) <= mark; ++c) {
-        int64_t first = std::max(low, c << kChunkBits);
-        int64_t last = std::min(mark, ((c + 1) << kChunkBits) - 1);
-        if (!Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " + std::to_string(first) +
-                     " AND " + std::to_string(last),
-                 0, &held) ||
-            !Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(c), 0, &counted)) {
-          return false;
-        }
-        if (held != counted && !Recount(c)) return false;
-      }
-      *changed = false;
-      return true;
-    }
     // Rows removed from the bottom: their counts and candidates go, so that the index stays
     // the size of the rows the store holds. Many at once: the index is made anew from the rows
     // left (searches scan meanwhile).
-    if (minId - low > kLargestTrim) return Reset(minId - 1);
-    low = minId;
-    int64_t chunk = minId >> kChunkBits;
-    std::string c = std::to_string(chunk);
-    return Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c +
-                "; DELETE FROM terms WHERE rowid < " + std::to_string(minId)) &&
-           Recount(chunk) && WriteState();
+    *changed = minId > low;
+    if (minId > low) {
+      if (minId - low > kLargestTrim) return Reset(minId - 1);
+      low = minId;
+      std::string c = std::to_string(minId >> kChunkBits);
+      if (!Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c +
+                "; DELETE FROM terms WHERE rowid < " + std::to_string(minId)) ||
+          !WriteState()) {
+        return false;
+      }
+    }
+    // Rows of the two lowest chunks may have gone out of id order (retention by time); the
+    // lowest also holds the counts of the rows just removed below minId.
+    int64_t chunk = low >> kChunkBits, held = 0, counted = 0;
+    for (int64_t c = chunk; c <= chunk + 1 && (c << kChunkBits) <= mark; ++c) {
+      int64_t first = std::max(low, c << kChunkBits);
+      int64_t last = std::min(mark, ((c + 1) << kChunkBits) - 1);
+      if (!Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " + std::to_string(first) +
+                   " AND " + std::to_string(last),
+               0, &held) ||
+          !Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(c), 0, &counted)) {
+        return false;
+      }
+      if (held != counted && !Recount(c)) return false;
+    }
+    return true;
   }
 
   // Indexes up to limit rows above the mark; *added tells how many.

@@ -124,6 +124,9 @@ bool SearchIndexes::FillHistogram(const SearchRequest& search, Histogram* histog
     if (!search.hasFrom) from = low;
     if (!search.hasTo) to = high;
     if (!SpanFits(from, to)) {
+      // Narrowed to the matches' first and last time within the range, which the index knows
+      // only without a bound.
+      if (search.hasFrom || search.hasTo) return false;
       from = std::max(from, low);
       to = std::min(to, high);
     }

@@ -48,7 +48,7 @@ std::string RandomRows(std::mt19937* random, int count, int64_t t0) {
                        : pick == 1 ? std::to_string(INT64_MAX)
                        : pick == 2 ? "NULL"
                        : pick == 3 ? "'soon'"
-                                   : std::to_string(t0 + (*random)() % 20000 - 1000);
+                                   : std::to_string(t0 + i * 5 + (*random)() % 3000 - 1500);
     sql += (i ? "," : "") + std::string("(") + time + "," + Quoted(kLevels[(*random)() % 4]) + "," +
            Quoted("u" + std::string(kPieces[(*random)() % 24])) + "," + Quoted(msg) + ")";
   }

@@ -85,14 +85,14 @@ const Case kCases[] = {
     {"TimelineTerm", kHistogram, "package", "", "time", 0},
     {"TimelineRareTerm", kHistogram, "degraded zoë", "", "time", 0},
     // A term search's page without its counts, and the counts alone.
-    {"CommonTermPage", kPage, "package", "", "time", 0},
-    {"TwoTermsPage", kPage, "package stopped", "", "time", 0},
-    {"PhrasePage", kPage, "\"storage pool\"", "", "time", 0},
-    {"RareTermsPage", kPage, "degraded zoë", "", "time", 0},
-    {"CommonTermCount", kCount, "package", "", "time", 0},
-    {"TwoTermsCount", kCount, "package stopped", "", "time", 0},
-    {"PhraseCount", kCount, "\"storage pool\"", "", "time", 0},
-    {"RareTermsCount", kCount, "degraded zoë", "", "time", 0},
+    {"CommonTermPageOnly", kPage, "package", "", "time", 0},
+    {"TwoTermsPageOnly", kPage, "package stopped", "", "time", 0},
+    {"PhrasePageOnly", kPage, "\"storage pool\"", "", "time", 0},
+    {"RareTermsPageOnly", kPage, "degraded zoë", "", "time", 0},
+    {"CommonTermCountOnly", kCount, "package", "", "time", 0},
+    {"TwoTermsCountOnly", kCount, "package stopped", "", "time", 0},
+    {"PhraseCountOnly", kCount, "\"storage pool\"", "", "time", 0},
+    {"RareTermsCountOnly", kCount, "degraded zoë", "", "time", 0},
 };
 
 Json::Value ParamsOf(const Case& c, int64_t call) {

@@ -642,24 +642,53 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
   return rc == SQLITE_DONE || s.Fail("read tail");
 }
 
-int64_t IndexReader::CandidateBound(const std::vector<std::string>& foldedTerms) {
+std::vector<int64_t> IndexReader::GramRows(const std::vector<std::string>& grams) {
   State& s = *state_;
+  std::vector<int64_t> rows;
   if (!s.Exec(
           "CREATE VIRTUAL TABLE IF NOT EXISTS temp.grams USING fts5vocab(main, terms, 'row')")) {
-    return -1;
+    return rows;
   }
-  Stmt rows = s.Prepare("SELECT doc FROM temp.grams WHERE term = ?");
-  if (!rows) return -1;
-  int64_t fewest = INT64_MAX;
-  for (const std::string& gram : TrigramsOf(foldedTerms)) {
-    sqlite3_reset(rows.get());
-    sqlite3_bind_text(rows.get(), 1, gram.data(), static_cast<int>(gram.size()), SQLITE_STATIC);
-    int rc = sqlite3_step(rows.get());
-    if (rc == SQLITE_DONE) return 0;  // no row holds it
-    if (rc != SQLITE_ROW) return -1;
-    fewest = std::min<int64_t>(fewest, sqlite3_column_int64(rows.get(), 0));
+  Stmt doc = s.Prepare("SELECT doc FROM temp.grams WHERE term = ?");
+  if (!doc) return rows;
+  for (const std::string& gram : grams) {
+    sqlite3_reset(doc.get());
+    sqlite3_bind_text(doc.get(), 1, gram.data(), static_cast<int>(gram.size()), SQLITE_STATIC);
+    int rc = sqlite3_step(doc.get());
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE) return std::vector<int64_t>();
+    rows.push_back(rc == SQLITE_ROW ? sqlite3_column_int64(doc.get(), 0) : 0);  // none: 0
   }
-  return fewest == INT64_MAX ? -1 : fewest;
+  return rows;
+}
+
+int64_t IndexReader::CandidateBound(const std::vector<std::string>& foldedTerms) {
+  std::vector<std::string> grams = TrigramsOf(foldedTerms);
+  std::vector<int64_t> rows = GramRows(grams);
+  if (grams.empty() || rows.size() != grams.size()) return -1;
+  return *std::min_element(rows.begin(), rows.end());
+}
+
+std::string IndexReader::NarrowQuery(const std::vector<std::string>& foldedTerms, size_t kept,
+                                     int64_t* fewest) {
+  std::vector<std::string> chosen;
+  *fewest = INT64_MAX;
+  for (const std::string& term : foldedTerms) {
+    std::vector<std::string> grams = TrigramsOf({term});
+    std::vector<int64_t> rows = GramRows(grams);
+    for (int64_t n : rows) *fewest = std::min(*fewest, n);
+    if (rows.size() != grams.size()) *fewest = -1;
+    if (rows.size() == grams.size() && grams.size() > kept) {
+      std::vector<size_t> order(grams.size());
+      for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+      std::stable_sort(order.begin(), order.end(),
+                       [&](size_t a, size_t b) { return rows[a] < rows[b]; });
+      for (size_t i = 0; i < kept; ++i) chosen.push_back(grams[order[i]]);
+    } else {
+      chosen.insert(chosen.end(), grams.begin(), grams.end());
+    }
+  }
+  if (*fewest == INT64_MAX) *fewest = -1;
+  return QueryOfGrams(chosen);
 }
 
 bool IndexReader::ReadTimesById(int64_t* odd) {
@@ -813,12 +842,16 @@ std::vector<std::string> TrigramsOf(const std::vector<std::string>& foldedTerms)
   return grams;
 }
 
-std::string CandidateQuery(const std::vector<std::string>& foldedTerms) {
+std::string QueryOfGrams(const std::vector<std::string>& grams) {
   std::string query;
-  for (const std::string& gram : TrigramsOf(foldedTerms)) {
+  for (const std::string& gram : grams) {
     std::string quoted = "\"";
     for (char c : gram) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
     query += (query.empty() ? "" : " AND ") + quoted + "\"";
   }
   return query;
+}
+
+std::string CandidateQuery(const std::vector<std::string>& foldedTerms) {
+  return QueryOfGrams(TrigramsOf(foldedTerms));
 }

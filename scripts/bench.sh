@@ -222,12 +222,12 @@ section_index() {
   # beside the scan's full query of the same term (measured earlier in this loop).
   local -A scans
   for c in FirstPage OneLevel NextPage LastPage SortUser SortMessage CommonTerm TwoTerms Phrase RareTerms \
-    NoMatch Timeline TimelineTerm TimelineRareTerm CommonTermPage TwoTermsPage PhrasePage RareTermsPage \
-    CommonTermCount TwoTermsCount PhraseCount RareTermsCount; do
+    NoMatch Timeline TimelineTerm TimelineRareTerm CommonTermPageOnly TwoTermsPageOnly PhrasePageOnly \
+    RareTermsPageOnly CommonTermCountOnly TwoTermsCountOnly PhraseCountOnly RareTermsCountOnly; do
     local i s
     i=$(run_bench "$root" "BM_Indexed$c/iterations:5/real_time" real_time matches)
-    local base=${c%Page}
-    base=${base%Count}
+    local base=${c%PageOnly}
+    base=${base%CountOnly}
     if [ "$base" = "$c" ]; then
       s=$(run_bench "$root" "BM_Scanned$c/iterations:1/real_time" real_time)
       scans[$c]=$s

@@ -43,8 +43,8 @@ class SearchIndexes {
 
  private:
   // The FTS5 query of search's terms (false: no narrowing term, or not one indexed store).
-  bool Matching(const SearchRequest& search, CandidateRows* candidates,
-                std::vector<std::string>* folded);
+  // *fewest: at most how many rows match (IndexReader::CandidateBound); null: not needed.
+  bool Matching(const SearchRequest& search, CandidateRows* candidates, int64_t* fewest);
   bool Count(const BucketQuery& query, std::vector<BucketCounts>* counts);
   std::vector<std::unique_ptr<IndexReader>> readers_;
   std::string sidecar_;

@@ -30,6 +30,17 @@ int64_t ThreadCpuUs() {
   return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
+// Rows go in by groups of this many per INSERT statement: one statement's execution per group
+// instead of per row halves SQLite's cost of a row (the rest of a batch goes one row at a time).
+constexpr int kRowsPerInsert = 16;
+
+// "INSERT INTO logs (...) VALUES (?, ?, ?, ?), ..." for rows rows.
+std::string InsertSql(int rows) {
+  std::string sql = "INSERT INTO logs (time, level, username, msg) VALUES (?, ?, ?, ?)";
+  for (int i = 1; i < rows; ++i) sql += ", (?, ?, ?, ?)";
+  return sql;
+}
+
 int64_t MicrosecondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() -
                                                                start)
@@ -107,8 +118,8 @@ int StoreFile::Open() {
   if ((rc = Exec("PRAGMA journal_mode=WAL")) != SQLITE_OK || (rc = Exec(kWriterPragmas)) ||
       (rc = Exec("CREATE TABLE IF NOT EXISTS logd_position (input TEXT PRIMARY KEY, "
                  "position TEXT NOT NULL)")) != SQLITE_OK ||
-      (rc = Prepare("INSERT INTO logs (time, level, username, msg) VALUES (?, ?, ?, ?)",
-                    &insert_)) != SQLITE_OK ||
+      (rc = Prepare(InsertSql(1).c_str(), &insert_)) != SQLITE_OK ||
+      (rc = Prepare(InsertSql(kRowsPerInsert).c_str(), &insertGroup_)) != SQLITE_OK ||
       (rc = Prepare("INSERT INTO logd_position (input, position) VALUES (?, ?) ON CONFLICT "
                     "(input) DO UPDATE SET position = excluded.position",
                     &savePosition_)) != SQLITE_OK) {
@@ -150,6 +161,7 @@ int StoreFile::Transaction(Body body) {
 
 void StoreFile::Close() {
   insert_.reset();
+  insertGroup_.reset();
   savePosition_.reset();
   db_.reset();
 }
@@ -190,12 +202,17 @@ int StoreFile::Write(const std::vector<const LogEntry*>& rows,
   bool changed = Changed();
   int rc = Transaction([&] {
     int step = SQLITE_OK;
-    for (const LogEntry* row : rows) {
-      sqlite3_stmt* insert = insert_.get();
-      sqlite3_bind_int64(insert, 1, row->time);
-      sqlite3_bind_text(insert, 2, LevelText(row->level), -1, SQLITE_STATIC);
-      BindText(insert, 3, row->user);
-      BindText(insert, 4, row->message);
+    size_t next = 0;
+    while (next < rows.size()) {
+      bool group = rows.size() - next >= kRowsPerInsert;
+      sqlite3_stmt* insert = group ? insertGroup_.get() : insert_.get();
+      for (int i = 0, n = group ? kRowsPerInsert : 1; i < n; ++i) {
+        const LogEntry* row = rows[next++];
+        sqlite3_bind_int64(insert, 4 * i + 1, row->time);
+        sqlite3_bind_text(insert, 4 * i + 2, LevelText(row->level), -1, SQLITE_STATIC);
+        BindText(insert, 4 * i + 3, row->user);
+        BindText(insert, 4 * i + 4, row->message);
+      }
       if ((step = StepOnce(insert)) != SQLITE_OK) return step;
     }
     for (const auto& [input, position] : positions) {

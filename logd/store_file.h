@@ -95,6 +95,7 @@ class StoreFile {
   std::string error_;
   SqliteHandle db_;
   Statement insert_;
+  Statement insertGroup_;  // several rows per statement
   Statement savePosition_;
   dev_t device_ = 0;
   ino_t inode_ = 0;

@@ -137,6 +137,12 @@ bool Writer::Upkeep(int s, bool* complained) {
     indexBehind_[s] = 0;  // nothing to wait for: it resumes after the pause, on a commit
     return false;
   }
+  // The store comes first: while the writer is behind (more than a batch waits in the queue),
+  // index steps wait, so that a burst gets both cores; the commits after it ask again.
+  if (queue_->size() > options_.batchRows && !queue_->closed()) {
+    indexBehind_[s] = 0;
+    return false;
+  }
   int64_t behind = 0;
   std::string error;
   bool indexed = IndexCatchUpSome(path, options_.indexStepRows, &behind, &error);

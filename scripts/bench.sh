@@ -281,7 +281,7 @@ section_logd() {
 section_syslog() {
   echo "== syslog receiver: messages/s into the store vs rsyslogd into a file, UDP loss"
   local load="$build/bin/syslog_load" logd="$build/bin/quor-logd" dir="$data/syslog"
-  local count=${SYSLOG_COUNT:-1000000} port=$((40000 + $$ % 20000))
+  local count=${SYSLOG_COUNT:-1000000} port=$((20000 + $$ % 12000))
   rm -rf "$dir" && mkdir -p "$dir/work"
   (cd "$dir" && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes \
     -days 1 -subj /CN=127.0.0.1 -keyout key.pem -out cert.pem 2>/dev/null)
@@ -430,7 +430,7 @@ CONF
 section_syslog_callgrind() {
   echo "== syslog receiver: instructions per message under callgrind, vs rsyslogd (same stream)"
   local load="$build/bin/syslog_load" dir="$data/syslog-callgrind" n=${SYSLOG_CG_COUNT:-200000}
-  local port=$((40000 + $$ % 20000)) pid
+  local port=$((20000 + $$ % 12000)) pid
   rm -rf "$dir" && mkdir -p "$dir/root/var/log/quorlog" "$dir/root/etc" "$dir/work"
   listening() {
     for _ in $(seq 300); do

@@ -12,7 +12,8 @@ bin="$(cd "$build" && pwd)/bin"
 data="$(cd "$build" && pwd)/bench-data"
 template="$data/readers-template" root="$data/readers"
 rate=${READERS_RATE:-50000} rounds=${READERS_ROUNDS:-15}
-port=$((40000 + $$ % 20000))
+# Below the ephemeral range (32768 and up), where the calls' own client ports could hold it.
+port=$((20000 + $$ % 12000))
 store=var/log/quorlog/.QUORSYSDB
 pids=()
 cleanup() {
@@ -105,6 +106,11 @@ for _ in $(seq 100); do
   (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null && break
   sleep 0.1
 done
+if ! kill -0 "${pids[-1]}" 2>/dev/null; then
+  echo "readers: quor-logd did not start:" >&2
+  cat "$data/readers-logd.err" >&2
+  exit 1
+fi
 "$bin/syslog_load" tcp "$port" $((rate * 600)) "$rate" >/dev/null &
 pids+=($!)
 sleep 2  # the writer at its pace, retention included (the store is at its 1,000,000-row limit)

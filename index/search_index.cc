@@ -277,33 +277,35 @@ struct IndexReader::State {
       }
       return Reset(mark);
     }
-    if (minId <= low) {
-      // Rows of the two lowest chunks may have gone out of id order (retention by time).
-      int64_t chunk = low >> kChunkBits, held = 0, counted = 0;
-      for (int64_t c = chunk; c <= chunk + 1 && (c << kChunkBits) <= mark; ++c) {
-        int64_t first = std::max(low, c << kChunkBits);
-        int64_t last = std::min(mark, ((c + 1) << kChunkBits) - 1);
-        if (!Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " + std::to_string(first) +
-                     " AND " + std::to_string(last),
-                 0, &held) ||
-            !Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(c), 0, &counted)) {
-          return false;
-        }
-        if (held != counted && !Recount(c)) return false;
-      }
-      *changed = false;
-      return true;
-    }
     // Rows removed from the bottom: their counts and candidates go, so that the index stays
     // the size of the rows the store holds. Many at once: the index is made anew from the rows
     // left (searches scan meanwhile).
-    if (minId - low > kLargestTrim) return Reset(minId - 1);
-    low = minId;
-    int64_t chunk = minId >> kChunkBits;
-    std::string c = std::to_string(chunk);
-    return Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c +
-                "; DELETE FROM terms WHERE rowid < " + std::to_string(minId)) &&
-           Recount(chunk) && WriteState();
+    *changed = minId > low;
+    if (minId > low) {
+      if (minId - low > kLargestTrim) return Reset(minId - 1);
+      low = minId;
+      std::string c = std::to_string(minId >> kChunkBits);
+      if (!Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c +
+                "; DELETE FROM terms WHERE rowid < " + std::to_string(minId)) ||
+          !WriteState()) {
+        return false;
+      }
+    }
+    // Rows of the two lowest chunks may have gone out of id order (retention by time); the
+    // lowest also holds the counts of the rows just removed below minId.
+    int64_t chunk = low >> kChunkBits, held = 0, counted = 0;
+    for (int64_t c = chunk; c <= chunk + 1 && (c << kChunkBits) <= mark; ++c) {
+      int64_t first = std::max(low, c << kChunkBits);
+      int64_t last = std::min(mark, ((c + 1) << kChunkBits) - 1);
+      if (!Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " + std::to_string(first) +
+                   " AND " + std::to_string(last),
+               0, &held) ||
+          !Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(c), 0, &counted)) {
+        return false;
+      }
+      if (held != counted && !Recount(c)) return false;
+    }
+    return true;
   }
 
   // Indexes up to limit rows above the mark; *added tells how many.
@@ -640,24 +642,113 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
   return rc == SQLITE_DONE || s.Fail("read tail");
 }
 
-int64_t IndexReader::CandidateBound(const std::vector<std::string>& foldedTerms) {
+std::vector<int64_t> IndexReader::GramRows(const std::vector<std::string>& grams) {
   State& s = *state_;
+  std::vector<int64_t> rows;
   if (!s.Exec(
           "CREATE VIRTUAL TABLE IF NOT EXISTS temp.grams USING fts5vocab(main, terms, 'row')")) {
-    return -1;
+    return rows;
   }
-  Stmt rows = s.Prepare("SELECT doc FROM temp.grams WHERE term = ?");
-  if (!rows) return -1;
-  int64_t fewest = INT64_MAX;
-  for (const std::string& gram : TrigramsOf(foldedTerms)) {
-    sqlite3_reset(rows.get());
-    sqlite3_bind_text(rows.get(), 1, gram.data(), static_cast<int>(gram.size()), SQLITE_STATIC);
-    int rc = sqlite3_step(rows.get());
-    if (rc == SQLITE_DONE) return 0;  // no row holds it
-    if (rc != SQLITE_ROW) return -1;
-    fewest = std::min<int64_t>(fewest, sqlite3_column_int64(rows.get(), 0));
+  Stmt doc = s.Prepare("SELECT doc FROM temp.grams WHERE term = ?");
+  if (!doc) return rows;
+  for (const std::string& gram : grams) {
+    sqlite3_reset(doc.get());
+    sqlite3_bind_text(doc.get(), 1, gram.data(), static_cast<int>(gram.size()), SQLITE_STATIC);
+    int rc = sqlite3_step(doc.get());
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE) return std::vector<int64_t>();
+    rows.push_back(rc == SQLITE_ROW ? sqlite3_column_int64(doc.get(), 0) : 0);  // none: 0
   }
-  return fewest == INT64_MAX ? -1 : fewest;
+  return rows;
+}
+
+int64_t IndexReader::CandidateBound(const std::vector<std::string>& foldedTerms) {
+  std::vector<std::string> grams = TrigramsOf(foldedTerms);
+  std::vector<int64_t> rows = GramRows(grams);
+  if (grams.empty() || rows.size() != grams.size()) return -1;
+  return *std::min_element(rows.begin(), rows.end());
+}
+
+std::string IndexReader::NarrowQuery(const std::vector<std::string>& foldedTerms, size_t kept,
+                                     int64_t* fewest) {
+  std::vector<std::string> chosen;
+  *fewest = INT64_MAX;
+  for (const std::string& term : foldedTerms) {
+    std::vector<std::string> grams = TrigramsOf({term});
+    std::vector<int64_t> rows = GramRows(grams);
+    for (int64_t n : rows) *fewest = std::min(*fewest, n);
+    if (rows.size() != grams.size()) *fewest = -1;
+    if (rows.size() == grams.size() && grams.size() > kept) {
+      std::vector<size_t> order(grams.size());
+      for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+      std::stable_sort(order.begin(), order.end(),
+                       [&](size_t a, size_t b) { return rows[a] < rows[b]; });
+      for (size_t i = 0; i < kept; ++i) chosen.push_back(grams[order[i]]);
+    } else {
+      chosen.insert(chosen.end(), grams.begin(), grams.end());
+    }
+  }
+  if (*fewest == INT64_MAX) *fewest = -1;
+  return QueryOfGrams(chosen);
+}
+
+bool IndexReader::ReadTimesById(int64_t* odd) {
+  State& s = *state_;
+  times_.clear();
+  if (!s.Int("SELECT sum(n) FROM hours WHERE hour = " + std::to_string(kOddMinute), 0, odd)) {
+    return false;
+  }
+  // One seek per end of each chunk's minutes, rather than a read of every count.
+  Stmt next = s.Prepare("SELECT min(chunk) FROM counts WHERE chunk > ?");
+  Stmt first = s.Prepare("SELECT minute FROM counts WHERE chunk = ?1 AND minute > ?2 ORDER BY " +
+                         std::string("minute LIMIT 1"));
+  Stmt last = s.Prepare("SELECT minute FROM counts WHERE chunk = ? ORDER BY minute DESC LIMIT 1");
+  if (!next || !first || !last) return false;
+  const int64_t lowest = INT64_MIN / 60 + 1, highest = INT64_MAX / 60 - 1;
+  int64_t chunk = -1;
+  for (;;) {
+    sqlite3_reset(next.get());
+    sqlite3_bind_int64(next.get(), 1, chunk);
+    if (sqlite3_step(next.get()) != SQLITE_ROW) return s.Fail("read chunks");
+    if (sqlite3_column_type(next.get(), 0) == SQLITE_NULL) break;
+    chunk = sqlite3_column_int64(next.get(), 0);
+    int64_t minutes[2];
+    sqlite3_bind_int64(first.get(), 2, kOddMinute);
+    for (sqlite3_stmt* end : {first.get(), last.get()}) {
+      sqlite3_reset(end);
+      sqlite3_bind_int64(end, 1, chunk);
+      int rc = sqlite3_step(end);
+      if (rc != SQLITE_ROW && rc != SQLITE_DONE) return s.Fail("read chunk minutes");
+      minutes[end == last.get()] = rc == SQLITE_ROW ? sqlite3_column_int64(end, 0) : kOddMinute;
+    }
+    if (minutes[1] == kOddMinute) continue;  // only rows without an integer time
+    // Minutes at the ends of the 64-bit range stand for those ends (INT64_MIN and INT64_MAX
+    // are never a chunk's latest and earliest: they tell that no chunk is below or above).
+    int64_t earliest = std::min(std::max(minutes[0], lowest), highest);
+    int64_t latest = std::min(std::max(minutes[1], lowest), highest);
+    times_.push_back({chunk, minutes[0] < lowest ? INT64_MIN : earliest * 60,
+                      minutes[1] > highest ? INT64_MAX : latest * 60 + 59});
+  }
+  for (size_t i = 1; i < times_.size(); ++i) {
+    times_[i].latest = std::max(times_[i].latest, times_[i - 1].latest);
+  }
+  for (size_t i = times_.size(); i-- > 1;) {
+    times_[i - 1].earliest = std::min(times_[i - 1].earliest, times_[i].earliest);
+  }
+  return true;
+}
+
+int64_t IndexReader::LatestBelow(int64_t id) const {
+  // The last chunk at or below id's.
+  auto after = std::upper_bound(times_.begin(), times_.end(), id >> kChunkBits,
+                                [](int64_t c, const ChunkTimes& t) { return c < t.chunk; });
+  return after == times_.begin() ? INT64_MIN : (after - 1)->latest;
+}
+
+int64_t IndexReader::EarliestAbove(int64_t id) const {
+  // The first chunk at or above id's.
+  auto at = std::lower_bound(times_.begin(), times_.end(), id >> kChunkBits,
+                             [](const ChunkTimes& t, int64_t c) { return t.chunk < c; });
+  return at == times_.end() ? INT64_MAX : at->earliest;
 }
 
 bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, int64_t* last) {
@@ -751,12 +842,16 @@ std::vector<std::string> TrigramsOf(const std::vector<std::string>& foldedTerms)
   return grams;
 }
 
-std::string CandidateQuery(const std::vector<std::string>& foldedTerms) {
+std::string QueryOfGrams(const std::vector<std::string>& grams) {
   std::string query;
-  for (const std::string& gram : TrigramsOf(foldedTerms)) {
+  for (const std::string& gram : grams) {
     std::string quoted = "\"";
     for (char c : gram) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
     query += (query.empty() ? "" : " AND ") + quoted + "\"";
   }
   return query;
+}
+
+std::string CandidateQuery(const std::vector<std::string>& foldedTerms) {
+  return QueryOfGrams(TrigramsOf(foldedTerms));
 }

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # quor-logd's figures, side by side with their references in one run (no timed tests):
 #   logd_bench.sh BUILD rate   journal -> store entries/s against journalctl reading the same
-#                              files (-o export > /dev/null), on ENTRIES (default 1,000,000)
+#                              files (-o export > /dev/null), on ENTRIES (default 1,000,000);
+#                              USER_INDEX=0: into a store made beforehand without the index on
+#                              user that quor-logd gives a new store (its cost, side by side)
 #   logd_bench.sh BUILD kill   KILLS (default 100) kill -9 at random moments while quor-logd
 #                              writes a burst of ENTRIES, restarting each time; then checks
 #                              that the store holds every entry exactly once
@@ -64,6 +66,9 @@ indexed() {
 wait_for_index() {  # wait_for_index ROOT N: until the index holds rows up to id N
   while [ "$(indexed "$1")" -lt "$2" ]; do sleep 0.05; done
 }
+cpu_ms() {  # cpu_ms PID: user and system CPU time of the process so far
+  awk -v hz="$(getconf CLK_TCK)" '{ printf "%d", ($14 + $15) * 1000 / hz }' "/proc/$1/stat"
+}
 wait_for() {  # wait_for ROOT N: until N rows were written to the system store
   while [ "$(newest "$1")" -lt "$2" ]; do sleep 0.05; done
 }
@@ -75,13 +80,21 @@ case "$mode" in
     read_ms=$(($(now_ms) - start))
     root="$data/logd-rate"
     fresh_root "$root"
+    if [ "${USER_INDEX:-1}" = 0 ]; then
+      mkdir -p "$root/var/log/quorlog"
+      sqlite3 "$root/var/log/quorlog/.QUORSYSDB" "PRAGMA auto_vacuum=INCREMENTAL;
+        PRAGMA journal_mode=WAL; CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT,
+        time INTEGER, level TEXT, username TEXT, msg TEXT); CREATE INDEX logs_time ON logs (time);" >/dev/null
+    fi
     start=$(now_ms)
     "$bin/quor-logd" --root "$root" --journal-dir "$journal" 2>"$root/logd.err" &
     pid=$!
     wait_for "$root" "$entries"
     write_ms=$(($(now_ms) - start))
+    write_cpu=$(cpu_ms "$pid")
     wait_for_index "$root" "$entries"
     index_ms=$(($(now_ms) - start))
+    index_cpu=$(cpu_ms "$pid")
     kill "$pid"
     wait "$pid" || true
     # Idle latency: one more entry appended while the daemon follows.
@@ -103,6 +116,8 @@ case "$mode" in
       printf "%-52s %12.0f %9.2fx\n", "  ... and in its search index (same run)", n * 1000 / x, r / x
     }'
     echo "entry appended while idle -> in the store after: ${idle_ms} ms (includes journal-remote's own run)"
+    # CPU time, which other work on the machine disturbs far less than the wall-clock rates.
+    echo "quor-logd CPU time: ${write_cpu} ms until committed, ${index_cpu} ms until indexed"
     grep -h 'stopped' "$root/logd.err" | head -1
     ;;
   retention)

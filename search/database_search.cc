@@ -122,6 +122,12 @@ class SearchScope {
     return true;
   }
 
+  // Runs statements whose rows are not read. False (logged, *failure set) when one fails.
+  bool Execute(const std::string& sql, SearchFailure* failure) {
+    if (QUORDBExecute(merged_.connection(), sql.c_str(), nullptr) == 0) return true;
+    return Fail(QUORDBErrorGet(merged_.connection()), failure);
+  }
+
   const std::string& select() const { return select_; }
   const LogClassInfo& info() const { return info_; }
   // The state of the stores, for the count cache; false when it cannot be read.
@@ -148,10 +154,15 @@ class SearchScope {
         candidates_.limit == INT64_MAX ? std::string("-1") : std::to_string(candidates_.limit);
     std::string sql = "ATTACH '" + EscapeSqlString(candidates_.sidecar) +
                       "' AS search_index; CREATE TEMP TABLE search_candidates (id INTEGER "
-                      "PRIMARY KEY); INSERT INTO temp.search_candidates SELECT rowid FROM "
-                      "search_index.terms WHERE terms MATCH '" +
-                      EscapeSqlString(candidates_.match) + "' LIMIT " + limit;
+                      "PRIMARY KEY)";
+    if (candidates_.limit != 0) {
+      sql +=
+          "; INSERT INTO temp.search_candidates SELECT rowid FROM search_index.terms WHERE "
+          "terms MATCH '" +
+          EscapeSqlString(candidates_.match) + "' LIMIT " + limit;
+    }
     if (QUORDBExecute(db, sql.c_str(), nullptr) < 0) return Fail(QUORDBErrorGet(db), failure);
+    if (candidates_.limit == 0) return true;  // walked in batches by the caller
     int64_t count = 0;
     if (!Run("SELECT count(*) FROM temp.search_candidates", failure, [&](PQUORDBRESULT rows) {
           QUORDBROW row;
@@ -188,6 +199,153 @@ bool OpenScope(const SearchRequest& search, SearchIndexes* indexes, bool indexed
   return (*scope)->Open(failure, empty, &tooMany);
 }
 
+// A match by its place in time order, as SQLite orders the column: rank 0 for a NULL time,
+// 1 for an integer, 2 for a text (after every number, in byte order).
+struct TimeKey {
+  int rank;
+  int64_t time, id;
+  std::string text;
+};
+
+// Offsets up to which a page of a term search is walked rather than counted (the first pages),
+// and the most rows without an integer time that such a walk reads first.
+const int64_t kWalkDepth = 500;
+const int64_t kWalkOddRows = 10000;
+
+// The page of a one-store term search in time order, found without counting its matches: the
+// rows above the index's mark and those without an integer time, then the index's candidates
+// in id order (newest first for a descending page), are confirmed batch by batch until the page
+// is full and no candidate left can sort into it (the index bounds the times of the rows on
+// either side of an id). *walked false: this search is not walked (several stores, no term the
+// index narrows, another sort, a deep page, a real or blob time), take the counting path; otherwise
+// the answer is the return value, with *failure set on false.
+bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* result,
+              SearchFailure* failure, bool* walked) {
+  *walked = false;
+  const int64_t need = search.offset + search.limit;
+  if (search.counts || !search.page || search.terms.empty() || need > kWalkDepth ||
+      SortExpression(ClassInfo(search.logClass), search.sort) != "time") {
+    return false;
+  }
+  CandidateRows candidates;
+  int64_t odd = 0;
+  IndexReader* index = indexes->Walking(search, &candidates, &odd);
+  if (index == nullptr || odd > kWalkOddRows) return false;
+  SearchScope scope(search, &candidates);
+  bool empty = false, tooMany = false;
+  *walked = true;
+  if (!scope.Open(failure, &empty, &tooMany)) return false;
+  if (empty) return true;
+  const bool up = search.ascending;
+  auto before = [up](const TimeKey& a, const TimeKey& b) {
+    if (a.rank != b.rank) return up ? a.rank < b.rank : a.rank > b.rank;
+    if (a.time != b.time) return up ? a.time < b.time : a.time > b.time;
+    if (a.text != b.text) return up ? a.text < b.text : a.text > b.text;
+    return up ? a.id < b.id : a.id > b.id;
+  };
+  const std::string mark = std::to_string(index->mark());
+  const std::string confirm =
+      "SELECT time, id, typeof(time) FROM (" + scope.select() + ")" + LevelFilter(search);
+  // First the rows above the mark and the indexed rows without an integer time (NULLs and
+  // texts, found by the time index; a real-valued time leaves the search to the counting path).
+  const std::string nulls = "SELECT id FROM logs WHERE time IS NULL AND +id <= " + mark;
+  const std::string texts = "SELECT id FROM logs WHERE time >= '' AND +id <= " + mark;
+  int64_t oddFound = 0;
+  if (odd > 0 && !scope.Run("SELECT (SELECT count(*) FROM (" + nulls +
+                                ")) + (SELECT count(*) FROM (" + texts + "))",
+                            failure, [&](PQUORDBRESULT rows) {
+                              QUORDBROW row;
+                              if (QUORDBFetchRow(rows, &row) == 0)
+                                oddFound = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
+                            })) {
+    return false;
+  }
+  if (oddFound != odd) {
+    *walked = false;
+    return false;
+  }
+  std::string fill = "INSERT INTO temp.search_candidates SELECT id FROM logs WHERE id > " + mark +
+                     (odd > 0 ? "; INSERT OR IGNORE INTO temp.search_candidates " + nulls +
+                                    "; INSERT OR IGNORE INTO temp.search_candidates " + texts
+                              : std::string());
+  int64_t edge = up ? 0 : index->mark() + 1;  // the walk's next candidates are beyond it
+  int64_t batch = 256;
+  std::vector<TimeKey> kept;
+  for (bool first = true;; first = false) {
+    int64_t found = 0, low = INT64_MAX, high = 0;
+    bool placed = true;
+    if (!scope.Execute("DELETE FROM temp.search_candidates", failure) ||
+        !scope.Execute(fill, failure) ||
+        !scope.Run("SELECT count(*), min(id), max(id) FROM temp.search_candidates", failure,
+                   [&](PQUORDBRESULT rows) {
+                     QUORDBROW row;
+                     if (QUORDBFetchRow(rows, &row) != 0) return;
+                     found = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
+                     if (found == 0) return;
+                     low = ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
+                     high = ReadInteger(QUORDBFetchFieldAt(rows, row, 2));
+                   }) ||
+        !scope.Run(confirm, failure, [&](PQUORDBRESULT rows) {
+          QUORDBROW row;
+          while (QUORDBFetchRow(rows, &row) == 0) {
+            std::string type = QUORDBFetchFieldAt(rows, row, 2);
+            int rank = type == "null" ? 0 : type == "integer" ? 1 : 2;
+            placed = placed && (rank < 2 || type == "text");
+            // The rows without an integer time were all read first.
+            if (first || rank == 1) {
+              const char* time = QUORDBFetchFieldAt(rows, row, 0);
+              kept.push_back({rank, rank == 1 ? ReadInteger(time) : 0,
+                              ReadInteger(QUORDBFetchFieldAt(rows, row, 1)),
+                              rank == 2 ? time : ""});
+            }
+          }
+        })) {
+      return false;
+    }
+    if (!placed) {
+      *walked = false;  // a real or blob time: left to the counting path
+      return false;
+    }
+    std::sort(kept.begin(), kept.end(), before);
+    if (static_cast<int64_t>(kept.size()) > need) kept.resize(need);
+    if (!first) {
+      if (found < batch) break;  // every candidate was read
+      edge = up ? high : low;
+      batch = std::min<int64_t>(batch * 4, 16384);
+    }
+    // Stops when no integer time beyond the edge can sort before the page's last row.
+    if (static_cast<int64_t>(kept.size()) == need) {
+      const TimeKey& last = kept.back();
+      int64_t bound = up ? index->EarliestAbove(edge) : index->LatestBelow(edge);
+      if (up ? bound == INT64_MAX || last.rank < 1 || (last.rank == 1 && last.time <= bound)
+             : bound == INT64_MIN || last.rank > 1 || (last.rank == 1 && last.time >= bound)) {
+        break;
+      }
+    }
+    fill =
+        "INSERT INTO temp.search_candidates SELECT rowid FROM search_index.terms WHERE terms "
+        "MATCH '" +
+        EscapeSqlString(candidates.match) + "' AND rowid " + (up ? ">" : "<") + " " +
+        std::to_string(edge) + " AND rowid <= " + mark + " ORDER BY rowid " +
+        (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch);
+  }
+  if (static_cast<int64_t>(kept.size()) <= search.offset) return true;
+  std::string ids;
+  for (size_t i = static_cast<size_t>(search.offset); i < kept.size(); ++i) {
+    ids += (ids.empty() ? "(" : "), (") + std::to_string(kept[i].id);
+  }
+  // The page's rows in its order; "+" keeps the time index out of a sort of a few rows.
+  const char* direction = up ? " ASC" : " DESC";
+  return scope.Execute(
+             "DELETE FROM temp.search_candidates; INSERT INTO temp.search_candidates "
+             "VALUES " +
+                 ids + ")",
+             failure) &&
+         scope.Run(scope.select() + LevelFilter(search) + " ORDER BY +time" + direction + ", +id" +
+                       direction,
+                   failure, [&](PQUORDBRESULT rows) { AddRecords(search, rows, &result->items); });
+}
+
 }  // namespace
 
 void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* items) {
@@ -208,6 +366,26 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
   // index narrows further.
   SearchIndexes indexes;
   bool indexed = !search.after.given && indexes.Open(search);
+  bool walked = false;
+  if (indexed) {
+    bool ok = WalkPage(search, &indexes, result, failure, &walked);
+    if (walked) return ok;
+  }
+  // A term's count asked again while the stores are unchanged (the page asks it with every
+  // page it shows) comes from the worker's cache before the index narrows anything.
+  if (!search.page && indexed && !search.terms.empty()) {
+    SearchScope plain(search, nullptr);
+    bool none = false, unused = false;
+    const StoreStamp* stamp = nullptr;
+    if (!plain.Open(failure, &none, &unused)) return false;
+    if (none) return true;
+    if (plain.Stamp(&stamp) && FindLevelCounts(search, *stamp, result->levels)) {
+      for (int level = 1; level <= 3; ++level) {
+        if (search.levels[level]) result->total += result->levels[level];
+      }
+      return true;
+    }
+  }
   std::unique_ptr<SearchScope> opened;
   bool empty = false;
   if (!OpenScope(search, &indexes, indexed, &opened, failure, &empty)) return false;
@@ -235,6 +413,7 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
   for (int level = 1; level <= 3; ++level) {
     if (search.levels[level]) result->total += result->levels[level];
   }
+  if (!search.page) return true;
   // Ties are broken by store and row id, so pages never overlap. One store needs no store key,
   // and without it the time index (which holds the row id) gives the order without a sort.
   // A page in the second half is read from the other end (the order is total, so reversed it

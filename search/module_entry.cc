@@ -14,7 +14,7 @@ const char kApi[] = "QUOR.LogCenter.Search";
 const QUOR::APIMethodEntry kMethodTable[] = {
     {kApi, 1, "query", QueryMethod},   {kApi, 1, "histogram", HistogramMethod},
     {kApi, 1, "follow", FollowMethod}, {kApi, 1, "context", ContextMethod},
-    {nullptr, 0, nullptr, nullptr},
+    {kApi, 1, "count", CountMethod},   {nullptr, 0, nullptr, nullptr},
 };
 
 const QUOR::APICheckEntry kCheckTable[] = {
@@ -22,6 +22,7 @@ const QUOR::APICheckEntry kCheckTable[] = {
     {kApi, 1, "histogram", CheckSearchParams, nullptr, nullptr},
     {kApi, 1, "follow", CheckFollowParams, nullptr, nullptr},
     {kApi, 1, "context", CheckContextParams, nullptr, nullptr},
+    {kApi, 1, "count", CheckSearchParams, nullptr, nullptr},
     {nullptr, 0, nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -30,22 +30,35 @@ bool SearchIndexes::Open(const SearchRequest& search) {
   return true;
 }
 
-bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candidates) {
+bool SearchIndexes::Matching(const SearchRequest& search, CandidateRows* candidates,
+                             int64_t* fewest) {
   if (readers_.size() != 1 || search.types.size() != 1) return false;
   std::vector<std::string> folded;
   for (const std::string& term : search.terms) folded.push_back(Folded(term));
-  candidates->match = CandidateQuery(folded);
-  if (candidates->match.empty()) return false;
+  // With the trigrams' row counts (read for the bound), the two trigrams of each term in the
+  // fewest rows: about as narrow as all of them, and merged several times faster. Without
+  // (fewest null), every trigram: their counts cost more than a walk's first page.
+  if (fewest == nullptr) {
+    candidates->match = CandidateQuery(folded);
+  } else {
+    candidates->match = readers_[0]->NarrowQuery(folded, 2, fewest);
+  }
+  candidates->sidecar = sidecar_;
+  return !candidates->match.empty();
+}
+
+bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candidates) {
+  int64_t fewest = 0;
+  if (!Matching(search, candidates, &fewest)) return false;
   // On a large log, candidates of more than a twentieth of the rows are looked up more slowly
   // than the log is read through.
   int64_t span = readers_[0]->span();
   candidates->limit = span >= 100000 ? span / 20 : INT64_MAX;
   // A term whose every trigram is in more rows than that reads the log through at once,
   // without collecting its candidates first.
-  if (candidates->limit != INT64_MAX && readers_[0]->CandidateBound(folded) > candidates->limit) {
+  if (candidates->limit != INT64_MAX && fewest > candidates->limit) {
     return false;
   }
-  candidates->sidecar = sidecar_;
   // One IN list (the candidates, then the rows above the mark), so that rows are looked up by
   // id rather than the log read through.
   candidates->filter =
@@ -53,6 +66,14 @@ bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candid
       "> " +
       std::to_string(readers_[0]->mark()) + ")";
   return true;
+}
+
+IndexReader* SearchIndexes::Walking(const SearchRequest& search, CandidateRows* candidates,
+                                    int64_t* odd) {
+  if (!Matching(search, candidates, nullptr) || !readers_[0]->ReadTimesById(odd)) return nullptr;
+  candidates->limit = 0;
+  candidates->filter = " AND id IN (SELECT id FROM temp.search_candidates)";
+  return readers_[0].get();
 }
 
 bool SearchIndexes::Count(const BucketQuery& query, std::vector<BucketCounts>* counts) {
@@ -110,6 +131,9 @@ bool SearchIndexes::FillHistogram(const SearchRequest& search, Histogram* histog
     if (!search.hasFrom) from = low;
     if (!search.hasTo) to = high;
     if (!SpanFits(from, to)) {
+      // Narrowed to the matches' first and last time within the range, which the index knows
+      // only without a bound.
+      if (search.hasFrom || search.hasTo) return false;
       from = std::max(from, low);
       to = std::min(to, high);
     }

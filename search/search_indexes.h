@@ -16,7 +16,7 @@
 struct CandidateRows {
   std::string sidecar;
   std::string match;
-  int64_t limit = 0;
+  int64_t limit = 0;  // 0: the rows are walked in batches, not collected at once
   std::string filter;
 };
 
@@ -30,12 +30,21 @@ class SearchIndexes {
   // stores, no term of three characters, a term that cannot be folded).
   bool Narrowing(const SearchRequest& search, CandidateRows* candidates);
 
+  // How the first pages of a one-store term search are found by walking its candidates in id
+  // order, batch by batch, into "search_candidates" (filter narrows the store to them): the
+  // index whose time bounds by id tell when the walk may stop (*odd: its rows without an
+  // integer time, which the walk reads first), or null when it cannot be walked (as Narrowing).
+  IndexReader* Walking(const SearchRequest& search, CandidateRows* candidates, int64_t* odd);
+
   // The level counts of search without terms (every filter but the level's). False: scan.
   bool CountLevels(const SearchRequest& search, int64_t levels[4]);
   // The histogram of search without terms, laid out as the scan does. False: scan.
   bool FillHistogram(const SearchRequest& search, Histogram* histogram, SearchFailure* failure);
 
  private:
+  // The FTS5 query of search's terms (false: no narrowing term, or not one indexed store).
+  // *fewest: at most how many rows match (IndexReader::CandidateBound); null: not needed.
+  bool Matching(const SearchRequest& search, CandidateRows* candidates, int64_t* fewest);
   bool Count(const BucketQuery& query, std::vector<BucketCounts>* counts);
   std::vector<std::unique_ptr<IndexReader>> readers_;
   std::string sidecar_;

@@ -46,29 +46,63 @@ bool CheckSearchParams(QUOR::APIRequest* request, QUOR::APIResponse* response) {
   return Read(*request, response, &search);
 }
 
+namespace {
+
+// The matches of the request's search (the page, the counts, or both): false when the call has
+// been answered with an error.
+bool Search(const QUOR::APIRequest& request, SearchRequest* search, QueryResult* result,
+            QUOR::APIResponse* response) {
+  if (!Read(request, response, search)) return false;
+  SearchFailure failure;
+  bool ok = search->logClass == LogClass::kPlain ? QueryPlain(*search, result, &failure)
+                                                 : QueryDatabases(*search, result, &failure);
+  if (!ok) AnswerFailure(request, failure, response);
+  return ok;
+}
+
+// Sets "total" and "levels" of answer from result, or null when they were not counted.
+void PutCounts(const QueryResult& result, bool counted, Json::Value* answer) {
+  (*answer)["total"] =
+      counted ? Json::Value(static_cast<Json::Int64>(result.total)) : Json::Value();
+  Json::Value levels(Json::objectValue);
+  for (const LogLevel* level = kLogLevels; level->number != 0; ++level) {
+    levels[level->recordWord] = static_cast<Json::Int64>(result.levels[level->number]);
+  }
+  (*answer)["levels"] = counted ? levels : Json::Value();
+}
+
+}  // namespace
+
 void QueryMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
   LogScope scope(kSearchLog);
   try {
     SearchRequest search;
-    if (!Read(*request, response, &search)) return;
     QueryResult result;
-    SearchFailure failure;
-    bool ok = search.logClass == LogClass::kPlain ? QueryPlain(search, &result, &failure)
-                                                  : QueryDatabases(search, &result, &failure);
-    if (!ok) return AnswerFailure(*request, failure, response);
+    if (!Search(*request, &search, &result, response)) return;
     Json::Value answer(Json::objectValue);
-    answer["total"] = static_cast<Json::Int64>(result.total);
+    PutCounts(result, search.counts, &answer);
     answer["items"] = std::move(result.items);
-    Json::Value levels(Json::objectValue);
-    for (const LogLevel* level = kLogLevels; level->number != 0; ++level) {
-      levels[level->recordWord] = static_cast<Json::Int64>(result.levels[level->number]);
-    }
-    answer["levels"] = levels;
     answer["partial"] = result.partial;
     response->SetSuccess(std::move(answer));
   } catch (const std::exception& e) {
     // Only memory exhaustion gets here; the call then stays unanswered.
     LOG_ERROR_HERE("query failed: %s", e.what());
+  }
+}
+
+void CountMethod(QUOR::APIRequest* request, QUOR::APIResponse* response) {
+  LogScope scope(kSearchLog);
+  try {
+    SearchRequest search;
+    search.page = false;
+    QueryResult result;
+    if (!Search(*request, &search, &result, response)) return;
+    Json::Value answer(Json::objectValue);
+    PutCounts(result, true, &answer);
+    answer["partial"] = result.partial;
+    response->SetSuccess(std::move(answer));
+  } catch (const std::exception& e) {
+    LOG_ERROR_HERE("count failed: %s", e.what());
   }
 }
 

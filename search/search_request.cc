@@ -201,6 +201,11 @@ bool ReadSearchRequest(const QUOR::APIRequest& request, SearchRequest* search, s
     return refuse("buckets", type ? "type" : "condition");
   }
   search->buckets = static_cast<int>(buckets);
+  if (request.HasParam("counts")) {
+    Json::Value counts = request.GetParam("counts", Json::Value());
+    if (!counts.isBool()) return refuse("counts", "type");
+    search->counts = counts.asBool();
+  }
   search->hasFrom = request.HasParam("from");
   search->hasTo = request.HasParam("to");
   if (!ResolveTypes(logtype, search)) return refuse("logtype", "condition");

@@ -42,6 +42,11 @@ struct SearchRequest {
   int64_t offset = 0;
   int64_t limit = 50;
   int buckets = 60;
+  // False ("counts": false): the answer needs only the page; the totals are left out, and a
+  // term search's first pages are found without counting its matches.
+  bool counts = true;
+  // False for the count method: only the totals, no page.
+  bool page = true;
 
   // True when a row must be read to know whether it matches (a store's index counts only by
   // time and level).

@@ -431,6 +431,7 @@ TEST_P(SearchModule, BadParametersAndUnreadableStoresAnswerErrors) {
       {{{"logtype", "bkplog,copylog"}}, "logtype", "condition"},
       {{{"logtype", "nosuchlog"}}, "logtype", "condition"},
       {{{"buckets", "501"}}, "buckets", "condition"},
+      {{{"counts", "no"}}, "counts", "type"},
   };
   for (const Bad& b : bad) {
     Json::Value envelope = Envelope("query", b.params);
@@ -440,9 +441,10 @@ TEST_P(SearchModule, BadParametersAndUnreadableStoresAnswerErrors) {
     EXPECT_EQ(b.name, envelope["error"]["errors"]["name"].asString());
     EXPECT_EQ(b.reason, envelope["error"]["errors"]["reason"].asString());
     EXPECT_EQ(envelope, Envelope("histogram", b.params));
+    EXPECT_EQ(envelope, Envelope("count", b.params));
   }
   // An unreadable store fails the search alone and merged with readable ones.
-  for (const char* method : {"query", "histogram"}) {
+  for (const char* method : {"query", "histogram", "count"}) {
     for (const char* types : {"netbkplog", "system,netbkplog"}) {
       Json::Value envelope = Envelope(method, {{"logtype", types}});
       SCOPED_TRACE(envelope.toStyledString());

@@ -49,12 +49,12 @@ function StoreToken(token) {
 
 // Method parameters travel as form fields that the server decodes as JSON
 // when they parse as JSON: texts are therefore sent JSON-quoted (a keyword
-// "42" must stay a text), numbers and objects as they are.
+// "42" must stay a text), numbers, booleans and objects as they are.
 function MethodFields(api, version, method, params) {
   const fields = [['api', api], ['version', String(version)], ['method', method]];
   for (const [name, value] of Object.entries(params)) {
     if (value === undefined || value === null) continue;
-    const json = typeof value === 'number' || typeof value === 'object';
+    const json = ['number', 'object', 'boolean'].includes(typeof value);
     fields.push([name, typeof value === 'number' ? String(value) :
                        JSON.stringify(json ? value : String(value))]);
   }

@@ -241,11 +241,12 @@ export class Filters {
   }
 
   // The whole log's per-level counts beside the boxes; none when unknown.
-  ShowCounts(levels) {
+  // `counting`: the counts are on their way ("…").
+  ShowCounts(levels, counting = false) {
     for (const level of LEVELS) {
       const count = byId('count-' + level.name);
       const value = levels ? levels[level.count] : undefined;
-      count.textContent = Number.isInteger(value) ? FormatNumber(value) : '';
+      count.textContent = Number.isInteger(value) ? FormatNumber(value) : counting ? '…' : '';
     }
   }
 }

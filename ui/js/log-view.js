@@ -43,6 +43,9 @@ export class LogView {
     this.records = [];
     this.fresh = new Set();
     this.loading = null;
+    // The count and timeline of a term search, asked for beside its page and
+    // shown after it.
+    this.counting = null;
     this.marks = null;
     // New rows that live mode found off the page shown, and the marks of the
     // load before the first of them.
@@ -116,6 +119,7 @@ export class LogView {
     this.live.Stop();
     this.waiting.Stop();
     if (this.loading) this.loading.abort();
+    if (this.counting) this.counting.abort();
     const entry = byId('entry-dialog');
     if (entry.open) entry.close();
   }
@@ -176,8 +180,11 @@ export class LogView {
       onOpen: (record) => this.OpenEntry(record),
     });
     if (focused) this.table.tHead.querySelector(`button[data-sort="${focused}"]`)?.focus();
-    this.filters.ShowCounts(ClassOf(log).levels && this.answer ? this.answer.levels : null);
-    this.pager.Show(this.state, this.answer ? this.answer.total : null);
+    const counting = Boolean(this.answer && this.answer.total === null);
+    this.filters.ShowCounts(ClassOf(log).levels && this.answer ? this.answer.levels : null,
+                            counting);
+    this.pager.Show(this.state, this.answer ? this.answer.total : null, counting,
+                    this.records.length === this.state.size);
     // An export without a level would hold every level; one of a view that
     // leaves users out would hold theirs.
     byId('export-html').disabled = byId('export-csv').disabled =
@@ -201,7 +208,7 @@ export class LogView {
       parts.push(T('status.shown', {
         first: FormatNumber(first),
         last: FormatNumber(first + this.records.length - 1),
-        total: FormatNumber(answer.total),
+        total: answer.total === null ? '…' : FormatNumber(answer.total),
       }));
     }
     byId('status').textContent = parts.filter(Boolean).join(' ');
@@ -231,9 +238,11 @@ export class LogView {
     this.ShowStatus();
   }
 
-  // True while an answer is awaited or a dialog is open.
+  // True while an answer (a term search's count too) is awaited or a dialog
+  // is open.
   Busy() {
-    return Boolean(this.loading || document.querySelector('dialog[open]') || !this.waiting.box.hidden);
+    return Boolean(this.loading || this.counting || document.querySelector('dialog[open]') ||
+                   !this.waiting.box.hidden);
   }
 
   // The first page of the same view, in place of the current history entry.
@@ -329,20 +338,30 @@ export class LogView {
   // cancels the one in flight, so answers never arrive out of order. Until
   // the answer the old table stays, dimmed, with the wait said at once;
   // `quiet` (live mode) keeps it as it is, and `markNew` marks the rows
-  // written since the table was loaded.
+  // written since the table was loaded. A term search shows its page first;
+  // the region stays busy until its count and timeline follow.
   async Load({quiet = false, markNew = false} = {}) {
     if (this.loading) this.loading.abort();
+    if (this.counting) this.counting.abort();
     this.loading = null;
+    this.counting = null;
     const region = byId('log-table-region');
     region.setAttribute('aria-busy', 'true');
-    await this.Fetch(quiet, markNew);
+    const rest = await this.Fetch(quiet, markNew);
     if (this.loading) return;
     if (!quiet || this.waiting.box.hidden) this.waiting.Stop();
+    if (rest) {
+      await rest.done;
+      if (this.counting !== rest.controller) return;
+      this.counting = null;
+    }
     // The address of the view the table now shows, for whoever waits on it.
     region.dataset.view = FormatState(this.state);
     region.setAttribute('aria-busy', 'false');
   }
 
+  // Returns, for a term search, {controller, done}: its count and timeline,
+  // still on their way when the page is shown.
   async Fetch(quiet, markNew) {
     const log = this.log;
     if (!quiet) {
@@ -381,21 +400,35 @@ export class LogView {
       // The marks are read first: every row past them is on this page or
       // written after it was read.
       const marks = log.cls === 'plain' ? null : await ReadMarks(filters.logtype, controller.signal);
+      // A term search's page comes without its counts (found at once, counted
+      // after); the page is shown without waiting for the count or timeline.
+      const split = Boolean(filters.q);
+      const histogramAsked =
+          api.Search('histogram', {...filters, buckets: BUCKETS}, controller.signal);
+      const countAsked = split ? api.Search('count', filters, controller.signal) : null;
+      if (split) {
+        // Awaited after the page, or dropped with it when it fails.
+        histogramAsked.catch(() => {});
+        countAsked.catch(() => {});
+      }
       const [answer, histogram] = await Promise.all([
-        api.Search('query', query, controller.signal),
-        api.Search('histogram', {...filters, buckets: BUCKETS}, controller.signal),
+        api.Search('query', split ? {...query, counts: false} : query, controller.signal),
+        split ? null : histogramAsked,
       ]);
       if (controller !== this.loading) return;
-      const pages = PageCount(answer.total, state.size);
-      if (answer.total > 0 && state.page > pages) {
+      const shrank = (total) => {
+        const pages = PageCount(total, state.size);
+        if (!(total > 0 && state.page > pages)) return false;
         // The log shrank under the view (a clear, a narrower filter in
         // another tab): show its last page instead of an empty one.
-        this.loading = null;
         history.replaceState(null, '', FormatState({...state, page: pages}));
         this.state = {...state, page: pages};
         this.ShowState();
-        await this.Fetch(quiet, markNew);
-        return;
+        return true;
+      };
+      if (!split && shrank(answer.total)) {
+        this.loading = null;
+        return await this.Fetch(quiet, markNew);
       }
       const records = Array.isArray(answer.items) ? answer.items : [];
       const storeOf = (record) => record.orginalLogType || state.log;
@@ -428,6 +461,24 @@ export class LogView {
       this.timeline.Show(histogram);
       this.ShowAnswer();
       this.OpenNamedEntry();
+      if (!split) return;
+      this.counting = controller;
+      const done = Promise.all([countAsked, histogramAsked]).then(([counted, timeline]) => {
+        if (this.counting !== controller) return;  // a newer search took over
+        if (shrank(counted.total)) {
+          this.counting = null;
+          this.Load({quiet});
+          return;
+        }
+        Object.assign(answer, counted);
+        this.histogram = timeline;
+        this.timeline.Show(timeline);
+        this.ShowAnswer();
+      }, (error) => {
+        if (error.name === 'AbortError' || this.counting !== controller) return;
+        if (!quiet) this.Fail(error);
+      });
+      return {controller, done};
     } catch (error) {
       if (error.name === 'AbortError' || controller !== this.loading) return;
       this.loading = null;

@@ -23,18 +23,21 @@ export class Pager {
     byId('page-last').addEventListener('click', () => go(this.pages)());
   }
 
-  // `total` is the answer's total, or null while none is known.
-  Show(state, total) {
+  // `total` is the answer's total, or null while none is known; `counting`:
+  // it is on its way, and `full`: the page is full, so a next one may follow.
+  Show(state, total, counting = false, full = false) {
     this.state = state;
     this.size.value = String(state.size);
     const known = Number.isInteger(total) && total >= 0;
     this.pages = known ? PageCount(total, state.size) : state.page;
-    byId('page-info').textContent =
-        T('pager.page', {page: FormatNumber(state.page), pages: FormatNumber(this.pages)});
-    byId('total').textContent = known ? T('pager.total', {total: FormatNumber(total)}) : '';
+    const pages = !known && counting ? '…' : FormatNumber(this.pages);
+    byId('page-info').textContent = T('pager.page', {page: FormatNumber(state.page), pages});
+    byId('total').textContent =
+        known || counting ? T('pager.total', {total: known ? FormatNumber(total) : '…'}) : '';
     const focused = document.activeElement;
     byId('page-first').disabled = byId('page-prev').disabled = state.page <= 1;
-    byId('page-next').disabled = byId('page-last').disabled = !known || state.page >= this.pages;
+    byId('page-last').disabled = !known || state.page >= this.pages;
+    byId('page-next').disabled = known ? state.page >= this.pages : !(counting && full);
     // A button that pressing disabled (Next on the last page) would drop the
     // keyboard focus; it moves to a pager button still usable.
     if (focused && focused.disabled && focused.closest('.pager-buttons')) {

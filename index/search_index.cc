@@ -93,7 +93,7 @@ struct IndexReader::State {
   std::string error;
   int64_t mark = 0, low = 1;
   bool fresh = false;   // the sidecar has no state yet
-  bool remake = false;  // the sidecar is to be removed and made anew
+  bool remake = false;  // the sidecar is to be emptied and made anew
 
   bool Fail(const char* what) {
     error = std::string(what) + ": " + (db ? sqlite3_errmsg(db.get()) : "no connection");
@@ -182,9 +182,9 @@ struct IndexReader::State {
   }
 
   // Empties the index: every count and candidate goes; the mark stays unless ids went back.
-  // An index that holds rows is made anew as a new file (remake set, the transaction fails and
-  // CatchUp removes the sidecar): freeing the pages of every row one by one would cost a read
-  // of the whole index.
+  // An index that holds rows is made anew from an emptied file (remake set, the transaction
+  // fails and CatchUp resets the sidecar): freeing the pages of every row one by one would cost
+  // a read of the whole index.
   bool Reset(int64_t newMark) {
     if (!fresh) {
       remake = true;
@@ -373,8 +373,24 @@ bool Damaged(sqlite3* db) {
   return rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB;
 }
 
-void RemoveSidecar(const std::string& storePath) {
+// Empties the sidecar in place with SQLite's reset of a database (which also mends a damaged
+// one), so that another process holding it open sees an empty index: deleting a database file
+// that others have open lets their connections pair the old file with a new log and corrupt
+// it. Only a file that is no database at all is deleted.
+void EmptySidecar(const std::string& storePath) {
   std::string path = IndexPathOf(storePath);
+  sqlite3* raw = nullptr;
+  int rc =
+      sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  Db db(raw);
+  if (rc == SQLITE_OK) {
+    sqlite3_busy_timeout(raw, 5000);
+    sqlite3_db_config(raw, SQLITE_DBCONFIG_RESET_DATABASE, 1, nullptr);
+    rc = sqlite3_exec(raw, "VACUUM", nullptr, nullptr, nullptr);
+    sqlite3_db_config(raw, SQLITE_DBCONFIG_RESET_DATABASE, 0, nullptr);
+  }
+  if (rc == SQLITE_OK) return;
+  db.reset();
   for (const char* suffix : {"", "-wal", "-shm"}) unlink((path + suffix).c_str());
 }
 
@@ -404,7 +420,7 @@ bool CatchUp(const std::string& storePath, int64_t maxRows, int waitMs, int64_t*
     if (error != nullptr) *error = state.error;
     if (attempt == 2 || (!state.remake && (attempt > 0 || !Damaged(state.db.get())))) return false;
     state.db.reset();
-    RemoveSidecar(storePath);  // damaged, or emptied: made anew from the store
+    EmptySidecar(storePath);  // damaged, or emptied: made anew from the store
   }
   return false;
 }

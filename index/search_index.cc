@@ -182,9 +182,8 @@ struct IndexReader::State {
   }
 
   // Empties the index: every count and candidate goes; the mark stays unless ids went back.
-  // An index that holds rows is made anew from an emptied file (remake set, the transaction
-  // fails and CatchUp resets the sidecar): freeing the pages of every row one by one would cost
-  // a read of the whole index.
+  // An index that holds rows is emptied by CatchUp instead (remake set, this transaction fails),
+  // in a transaction of its own that drops its tables, and made anew from the store.
   bool Reset(int64_t newMark) {
     if (!fresh) {
       remake = true;
@@ -373,10 +372,11 @@ bool Damaged(sqlite3* db) {
   return rc == SQLITE_CORRUPT || rc == SQLITE_NOTADB;
 }
 
-// Empties the sidecar in place with SQLite's reset of a database (which also mends a damaged
-// one), so that another process holding it open sees an empty index: deleting a database file
-// that others have open lets their connections pair the old file with a new log and corrupt
-// it. Only a file that is no database at all is deleted.
+// Empties the sidecar in place: its tables are dropped in one write transaction (the next
+// catch-up makes them anew), so that a process holding it open reads the empty index: deleting
+// a database file that others have open lets their connections pair the old file with a new
+// log and corrupt it. Only a file that cannot be emptied so (not a database, damaged beyond
+// dropping its tables) is deleted.
 void EmptySidecar(const std::string& storePath) {
   std::string path = IndexPathOf(storePath);
   sqlite3* raw = nullptr;
@@ -385,9 +385,26 @@ void EmptySidecar(const std::string& storePath) {
   Db db(raw);
   if (rc == SQLITE_OK) {
     sqlite3_busy_timeout(raw, 5000);
-    sqlite3_db_config(raw, SQLITE_DBCONFIG_RESET_DATABASE, 1, nullptr);
-    rc = sqlite3_exec(raw, "VACUUM", nullptr, nullptr, nullptr);
-    sqlite3_db_config(raw, SQLITE_DBCONFIG_RESET_DATABASE, 0, nullptr);
+    std::string drops;
+    rc = sqlite3_exec(raw, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+    if (rc == SQLITE_OK) {
+      // Virtual tables first: dropping one drops its shadow tables with it.
+      Stmt names;
+      sqlite3_stmt* stmt = nullptr;
+      rc = sqlite3_prepare_v2(raw,
+                              "SELECT name FROM sqlite_schema WHERE type = 'table' AND name NOT "
+                              "LIKE 'sqlite_%' ORDER BY sql NOT LIKE 'CREATE VIRTUAL%'",
+                              -1, &stmt, nullptr);
+      names.reset(stmt);
+      while (rc == SQLITE_OK && sqlite3_step(stmt) == SQLITE_ROW) {
+        drops += "DROP TABLE IF EXISTS \"" +
+                 std::string(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0))) + "\";";
+      }
+    }
+    // The names' statement is finalized by now: tables can be dropped.
+    if (rc == SQLITE_OK) {
+      rc = sqlite3_exec(raw, (drops + "COMMIT").c_str(), nullptr, nullptr, nullptr);
+    }
   }
   if (rc == SQLITE_OK) return;
   db.reset();

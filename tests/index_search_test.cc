@@ -5,9 +5,9 @@
 #include <json/value.h>
 #include <sqlite3.h>
 #include <stdio.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <memory>
 #include <random>
 
 #include "index/search_index.h"
@@ -242,6 +242,31 @@ TEST(SearchIndex, DamagedOrDeletedIndexIsMadeAnew) {
   EXPECT_EQ(1, Call(QueryMethod, all)["total"].asInt());
   ASSERT_TRUE(IndexCatchUp(log.store));
   EXPECT_EQ(1, Call(QueryMethod, all)["total"].asInt());
+  // An index made anew (here: ids went back) is emptied in place, never deleted: a process
+  // that holds it open reads the new index, not a deleted file.
+  MakeDatabase(log.store,
+               "INSERT INTO logs (time, level, username, msg) VALUES "
+               "(3, 'err', 'c', 'more'), (4, 'err', 'd', 'more');");
+  ASSERT_TRUE(IndexCatchUp(log.store));
+  sqlite3* raw = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open_v2(side.c_str(), &raw, SQLITE_OPEN_READONLY, nullptr));
+  std::unique_ptr<sqlite3, int (*)(sqlite3*)> held(raw, sqlite3_close_v2);
+  auto heldRows = [&] {
+    sqlite3_stmt* stmt = nullptr;
+    sqlite3_prepare_v2(held.get(), "SELECT count(*) FROM terms_docsize", -1, &stmt, nullptr);
+    int64_t n = sqlite3_step(stmt) == SQLITE_ROW ? sqlite3_column_int64(stmt, 0) : -1;
+    sqlite3_finalize(stmt);
+    return n;
+  };
+  EXPECT_EQ(3, heldRows());
+  MakeDatabase(log.store,
+               "DELETE FROM logs; UPDATE sqlite_sequence SET seq = 0 WHERE name = "
+               "'logs'; INSERT INTO logs (time, level, username, msg) VALUES "
+               "(2, 'info', 'b', 'again');");
+  ASSERT_TRUE(IndexCatchUp(log.store));
+  EXPECT_EQ(1, Call(QueryMethod, all)["total"].asInt());
+  fprintf(stderr, "held=%lld\n", (long long)heldRows());
+  EXPECT_EQ(1, heldRows());
 }
 
 TEST(SearchIndex, CommonTermsReadTheLogThroughAndRareOnesTheirCandidates) {

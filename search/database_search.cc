@@ -122,6 +122,15 @@ class SearchScope {
     return true;
   }
 
+  // The first column of the first row of sql as an integer (0 when there is no row).
+  bool RunInteger(const std::string& sql, SearchFailure* failure, int64_t* value) {
+    *value = 0;
+    return Run(sql, failure, [&](PQUORDBRESULT rows) {
+      QUORDBROW row;
+      if (QUORDBFetchRow(rows, &row) == 0) *value = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
+    });
+  }
+
   // Runs statements whose rows are not read. False (logged, *failure set) when one fails.
   bool Execute(const std::string& sql, SearchFailure* failure) {
     if (QUORDBExecute(merged_.connection(), sql.c_str(), nullptr) == 0) return true;
@@ -164,13 +173,7 @@ class SearchScope {
     if (QUORDBExecute(db, sql.c_str(), nullptr) < 0) return Fail(QUORDBErrorGet(db), failure);
     if (candidates_.limit == 0) return true;  // walked in batches by the caller
     int64_t count = 0;
-    if (!Run("SELECT count(*) FROM temp.search_candidates", failure, [&](PQUORDBRESULT rows) {
-          QUORDBROW row;
-          if (QUORDBFetchRow(rows, &row) == 0)
-            count = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
-        })) {
-      return false;
-    }
+    if (!RunInteger("SELECT count(*) FROM temp.search_candidates", failure, &count)) return false;
     *tooMany = candidates_.limit != INT64_MAX && count >= candidates_.limit;
     return true;
   }
@@ -251,13 +254,9 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
   const std::string nulls = "SELECT id FROM logs WHERE time IS NULL AND +id <= " + mark;
   const std::string texts = "SELECT id FROM logs WHERE time >= '' AND +id <= " + mark;
   int64_t oddFound = 0;
-  if (odd > 0 && !scope.Run("SELECT (SELECT count(*) FROM (" + nulls +
-                                ")) + (SELECT count(*) FROM (" + texts + "))",
-                            failure, [&](PQUORDBRESULT rows) {
-                              QUORDBROW row;
-                              if (QUORDBFetchRow(rows, &row) == 0)
-                                oddFound = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
-                            })) {
+  if (odd > 0 && !scope.RunInteger("SELECT (SELECT count(*) FROM (" + nulls +
+                                       ")) + (SELECT count(*) FROM (" + texts + "))",
+                                   failure, &oddFound)) {
     return false;
   }
   if (oddFound != odd) {

@@ -694,13 +694,6 @@ std::vector<int64_t> IndexReader::GramRows(const std::vector<std::string>& grams
   return rows;
 }
 
-int64_t IndexReader::CandidateBound(const std::vector<std::string>& foldedTerms) {
-  std::vector<std::string> grams = TrigramsOf(foldedTerms);
-  std::vector<int64_t> rows = GramRows(grams);
-  if (grams.empty() || rows.size() != grams.size()) return -1;
-  return *std::min_element(rows.begin(), rows.end());
-}
-
 std::string IndexReader::NarrowQuery(const std::vector<std::string>& foldedTerms, size_t kept,
                                      int64_t* fewest) {
   std::vector<std::string> chosen;

@@ -65,14 +65,13 @@ class IndexReader {
   // Highest indexed row id: rows above it are not in the candidate table.
   int64_t mark() const { return mark_; }
 
-  // At most how many indexed rows hold every trigram of the folded terms (the fewest rows that
-  // hold one of them; deleted rows may still count); -1 when it cannot be read.
-  int64_t CandidateBound(const std::vector<std::string>& foldedTerms);
   // The FTS5 query of the folded terms with, of each term, only the kept trigrams in the fewest
   // rows (all of them when the counts cannot be read): its candidates are those of
   // CandidateQuery, or a few more, and it is merged several times faster (the trigrams in many
   // rows cost the most and narrow the least). "" when no term is three characters long.
-  // *fewest: CandidateBound of the terms, read on the way.
+  // *fewest: at most how many indexed rows hold every trigram of the terms (the fewest rows
+  // that hold one of them; deleted rows may still count), read on the way; -1 when it cannot be
+  // read.
   std::string NarrowQuery(const std::vector<std::string>& foldedTerms, size_t kept,
                           int64_t* fewest);
   // Rows the index holds (ids from the store's lowest up to the mark).

@@ -43,7 +43,7 @@ class SearchIndexes {
 
  private:
   // The FTS5 query of search's terms (false: no narrowing term, or not one indexed store).
-  // *fewest: at most how many rows match (IndexReader::CandidateBound); null: not needed.
+  // *fewest: at most how many rows match (IndexReader::NarrowQuery); null: not needed.
   bool Matching(const SearchRequest& search, CandidateRows* candidates, int64_t* fewest);
   bool Count(const BucketQuery& query, std::vector<BucketCounts>* counts);
   std::vector<std::unique_ptr<IndexReader>> readers_;

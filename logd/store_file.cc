@@ -241,10 +241,7 @@ int64_t StoreFile::RowCount() {
   return rows_;
 }
 
-int64_t StoreFile::UsedBytes() {
-  return (QueryInt("PRAGMA page_count", 0) - QueryInt("PRAGMA freelist_count", 0)) *
-         QueryInt("PRAGMA page_size", 0);
-}
+int64_t StoreFile::UsedBytes() { return FileBytes() - FreePages() * PageSize(); }
 
 int64_t StoreFile::FreePages() { return QueryInt("PRAGMA freelist_count", 0); }
 

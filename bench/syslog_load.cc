@@ -5,12 +5,16 @@
 //   syslog_load tls PORT COUNT CAFILE      the same over TLS
 //   syslog_load udp PORT RATE SECONDS      RATE datagrams per second for SECONDS, paced per ms
 //   syslog_load lines FILE COUNT TIMEOUT   waits until FILE holds COUNT lines (reads on)
+//   syslog_load rows STORE COUNT TIMEOUT   waits until the newest rowid of STORE's "logs" is
+//                                          at least COUNT (one connection, polled every 20 ms,
+//                                          so that waiting costs next to nothing, as with lines)
 //   syslog_load receive PORT COUNT TIMEOUT the daemon's receiver alone, on TCP PORT, into a
 //                                          sink that counts and discards: waits for COUNT
 // Prints the number of messages sent (or lines seen) and the seconds taken; receive prints
 // the seconds from the first message to the last and its CPU seconds.
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sqlite3.h>
 #include <stdio.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -141,6 +145,36 @@ int Lines(const char* path, long count, double timeout) {
   return lines >= count ? 0 : 1;
 }
 
+int Rows(const char* path, long count, double timeout) {
+  const auto start = Clock::now();
+  sqlite3* db = nullptr;
+  sqlite3_stmt* stmt = nullptr;
+  long rows = 0;
+  while (rows < count && Since(start) < timeout) {
+    if (stmt == nullptr) {  // the store may not exist yet
+      sqlite3_close_v2(db);
+      db = nullptr;
+      if (sqlite3_open_v2(path, &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_busy_timeout(db, 1000);
+        sqlite3_prepare_v2(db, "SELECT coalesce(max(rowid), 0) FROM logs", -1, &stmt, nullptr);
+      }
+    }
+    if (stmt != nullptr && sqlite3_step(stmt) == SQLITE_ROW) {
+      rows = sqlite3_column_int64(stmt, 0);
+      sqlite3_reset(stmt);  // ends the read: the writer's log may start over
+    } else if (stmt != nullptr) {
+      fprintf(stderr, "rows: %s; opening the store again\n", sqlite3_errmsg(db));
+      sqlite3_finalize(stmt);
+      stmt = nullptr;
+    }
+    if (rows < count) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  sqlite3_finalize(stmt);
+  sqlite3_close_v2(db);
+  printf("%ld %.3f\n", rows, Since(start));
+  return rows >= count ? 0 : 1;
+}
+
 // Counts what the receiver hands over and drops it: the receiver's own rate, no store.
 class CountingSink : public logd::EntrySink {
  public:
@@ -187,10 +221,11 @@ int main(int argc, char** argv) {
   if (mode == "tls" && argc == 5) return Tcp(atoi(argv[2]), atol(argv[3]), 0, argv[4]);
   if (mode == "udp" && argc == 5) return Udp(atoi(argv[2]), atol(argv[3]), atof(argv[4]));
   if (mode == "lines" && argc == 5) return Lines(argv[2], atol(argv[3]), atof(argv[4]));
+  if (mode == "rows" && argc == 5) return Rows(argv[2], atol(argv[3]), atof(argv[4]));
   if (mode == "receive" && argc == 5) return Receive(argv[2], atol(argv[3]), atof(argv[4]));
   fprintf(
       stderr,
       "usage: syslog_load tcp PORT COUNT [RATE] | tls PORT COUNT CAFILE | udp PORT RATE SECONDS |"
-      " lines FILE COUNT TIMEOUT | receive PORT COUNT TIMEOUT\n");
+      " lines FILE COUNT TIMEOUT | rows STORE COUNT TIMEOUT | receive PORT COUNT TIMEOUT\n");
   return 2;
 }

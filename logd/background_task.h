@@ -1,6 +1,9 @@
 // A task run on a thread of its own when asked, with requests coalesced: however often it is
 // asked while it runs, it runs once more afterwards, never twice at once. A task that returns
 // true asks for another run itself.
+// The thread is upkeep that may lag (a checkpoint, a search index step): it runs at a lower
+// scheduling priority than the threads that take input and write it, so that on a machine with
+// few cores they get the core first, and it takes the time they leave.
 #pragma once
 
 #include <condition_variable>
@@ -13,7 +16,8 @@ namespace logd {
 
 class BackgroundTask {
  public:
-  explicit BackgroundTask(std::function<bool()> task);
+  // name: the thread's name for top -H and the benchmarks (at most 15 characters).
+  BackgroundTask(const char* name, std::function<bool()> task);
   ~BackgroundTask();  // lets a run under way finish, then joins; a pending request is dropped
 
   // Asks for a run; never waits.
@@ -26,7 +30,7 @@ class BackgroundTask {
   bool pending() const;
 
  private:
-  void Run();
+  void Run(const char* name);
 
   std::function<bool()> task_;
   mutable std::mutex mutex_;

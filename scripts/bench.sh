@@ -303,13 +303,12 @@ section_syslog() {
     base=$(rows "$root")
   }
   stop_logd() { kill "$logd_pid" 2>/dev/null; wait "$logd_pid" 2>/dev/null || true; }
-  # Seconds until root's store holds want more rows than base (polled every 20 ms).
+  # Seconds until root's store holds want more rows than base (polled every 20 ms on one open
+  # connection, as cheap as rsyslogd's file is to watch: a sqlite3 process per look took a
+  # third of a core from the daemon measured).
   wait_rows() {
     local want=$1 start=$2 now
-    for _ in $(seq 6000); do
-      [ "$(rows "$root")" -ge $((base + want)) ] && break
-      sleep 0.02
-    done
+    "$load" rows "$root/var/log/quorlog/.QUORSYSDB" $((base + want)) 120 >/dev/null || true
     now=$(date +%s.%N)
     awk -v a="$start" -v b="$now" 'BEGIN { printf "%.3f", b - a }'
   }
@@ -325,8 +324,18 @@ section_syslog() {
     done
     awk -v s="$sum" -v t="$tick" 'BEGIN { printf "%.2f", s / t }'
   }
+  # The newest row id the system store's search index holds (0 when it has none yet).
+  indexed() {
+    local id
+    id=$(sqlite3 -readonly "$1/var/log/quorlog/.QUORSYSDB.search-index" "SELECT mark FROM state" 2>/dev/null)
+    echo "${id:-0}"
+  }
   # Runs one quor-logd measurement: NAME SENDER-ARGS -- LOGD-ARGS; prints "seconds cpu-receiver
-  # cpu-rest" (the rest is the writer thread; the main thread only waits).
+  # cpu-rest cpu-writer index-behind index-seconds": the rest is every thread but the receiver's
+  # (the writer's, the index's and the checkpoint's; the main thread only waits), the writer's
+  # alone where the build names its thread ("-" otherwise); the rows the index lacked when the
+  # burst was in the store, and the seconds it took then to catch up with the writer idle
+  # (up to 120; CATCH_UP=0 skips the wait).
   logd_run() {
     local name=$1 t0 secs send=()
     shift
@@ -338,11 +347,24 @@ section_syslog() {
     local send_pid=$!
     secs=$(wait_rows "$count" "$t0")
     wait "$send_pid" || true
-    local all recv
+    local all recv writer newest behind caught=-
     all=$(cpu_of "$logd_pid")
     recv=$(cpu_of "$logd_pid" syslog-tcp)
+    writer=$(cpu_of "$logd_pid" logd-writer)
+    [ "$writer" = 0.00 ] && writer=-
+    newest=$(rows "$root")
+    behind=$((newest - $(indexed "$root")))
+    if [ "${CATCH_UP:-1}" != 0 ]; then
+      local t1
+      t1=$(date +%s.%N)
+      for _ in $(seq 1200); do
+        [ "$(indexed "$root")" -ge "$newest" ] && break
+        sleep 0.1
+      done
+      caught=$(awk -v a="$t1" -v b="$(date +%s.%N)" 'BEGIN { printf "%.1f", b - a }')
+    fi
     stop_logd
-    echo "$secs $recv $(awk -v a="$all" -v r="$recv" 'BEGIN { printf "%.2f", a - r }')"
+    echo "$secs $recv $(awk -v a="$all" -v r="$recv" 'BEGIN { printf "%.2f", a - r }') $writer $behind $caught"
   }
 
   # rsyslogd: imtcp into a plain file, nothing else loaded.
@@ -381,22 +403,34 @@ CONF
   wait "$alone_pid" || true
   alone=$(cat "$dir/alone.out")
 
-  local tcp tls
+  local tcp tls ref=""
+  # REFERENCE_LOGD=PATH: another build's TCP run first, side by side.
+  if [ -n "${REFERENCE_LOGD:-}" ]; then
+    ref=$(logd=$REFERENCE_LOGD logd_run ref-tcp tcp "$port" "$count" -- --tcp "127.0.0.1:$port")
+  fi
   tcp=$(logd_run tcp tcp "$port" "$count" -- --tcp "127.0.0.1:$port")
-  tls=$(logd_run tls tls "$((port + 1))" "$count" "$dir/cert.pem" -- \
+  tls=$(CATCH_UP=0 logd_run tls tls "$((port + 1))" "$count" "$dir/cert.pem" -- \
     --tls "127.0.0.1:$((port + 1))" --cert "$dir/cert.pem" --key "$dir/key.pem")
 
-  printf "%-38s %10s %8s %9s %19s\n" "run ($count lines, one connection)" "msg/s" "seconds" "ratio" \
-    "CPU s: recv/writer"
-  awk -v n="$count" -v r="$rs_s" -v rc="$rs_cpu" -v a="$alone" -v t="$tcp" -v s="$tls" 'BEGIN {
-    split(a, A, " "); split(t, T, " "); split(s, S, " ")
-    printf "%-38s %10.0f %8.2f %8s %19s\n", "rsyslogd, TCP into a file", n / r, r, "1.00x", rc " (all)"
-    printf "%-38s %10.0f %8.2f %7.2fx %19s  (vs rsyslogd)\n", "receiver alone, TCP, no store",
+  printf "%-38s %10s %8s %9s %26s\n" "run ($count lines, one connection)" "msg/s" "seconds" "ratio" \
+    "CPU s: recv/writer+upkeep"
+  awk -v n="$count" -v r="$rs_s" -v rc="$rs_cpu" -v a="$alone" -v t="$tcp" -v s="$tls" -v f="$ref" 'BEGIN {
+    split(a, A, " "); split(t, T, " "); split(s, S, " "); split(f, F, " ")
+    printf "%-38s %10.0f %8.2f %8s %26s\n", "rsyslogd, TCP into a file", n / r, r, "1.00x", rc " (all)"
+    printf "%-38s %10.0f %8.2f %7.2fx %26s  (vs rsyslogd)\n", "receiver alone, TCP, no store",
            n / A[2], A[2], r / A[2], A[3] " (all)"
-    printf "%-38s %10.0f %8.2f %7.2fx %19s  (vs rsyslogd)\n", "quor-logd, TCP into the store",
-           n / T[1], T[1], r / T[1], T[2] " / " T[3]
-    printf "%-38s %10.0f %8.2f %7.2fx %19s  (vs quor-logd TCP)\n", "quor-logd, TLS into the store",
+    if (f != "")
+      printf "%-38s %10.0f %8.2f %7.2fx %26s  (vs rsyslogd)\n", "reference quor-logd, TCP into the store",
+             n / F[1], F[1], r / F[1], F[2] " / " F[3]
+    printf "%-38s %10.0f %8.2f %7.2fx %26s  (vs rsyslogd)\n", "quor-logd, TCP into the store",
+           n / T[1], T[1], r / T[1], T[2] " / " T[3] " (writer " T[4] ")"
+    printf "%-38s %10.0f %8.2f %7.2fx %26s  (vs quor-logd TCP)\n", "quor-logd, TLS into the store",
            n / S[1], S[1], T[1] / S[1], S[2] " / " S[3]
+    if (f != "")
+      printf "index behind when the rows were in: reference %d rows, caught up %s s later; this build %d, %s s\n",
+             F[5], F[6], T[5], T[6]
+    else
+      printf "index behind when the rows were in: %d rows, caught up %s s later\n", T[5], T[6]
   }'
 
   # UDP bursts: rows stored against datagrams sent; the kernel's receive-buffer drops beside.

@@ -3,9 +3,14 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
 #include <thread>
 
 #include "platform/logdb.h"
@@ -80,6 +85,75 @@ TEST(LogdWriter, QueueWaitsRefusesAndKeepsGroupsTogether) {
   ASSERT_TRUE(queue.PopBatch(10, std::chrono::milliseconds(0), std::chrono::seconds(1), &batch));
   EXPECT_EQ(1u, batch.size());
   EXPECT_FALSE(queue.PopBatch(10, std::chrono::milliseconds(0), std::chrono::seconds(1), &batch));
+}
+
+// The nice values of this process's threads by thread name.
+static std::multimap<std::string, int> NiceByThread() {
+  std::multimap<std::string, int> nice;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name, stat;
+    std::getline(std::ifstream(task.path() / "comm"), name);
+    std::getline(std::ifstream(task.path() / "stat"), stat);
+    std::istringstream fields(stat.substr(stat.rfind(')') + 2));  // from field 3 on
+    std::string field;
+    for (int i = 3; i <= 19 && fields >> field; ++i) {
+    }
+    nice.emplace(name, std::stoi(field));  // field 19
+  }
+  return nice;
+}
+
+// A batch goes in by INSERTs of several sizes: every row lands whole and in order, whatever
+// the groups it is cut into (341 = 256 + 64 + 16 + 4 + 1).
+TEST(LogdWriter, BatchesOfAnySizeLandWholeAndInOrder) {
+  TempRoot root;
+  logd::StoreFile store(SystemStore());
+  ASSERT_EQ(SQLITE_OK, store.Open()) << store.error();
+  std::vector<logd::LogEntry> entries;
+  for (int i = 0; i < 341 + 1000 + 7; ++i) {
+    logd::LogEntry entry = Numbered(i, 0, 1700000000 + i);
+    entry.level = 1 + i % 3;
+    entry.user = "u" + std::to_string(i);
+    entries.push_back(entry);
+  }
+  size_t next = 0;
+  for (size_t size : {341, 1, 1000, 6}) {
+    std::vector<const logd::LogEntry*> rows;
+    for (size_t i = 0; i < size; ++i) rows.push_back(&entries[next++]);
+    ASSERT_EQ(SQLITE_OK, store.Write(rows, {{"test", std::to_string(next)}})) << store.error();
+  }
+  std::vector<std::string> got =
+      QueryRows(SystemStore(), "SELECT time, level, username, msg FROM logs ORDER BY id");
+  ASSERT_EQ(entries.size(), got.size());
+  const char* levels[] = {"", "info", "warning", "err"};
+  for (size_t i = 0; i < got.size(); ++i) {
+    const logd::LogEntry& e = entries[i];
+    ASSERT_EQ(std::to_string(e.time) + "|" + levels[e.level] + "|" + e.user + "|" + e.message,
+              got[i]);
+  }
+  EXPECT_EQ(std::to_string(entries.size()), store.Position("test"));
+}
+
+// The upkeep threads (a store's search index and checkpoint) run below the writer's priority,
+// so that on a busy machine a transaction is not held off the core by them; the writer and the
+// rest of the process keep theirs. The index still catches up.
+TEST(LogdWriter, UpkeepRunsBelowTheWriter) {
+  TempRoot root;
+  WriterUnderTest w({0, 0, 0, 0});
+  for (int i = 0; i < 2000; ++i) ASSERT_TRUE(w.queue.Push(Numbered(i)));
+  ASSERT_TRUE(WaitUntil([] { return CountRows(SystemStore()) == 2000; }));
+  w.writer.WaitForIndex();
+  EXPECT_EQ(0u, w.writer.stats().indexFailures.load()) << w.writer.LastIndexError();
+  std::multimap<std::string, int> nice = NiceByThread();
+  EXPECT_EQ(2u, nice.count("logd-index"));  // one per store
+  EXPECT_EQ(2u, nice.count("logd-checkpoint"));
+  ASSERT_EQ(1u, nice.count("logd-writer"));
+  int own = getpriority(PRIO_PROCESS, 0);  // this thread's
+  EXPECT_EQ(own, nice.find("logd-writer")->second);
+  for (const char* upkeep : {"logd-index", "logd-checkpoint"}) {
+    auto [from, to] = nice.equal_range(upkeep);
+    for (auto it = from; it != to; ++it) EXPECT_GT(it->second, own) << upkeep;
+  }
 }
 
 TEST(LogdWriter, RetentionByRowsBytesAndAge) {

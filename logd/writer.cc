@@ -29,6 +29,8 @@ constexpr int64_t kLongTransactionUs = 25000;
 constexpr int64_t kSmallestIndexStep = 10000;
 // How long the search index waits after the file system was found full.
 constexpr int64_t kIndexPauseMs = 60000;
+// How many stall sizes the write-ahead log grows to during a burst (see KeepLogShort).
+constexpr int64_t kBurstStalls = 4;
 
 int64_t NowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -151,8 +153,7 @@ bool Writer::IndexStep(int s, bool* complained) {
   // steady stream that keeps the queue full still gets a step a second, so that the index
   // does not fall so far behind that searches scan (or that it is made anew).
   auto start = std::chrono::steady_clock::now();
-  if (queue_->size() > options_.batchRows && !queue_->closed() &&
-      start - lastIndexStep_[s] < std::chrono::seconds(1)) {
+  if (Behind() && start - lastIndexStep_[s] < std::chrono::seconds(1)) {
     indexBehind_[s] = 0;
     return false;
   }
@@ -251,7 +252,12 @@ void Writer::KeepLogShort(int s) {
   }
   limit = std::max(limit, stall);
   if (frames < stall) nextWalWait_[s] = stall;
-  if (frames < std::min(nextWalWait_[s], limit)) {
+  int64_t waitAt = std::min(nextWalWait_[s], limit);
+  // During a burst (the writer behind) the log grows to kBurstStalls stall sizes before the
+  // writer stops for its readers: a wait stops every input, and the reader it waits for is
+  // mostly the store's own index step, which runs below the writer's priority.
+  if (Behind()) waitAt = std::min(std::max(waitAt, kBurstStalls * stall), limit);
+  if (frames < waitAt) {
     if (frames >= options_.checkpointPages) checkpointer_[s]->Request();
     return;
   }
@@ -265,6 +271,8 @@ void Writer::KeepLogShort(int s) {
   if (rc == SQLITE_OK) stats_.walRestarts++;
   nextWalWait_[s] = rc == SQLITE_OK ? stall : frames + stall;
 }
+
+bool Writer::Behind() const { return queue_->size() > options_.batchRows && !queue_->closed(); }
 
 // After a commit to store: a checkpoint and an index step are asked for on the store's own
 // threads; a long log makes the writer wait for its readers (KeepLogShort).

@@ -126,6 +126,8 @@ class Writer {
   void AfterCommit(int store);
   // Waits for the readers of a long log to leave it (see WriterOptions::walStallPages).
   void KeepLogShort(int store);
+  // Whether the writer is behind its inputs: more than a batch waits in the queue.
+  bool Behind() const;
   // One step of store's search index. True when the index is still behind.
   bool IndexStep(int store, bool* complained);
 

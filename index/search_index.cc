@@ -20,6 +20,8 @@ namespace {
 const int kVersion = 3;
 const int kChunkBits = 16;
 const int64_t kBatch = 50000;
+// Rows behind at which the background catch-up stops.
+const int64_t kNearlyCurrent = 1000;
 // Rows removed from the bottom at once beyond which the index is made anew rather than the
 // candidates of each removed row deleted.
 const int64_t kLargestTrim = 500000;
@@ -485,9 +487,10 @@ class BackgroundIndexer {
         path = *pending_.begin();
         pending_.erase(pending_.begin());
       }
-      int64_t behind = 1;
+      // Until a few rows behind: under a writer that keeps its index current, the rest is its.
+      int64_t behind = kNearlyCurrent + 1;
       std::string error;
-      while (!stop_ && behind > 0 && CatchUp(path, kBatch, 5000, &behind, &error)) {
+      while (!stop_ && behind > kNearlyCurrent && CatchUp(path, kBatch, 5000, &behind, &error)) {
       }
     }
   }
@@ -508,15 +511,14 @@ BackgroundIndexer& Indexer() {
 void IndexCatchUpInBackground(const std::string& storePath) { Indexer().Add(storePath); }
 
 std::unique_ptr<IndexReader> IndexReader::Open(const std::string& storePath, int64_t maxBehind) {
-  int64_t behind = 0;
-  std::string error;
   if (access(IndexPathOf(storePath).c_str(), F_OK) != 0) {
     if (access(storePath.c_str(), R_OK) == 0) IndexCatchUpInBackground(storePath);
     return nullptr;
   }
-  // Caught up in place when another indexer is not at work (and the root can be written);
-  // otherwise the rows above the mark are read from the store.
-  bool caughtUp = CatchUp(storePath, maxBehind, 20, &behind, &error);
+  // A reader never writes the index: the writer that keeps it current holds its lock most of
+  // the time, and a search that waited for it or indexed rows itself would answer late. Rows
+  // above the mark are read from the store; rows removed from the bottom since the last
+  // reconcile are left out by reading the lowest chunks from the store (floor).
   std::unique_ptr<IndexReader> reader(new IndexReader);
   reader->state_.reset(new State);
   State& s = *reader->state_;
@@ -528,15 +530,41 @@ std::unique_ptr<IndexReader> IndexReader::Open(const std::string& storePath, int
       !s.Int("SELECT max(id) FROM store.logs", 0, &maxId)) {
     matches = false;
   }
-  // Rows removed or replaced since the last catch-up, or too many rows above the mark.
-  if (!matches || (maxId != 0 && (maxId < s.mark || minId > s.low)) ||
+  // Another store, ids that went back, every indexed row removed, or too many rows above the
+  // mark: the index cannot answer now.
+  if (!matches || (maxId != 0 && (maxId < s.mark || minId > s.mark)) ||
       (maxId == 0 && s.low <= s.mark) || maxId - s.mark > maxBehind) {
-    if (!caughtUp || behind > 0 || !matches) IndexCatchUpInBackground(storePath);
+    IndexCatchUpInBackground(storePath);
     return nullptr;
   }
+  if (maxId != 0 && minId > s.low && !reader->SetFloor(minId)) return nullptr;
+  // Left to whoever keeps the index current, unless it falls behind (nobody does).
+  if (maxId - s.mark > maxBehind / 4 || (minId >> kChunkBits) > (s.low >> kChunkBits) + 1) {
+    IndexCatchUpInBackground(storePath);
+  }
+  reader->low_ = maxId != 0 ? minId : s.low;
   reader->mark_ = s.mark;
-  reader->span_ = std::max<int64_t>(0, s.mark - s.low + 1);
+  reader->span_ = std::max<int64_t>(0, s.mark - reader->low_ + 1);
   return reader;
+}
+
+bool IndexReader::SetFloor(int64_t minId) {
+  State& s = *state_;
+  // The chunk of the lowest row holds counts of rows removed below it; the next one may have
+  // lost rows out of id order (retention by time), which its count against the store shows.
+  int64_t chunk = minId >> kChunkBits;
+  floor_ = std::min(s.mark, ((chunk + 1) << kChunkBits) - 1);
+  if (floor_ == s.mark) return true;
+  int64_t first = floor_ + 1, last = std::min(s.mark, floor_ + (int64_t{1} << kChunkBits));
+  int64_t held = 0, counted = 0;
+  if (!s.Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " + std::to_string(first) + " AND " +
+                 std::to_string(last),
+             0, &held) ||
+      !s.Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(chunk + 1), 0, &counted)) {
+    return false;
+  }
+  if (held != counted) floor_ = last;
+  return true;
 }
 
 IndexReader::~IndexReader() {
@@ -588,16 +616,19 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
   counts->assign(q.buckets, BucketCounts{0, 0, 0, 0});
   // Whole hours inside one bucket and the range come from the hours; the hours at an edge
   // from their minutes; the minutes at an edge from the store's time index.
-  Stmt odd = s.Prepare("SELECT level, sum(n) FROM hours WHERE hour = ? GROUP BY level");
-  Stmt hours = s.Prepare(
-      "SELECT hour, level, sum(n) FROM hours WHERE hour BETWEEN ? AND ? GROUP BY hour, level");
-  Stmt minutes = s.Prepare(
-      "SELECT minute, level, sum(n) FROM counts WHERE minute BETWEEN ? AND ? "
-      "GROUP BY minute, level");
+  // The counts of chunks above the floor, and the rows between the floor and the mark.
+  const std::string above = " AND +chunk > " + std::to_string(FloorChunk());
+  const std::string between = " AND +id > ?3 AND +id <= ?4";
+  Stmt odd =
+      s.Prepare("SELECT level, sum(n) FROM hours WHERE hour = ?" + above + " GROUP BY level");
+  Stmt hours = s.Prepare("SELECT hour, level, sum(n) FROM hours WHERE hour BETWEEN ? AND ?" +
+                         above + " GROUP BY hour, level");
+  Stmt minutes = s.Prepare("SELECT minute, level, sum(n) FROM counts WHERE minute BETWEEN ? AND ?" +
+                           above + " GROUP BY minute, level");
   std::string severity = s.storeClass->severity;
   Stmt rows = s.Prepare("SELECT time, " + severity +
-                        " FROM store.logs WHERE time BETWEEN ? AND ? AND +id <= ?");
-  Stmt tail = s.Prepare("SELECT time, " + severity + " FROM store.logs WHERE id > ?");
+                        " FROM store.logs WHERE time BETWEEN ?1 AND ?2" + between);
+  Stmt tail = s.Prepare("SELECT time, " + severity + " FROM store.logs WHERE id BETWEEN ? AND ?");
   if (!odd || !hours || !minutes || !rows || !tail) return false;
   int rc;
   sqlite3_bind_int64(odd.get(), 1, kOddMinute);
@@ -614,10 +645,12 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
   } else if (odds > 0) {
     // Rows without an integer time under a bound: read from the time index (NULLs sort first,
     // texts and blobs last); a real-valued time there is left to the scan.
-    std::string arm = "SELECT time, " + severity + " FROM store.logs WHERE +id <= ?1 AND time ";
+    std::string arm =
+        "SELECT time, " + severity + " FROM store.logs WHERE +id > ?1 AND +id <= ?2 AND time ";
     Stmt some = s.Prepare(arm + "IS NULL UNION ALL " + arm + ">= ''");
     if (!some) return false;
-    sqlite3_bind_int64(some.get(), 1, mark_);
+    sqlite3_bind_int64(some.get(), 1, floor_);
+    sqlite3_bind_int64(some.get(), 2, mark_);
     int64_t found = 0;
     while ((rc = sqlite3_step(some.get())) == SQLITE_ROW) {
       ++found;
@@ -656,7 +689,8 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
     bool low = minute <= INT64_MIN / 60 + 1, high = minute >= INT64_MAX / 60 - 1;
     sqlite3_bind_int64(rows.get(), 1, low ? INT64_MIN : minute * 60);
     sqlite3_bind_int64(rows.get(), 2, high ? INT64_MAX : (minute + 1) * 60 - 1);
-    sqlite3_bind_int64(rows.get(), 3, mark_);
+    sqlite3_bind_int64(rows.get(), 3, floor_);
+    sqlite3_bind_int64(rows.get(), 4, mark_);
     while ((rc = sqlite3_step(rows.get())) == SQLITE_ROW) {
       if (sqlite3_column_type(rows.get(), 0) != SQLITE_INTEGER) continue;  // counted as odd
       AddRow(q, SQLITE_INTEGER, sqlite3_column_int64(rows.get(), 0),
@@ -664,15 +698,21 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
     }
     if (rc != SQLITE_DONE) return s.Fail("read edge");
   }
-  // Rows above the mark, read one by one.
-  sqlite3_bind_int64(tail.get(), 1, mark_);
-  while ((rc = sqlite3_step(tail.get())) == SQLITE_ROW) {
-    if (!AddRow(q, sqlite3_column_type(tail.get(), 0), sqlite3_column_int64(tail.get(), 0),
-                sqlite3_column_int(tail.get(), 1), 1, counts)) {
-      return false;
+  // Rows above the mark and up to the floor, read one by one.
+  for (auto [first, last] : {std::pair<int64_t, int64_t>{mark_ + 1, INT64_MAX}, {low_, floor_}}) {
+    if (first > last) continue;
+    sqlite3_reset(tail.get());
+    sqlite3_bind_int64(tail.get(), 1, first);
+    sqlite3_bind_int64(tail.get(), 2, last);
+    while ((rc = sqlite3_step(tail.get())) == SQLITE_ROW) {
+      if (!AddRow(q, sqlite3_column_type(tail.get(), 0), sqlite3_column_int64(tail.get(), 0),
+                  sqlite3_column_int(tail.get(), 1), 1, counts)) {
+        return false;
+      }
     }
+    if (rc != SQLITE_DONE) return s.Fail("read tail");
   }
-  return rc == SQLITE_DONE || s.Fail("read tail");
+  return true;
 }
 
 std::vector<int64_t> IndexReader::GramRows(const std::vector<std::string>& grams) {
@@ -786,19 +826,27 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
   }
   if (list.empty()) return true;
   const std::string in = " AND level IN (" + list + ")";
+  const std::string above = " AND +chunk > " + std::to_string(FloorChunk());
+  const std::string indexed =
+      " AND +id > " + std::to_string(floor_) + " AND +id <= " + std::to_string(mark_);
   const std::string odd = std::to_string(kOddMinute);
-  const std::string tail = "FROM store.logs WHERE id > " + std::to_string(mark_) + " AND " +
-                           s.storeClass->severity + " IN (" + list + ")";
+  // The rows read from the store: above the mark, and up to the floor.
+  std::string rows = "SELECT * FROM store.logs WHERE id > " + std::to_string(mark_);
+  if (floor_ >= low_) {
+    rows += " UNION ALL SELECT * FROM store.logs WHERE id BETWEEN " + std::to_string(low_) +
+            " AND " + std::to_string(floor_);
+  }
+  const std::string tail =
+      "FROM (" + rows + ") WHERE " + s.storeClass->severity + " IN (" + list + ")";
   const std::string timed = " AND typeof(time) = 'integer'";
   // Rows without an integer time take no part in the bounds, unless one is real-valued (the
   // scan's bounds take those): those are left to the scan.
   int64_t odds = 0, plain = 0, tailReals = 0;
-  if (!s.Int("SELECT sum(n) FROM hours WHERE hour = " + odd, 0, &odds) ||
-      (odds > 0 && !s.Int("SELECT (SELECT count(*) FROM store.logs WHERE time IS NULL AND +id <= " +
-                              std::to_string(mark_) +
-                              ") + (SELECT count(*) FROM store.logs WHERE time >= '' AND +id <= " +
-                              std::to_string(mark_) + ")",
-                          0, &plain)) ||
+  if (!s.Int("SELECT sum(n) FROM hours WHERE hour = " + odd + above, 0, &odds) ||
+      (odds > 0 &&
+       !s.Int("SELECT (SELECT count(*) FROM store.logs WHERE time IS NULL" + indexed +
+                  ") + (SELECT count(*) FROM store.logs WHERE time >= ''" + indexed + ")",
+              0, &plain)) ||
       !s.Int("SELECT count(*) " + tail + " AND typeof(time) = 'real'", 0, &tailReals) ||
       odds != plain || tailReals > 0) {
     return false;
@@ -810,8 +858,8 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
     const std::string order = lowest ? " ASC LIMIT 1" : " DESC LIMIT 1";
     int64_t hour = 0, minute = 0, exact = 0;
     bool none = false;
-    Stmt h =
-        s.Prepare("SELECT hour FROM hours WHERE hour > " + odd + in + " ORDER BY hour" + order);
+    Stmt h = s.Prepare("SELECT hour FROM hours WHERE hour > " + odd + in + above +
+                       " ORDER BY hour" + order);
     if (!h) return false;
     int rc = sqlite3_step(h.get());
     if (rc == SQLITE_DONE) none = true;
@@ -819,7 +867,8 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
     if (none) break;
     hour = sqlite3_column_int64(h.get(), 0);
     if (!s.Int("SELECT minute FROM counts WHERE minute BETWEEN " + std::to_string(hour * 60) +
-                   " AND " + std::to_string(hour * 60 + 59) + in + " ORDER BY minute" + order,
+                   " AND " + std::to_string(hour * 60 + 59) + in + above + " ORDER BY minute" +
+                   order,
                0, &minute)) {
       return false;
     }
@@ -827,8 +876,8 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
     std::string range = std::to_string(bottom ? INT64_MIN : minute * 60) + " AND " +
                         std::to_string(top ? INT64_MAX : (minute + 1) * 60 - 1);
     if (!s.Int(std::string("SELECT ") + (lowest ? "min" : "max") +
-                   "(time) FROM store.logs WHERE time BETWEEN " + range + " AND +id <= " +
-                   std::to_string(mark_) + " AND " + s.storeClass->severity + " IN (" + list + ")",
+                   "(time) FROM store.logs WHERE time BETWEEN " + range + indexed + " AND " +
+                   s.storeClass->severity + " IN (" + list + ")",
                0, &exact)) {
       return false;
     }
@@ -851,6 +900,8 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
   *found = any;
   return true;
 }
+
+int64_t IndexReader::FloorChunk() const { return floor_ >= low_ ? floor_ >> kChunkBits : -1; }
 
 std::vector<std::string> TrigramsOf(const std::vector<std::string>& foldedTerms) {
   std::vector<std::string> grams;

@@ -56,9 +56,10 @@ struct BucketQuery {
 // A read of one store's index, consistent with the store at one moment.
 class IndexReader {
  public:
-  // The index of storePath, caught up in place when at most maxBehind rows are missing. Null
-  // when there is none that can answer now (missing, damaged, too far behind, another class,
-  // unreadable): a background catch-up is then started, and the caller scans.
+  // The index of storePath when at most maxBehind rows are above its mark (those are read from
+  // the store). Null when there is none that can answer now (missing, damaged, too far behind,
+  // another class, unreadable): a background catch-up is then started, and the caller scans.
+  // A reader never writes the index.
   static std::unique_ptr<IndexReader> Open(const std::string& storePath, int64_t maxBehind);
   ~IndexReader();
 
@@ -76,6 +77,8 @@ class IndexReader {
                           int64_t* fewest);
   // Rows the index holds (ids from the store's lowest up to the mark).
   int64_t span() const { return span_; }
+  // The store's lowest row id: candidates below it are of rows removed since.
+  int64_t low() const { return low_; }
 
   // Adds the counts of query to *counts (query.buckets entries). False when the index cannot
   // answer it exactly (rows with odd times and a bound set; a read failed): scan instead.
@@ -98,11 +101,20 @@ class IndexReader {
 
  private:
   IndexReader() = default;
+  // Sets the floor for a store whose lowest row is minId, above the index's own lowest row.
+  bool SetFloor(int64_t minId);
+  // The highest chunk whose counts are not used (-1: none).
+  int64_t FloorChunk() const;
   // The rows holding each trigram (0 for none); empty when they cannot be read.
   std::vector<int64_t> GramRows(const std::vector<std::string>& grams);
   std::unique_ptr<State> state_;
   int64_t mark_ = 0;
   int64_t span_ = 0;
+  int64_t low_ = 1;
+  // Rows from low_ up to floor_ are read from the store, and the counts of their chunks left
+  // out: the index's last reconcile saw rows below them that the store has removed since
+  // (retention while the writer indexes). 0: every chunk's counts hold.
+  int64_t floor_ = 0;
   struct ChunkTimes {
     int64_t chunk, earliest, latest;  // seconds
   };

@@ -325,8 +325,8 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
         "INSERT INTO temp.search_candidates SELECT rowid FROM search_index.terms WHERE terms "
         "MATCH '" +
         EscapeSqlString(candidates.match) + "' AND rowid " + (up ? ">" : "<") + " " +
-        std::to_string(edge) + " AND rowid <= " + mark + " ORDER BY rowid " +
-        (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch);
+        std::to_string(edge) + " AND rowid BETWEEN " + std::to_string(index->low()) + " AND " +
+        mark + " ORDER BY rowid " + (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch);
   }
   if (static_cast<int64_t>(kept.size()) <= search.offset) return true;
   std::string ids;

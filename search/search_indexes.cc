@@ -11,9 +11,9 @@
 
 namespace {
 
-// Rows a search catches up in place before it answers; an index further behind is caught up
-// in the background while the search scans.
-const int64_t kCatchUpInPlace = 20000;
+// Rows above an index's mark that a search reads from the store; an index further behind is
+// caught up in the background while the search scans.
+const int64_t kMostBehind = 20000;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ bool SearchIndexes::Open(const SearchRequest& search) {
   for (const std::string& type : search.types) {
     std::string path;
     if (!StorePathOf(type.c_str(), &path) || access(path.c_str(), F_OK) != 0) continue;
-    std::unique_ptr<IndexReader> reader = IndexReader::Open(path, kCatchUpInPlace);
+    std::unique_ptr<IndexReader> reader = IndexReader::Open(path, kMostBehind);
     if (reader == nullptr) return false;
     readers_.push_back(std::move(reader));
     sidecar_ = IndexPathOf(path);

@@ -17,14 +17,16 @@
 
 namespace {
 
-const int kVersion = 3;
+const int kVersion = 4;
 const int kChunkBits = 16;
 const int64_t kBatch = 50000;
 // Rows behind at which the background catch-up stops.
 const int64_t kNearlyCurrent = 1000;
-// Rows removed from the bottom at once beyond which the index is made anew rather than the
-// candidates of each removed row deleted.
-const int64_t kLargestTrim = 500000;
+// The candidates are kept in one FTS5 table per range of 2^kRangeBits ids ("terms_<range>"):
+// rows removed from the bottom of a store leave with whole tables, never one by one (FTS5 marks
+// each deleted row, and every later read and merge of the table pays for the marks). Candidates
+// of removed rows whose table stays are harmless: every candidate is confirmed in the store.
+const int kRangeBits = 18;
 // The minute (and hour) under which rows whose time is not an integer are counted.
 const int64_t kOddMinute = INT64_MIN;
 
@@ -36,9 +38,9 @@ const char kSchema[] =
     "CREATE INDEX IF NOT EXISTS counts_minute ON counts (minute);"
     "CREATE TABLE IF NOT EXISTS hours (chunk INTEGER, hour INTEGER, level INTEGER, n INTEGER, "
     "PRIMARY KEY (chunk, hour, level)) WITHOUT ROWID;"
-    "CREATE INDEX IF NOT EXISTS hours_hour ON hours (hour);"
-    "CREATE VIRTUAL TABLE IF NOT EXISTS terms USING fts5(a, b, content='', "
-    "contentless_delete=1, detail='none', tokenize='trigram case_sensitive 1');";
+    "CREATE INDEX IF NOT EXISTS hours_hour ON hours (hour);";
+
+std::string TermsTable(int64_t range) { return "terms_" + std::to_string(range); }
 
 struct Closer {
   void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
@@ -193,8 +195,33 @@ struct IndexReader::State {
     }
     mark = newMark;
     low = newMark + 1;
-    return Exec("DELETE FROM counts; DELETE FROM hours; DROP TABLE terms;") && Exec(kSchema) &&
+    return Exec("DELETE FROM counts; DELETE FROM hours;") && DropRangesBelow(INT64_MAX) &&
            WriteState();
+  }
+
+  // The id ranges that have a candidate table, lowest first.
+  bool Ranges(std::vector<int64_t>* ranges) {
+    ranges->clear();
+    Stmt s = Prepare(
+        "SELECT CAST(substr(name, 7) AS INTEGER) AS r FROM sqlite_schema WHERE type = 'table' "
+        "AND name GLOB 'terms_[0-9]*' AND name NOT GLOB 'terms_*_*' ORDER BY r");
+    if (!s) return false;
+    int rc;
+    while ((rc = sqlite3_step(s.get())) == SQLITE_ROW) {
+      ranges->push_back(sqlite3_column_int64(s.get(), 0));
+    }
+    return rc == SQLITE_DONE || Fail("read ranges");
+  }
+
+  // Drops the candidate tables of the ranges wholly below id (of every range: INT64_MAX).
+  bool DropRangesBelow(int64_t id) {
+    std::vector<int64_t> ranges;
+    if (!Ranges(&ranges)) return false;
+    for (int64_t range : ranges) {
+      if (id != INT64_MAX && range >= (id >> kRangeBits)) break;
+      if (!Exec("DROP TABLE " + TermsTable(range))) return false;
+    }
+    return true;
   }
 
   // Adds the counts of the store's rows with ids in [first, last] (severity, minute).
@@ -251,12 +278,7 @@ struct IndexReader::State {
     if (!Exec("DELETE FROM counts WHERE chunk = " + c + "; DELETE FROM hours WHERE chunk = " + c)) {
       return false;
     }
-    if (first > last) return true;
-    // The candidates of rows the store no longer holds go with their counts.
-    const std::string range = " BETWEEN " + std::to_string(first) + " AND " + std::to_string(last);
-    return Exec("DELETE FROM terms WHERE rowid" + range +
-                " AND rowid NOT IN (SELECT id FROM store.logs WHERE id" + range + ")") &&
-           CountRows(first, last);
+    return first > last || CountRows(first, last);
   }
 
   // Checks the index against the store inside the current write transaction: resets it when
@@ -278,17 +300,16 @@ struct IndexReader::State {
       }
       return Reset(mark);
     }
-    // Rows removed from the bottom: their counts and candidates go, so that the index stays
-    // the size of the rows the store holds. Many at once: the index is made anew from the rows
-    // left (searches scan meanwhile).
+    // Rows removed from the bottom: their counts go, and the candidate tables of ranges wholly
+    // below the store's lowest row, so that the index stays about the size of the rows the
+    // store holds.
     *changed = minId > low;
     if (minId > low) {
-      if (minId - low > kLargestTrim) return Reset(minId - 1);
       low = minId;
       std::string c = std::to_string(minId >> kChunkBits);
-      if (!Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c +
-                "; DELETE FROM terms WHERE rowid < " + std::to_string(minId)) ||
-          !WriteState()) {
+      if (!Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " +
+                c) ||
+          !DropRangesBelow(minId) || !WriteState()) {
         return false;
       }
     }
@@ -315,8 +336,9 @@ struct IndexReader::State {
     std::string sql = "SELECT id, time, " + std::string(storeClass->severity) + ", " +
                       storeClass->columns + " FROM store.logs WHERE id > ? ORDER BY id LIMIT ?";
     Stmt rows = Prepare(sql);
-    Stmt put = Prepare("INSERT INTO terms (rowid, a, b) VALUES (?, ?, ?)");
-    if (!rows || !put) return false;
+    Stmt put;
+    int64_t putRange = -1;
+    if (!rows) return false;
     sqlite3_bind_int64(rows.get(), 1, mark);
     sqlite3_bind_int64(rows.get(), 2, limit);
     std::map<int64_t, std::map<std::pair<int64_t, int>, int64_t>> add;  // by chunk
@@ -325,6 +347,16 @@ struct IndexReader::State {
     while ((rc = sqlite3_step(rows.get())) == SQLITE_ROW) {
       int64_t id = sqlite3_column_int64(rows.get(), 0);
       add[id >> kChunkBits][{MinuteOf(rows.get(), 1), sqlite3_column_int(rows.get(), 2)}]++;
+      if (id >> kRangeBits != putRange) {
+        putRange = id >> kRangeBits;
+        std::string table = TermsTable(putRange);
+        if (!Exec("CREATE VIRTUAL TABLE IF NOT EXISTS " + table +
+                  " USING fts5(a, b, content='', detail='none', "
+                  "tokenize='trigram case_sensitive 1')") ||
+            !(put = Prepare("INSERT INTO " + table + " (rowid, a, b) VALUES (?, ?, ?)"))) {
+          return false;
+        }
+      }
       sqlite3_reset(put.get());
       sqlite3_bind_int64(put.get(), 1, id);
       for (int i = 0; i < 2; ++i) {
@@ -717,21 +749,36 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
 
 std::vector<int64_t> IndexReader::GramRows(const std::vector<std::string>& grams) {
   State& s = *state_;
-  std::vector<int64_t> rows;
-  if (!s.Exec(
-          "CREATE VIRTUAL TABLE IF NOT EXISTS temp.grams USING fts5vocab(main, terms, 'row')")) {
-    return rows;
-  }
-  Stmt doc = s.Prepare("SELECT doc FROM temp.grams WHERE term = ?");
-  if (!doc) return rows;
-  for (const std::string& gram : grams) {
-    sqlite3_reset(doc.get());
-    sqlite3_bind_text(doc.get(), 1, gram.data(), static_cast<int>(gram.size()), SQLITE_STATIC);
-    int rc = sqlite3_step(doc.get());
-    if (rc != SQLITE_ROW && rc != SQLITE_DONE) return std::vector<int64_t>();
-    rows.push_back(rc == SQLITE_ROW ? sqlite3_column_int64(doc.get(), 0) : 0);  // none: 0
+  std::vector<int64_t> rows(grams.size(), 0);  // none: 0
+  std::vector<int64_t> ranges;
+  if (!s.Ranges(&ranges)) return std::vector<int64_t>();
+  for (int64_t range : ranges) {
+    std::string vocab = "temp.grams_" + std::to_string(range);
+    if (!s.Exec("CREATE VIRTUAL TABLE IF NOT EXISTS " + vocab + " USING fts5vocab(main, " +
+                TermsTable(range) + ", 'row')")) {
+      return std::vector<int64_t>();
+    }
+    Stmt doc = s.Prepare("SELECT doc FROM " + vocab + " WHERE term = ?");
+    if (!doc) return std::vector<int64_t>();
+    for (size_t i = 0; i < grams.size(); ++i) {
+      sqlite3_reset(doc.get());
+      sqlite3_bind_text(doc.get(), 1, grams[i].data(), static_cast<int>(grams[i].size()),
+                        SQLITE_STATIC);
+      int rc = sqlite3_step(doc.get());
+      if (rc != SQLITE_ROW && rc != SQLITE_DONE) return std::vector<int64_t>();
+      if (rc == SQLITE_ROW) rows[i] += sqlite3_column_int64(doc.get(), 0);
+    }
   }
   return rows;
+}
+
+bool IndexReader::TermTables(bool newestFirst, std::vector<std::string>* tables) {
+  std::vector<int64_t> ranges;
+  tables->clear();
+  if (!state_->Ranges(&ranges)) return false;
+  if (newestFirst) std::reverse(ranges.begin(), ranges.end());
+  for (int64_t range : ranges) tables->push_back(TermsTable(range));
+  return true;
 }
 
 std::string IndexReader::NarrowQuery(const std::vector<std::string>& foldedTerms, size_t kept,

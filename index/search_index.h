@@ -75,6 +75,10 @@ class IndexReader {
   // read.
   std::string NarrowQuery(const std::vector<std::string>& foldedTerms, size_t kept,
                           int64_t* fewest);
+  // The FTS5 tables of the candidates, one per range of ids (each MATCHes a query; rowid is the
+  // row's id), newest range first or last; the ranges do not overlap. False when they cannot
+  // be read.
+  bool TermTables(bool newestFirst, std::vector<std::string>* tables);
   // Rows the index holds (ids from the store's lowest up to the mark).
   int64_t span() const { return span_; }
   // The store's lowest row id: candidates below it are of rows removed since.

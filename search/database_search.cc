@@ -17,6 +17,20 @@
 
 namespace {
 
+// The ids of the candidates (every range's table of the sidecar attached as "search_index"
+// that matches), each table's rows narrowed by bounds (conditions on rowid, or ""), as one
+// compound SELECT of a column "id"; the tables' ranges do not overlap, so no id comes twice.
+std::string CandidateSelect(const CandidateRows& candidates, const std::string& bounds) {
+  std::string sql;
+  const std::string match = EscapeSqlString(candidates.match);
+  for (const std::string& table : candidates.tables) {
+    if (!sql.empty()) sql += " UNION ALL ";
+    sql += "SELECT rowid AS id FROM search_index." + table + " WHERE " + table + " MATCH '" +
+           match + "'" + bounds;
+  }
+  return sql;
+}
+
 // The SQL expression that orders key; time for a key the class does not sort by.
 std::string SortExpression(const LogClassInfo& info, const std::string& key) {
   const LogColumn* column = FindColumn(info, key);
@@ -164,11 +178,9 @@ class SearchScope {
     std::string sql = "ATTACH '" + EscapeSqlString(candidates_.sidecar) +
                       "' AS search_index; CREATE TEMP TABLE search_candidates (id INTEGER "
                       "PRIMARY KEY)";
-    if (candidates_.limit != 0) {
-      sql +=
-          "; INSERT INTO temp.search_candidates SELECT rowid FROM search_index.terms WHERE "
-          "terms MATCH '" +
-          EscapeSqlString(candidates_.match) + "' LIMIT " + limit;
+    if (candidates_.limit != 0 && !candidates_.tables.empty()) {
+      sql += "; INSERT INTO temp.search_candidates " + CandidateSelect(candidates_, "") +
+             " LIMIT " + limit;
     }
     if (QUORDBExecute(db, sql.c_str(), nullptr) < 0) return Fail(QUORDBErrorGet(db), failure);
     if (candidates_.limit == 0) return true;  // walked in batches by the caller
@@ -321,12 +333,14 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
         break;
       }
     }
+    // One ordered merge of the ranges' tables, each read in the walk's order up to the batch.
     fill =
-        "INSERT INTO temp.search_candidates SELECT rowid FROM search_index.terms WHERE terms "
-        "MATCH '" +
-        EscapeSqlString(candidates.match) + "' AND rowid " + (up ? ">" : "<") + " " +
-        std::to_string(edge) + " AND rowid BETWEEN " + std::to_string(index->low()) + " AND " +
-        mark + " ORDER BY rowid " + (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch);
+        candidates.tables.empty()
+            ? std::string("DELETE FROM temp.search_candidates")
+            : "INSERT INTO temp.search_candidates " +
+                  CandidateSelect(candidates, std::string(" AND rowid ") + (up ? ">" : "<") + " " +
+                                                  std::to_string(edge) + " AND rowid <= " + mark) +
+                  " ORDER BY 1 " + (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch);
   }
   if (static_cast<int64_t>(kept.size()) <= search.offset) return true;
   std::string ids;

@@ -44,7 +44,7 @@ bool SearchIndexes::Matching(const SearchRequest& search, CandidateRows* candida
     candidates->match = readers_[0]->NarrowQuery(folded, 2, fewest);
   }
   candidates->sidecar = sidecar_;
-  return !candidates->match.empty();
+  return !candidates->match.empty() && readers_[0]->TermTables(true, &candidates->tables);
 }
 
 bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candidates) {

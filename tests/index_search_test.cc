@@ -216,17 +216,26 @@ TEST(SearchIndex, RowsTrimmedOrClearedLeaveEveryAnswerAtOnce) {
   EXPECT_EQ(1700, scanned["total"].asInt());
   EXPECT_EQ(QUOR::WebAPIUtil::ToText(scanned), QUOR::WebAPIUtil::ToText(Call(QueryMethod, all)));
   CompareRandomQueries(log.store, &log.random, log.t0, 10, false);
-  // The removed rows' candidates went too: the index holds the rows the store holds.
+  // The removed rows' candidates go with whole ranges of ids: rows written past the first
+  // range, then every row of it removed, leave no candidate table for it.
+  MakeDatabase(log.store, "UPDATE sqlite_sequence SET seq = 300000 WHERE name = 'logs'; " +
+                              RandomRows(&log.random, 100, log.t0));
   ASSERT_TRUE(IndexCatchUp(log.store));
-  EXPECT_EQ(std::vector<std::string>{"1700"},
-            QueryRows(IndexPathOf(log.store), "SELECT count(*) FROM terms_docsize"));
+  CompareRandomQueries(log.store, &log.random, log.t0, 15);  // candidates in two ranges
+  MakeDatabase(log.store, "DELETE FROM logs WHERE id < 300000;");
+  CompareRandomQueries(log.store, &log.random, log.t0, 15);
+  ASSERT_TRUE(IndexCatchUp(log.store));
+  EXPECT_EQ(std::vector<std::string>{"terms_1"},
+            QueryRows(IndexPathOf(log.store),
+                      "SELECT name FROM sqlite_schema WHERE name GLOB 'terms_[0-9]*' AND name "
+                      "NOT GLOB 'terms_*_*'"));
   // A clear empties every answer; rows written after it are found.
   MakeDatabase(log.store, "DELETE FROM logs;");
   EXPECT_EQ(0, total());
   MakeDatabase(log.store, RandomRows(&log.random, 200, log.t0));
   CompareRandomQueries(log.store, &log.random, log.t0, 15);
   EXPECT_EQ(std::vector<std::string>{"200"},
-            QueryRows(IndexPathOf(log.store), "SELECT count(*) FROM terms_docsize"));
+            QueryRows(IndexPathOf(log.store), "SELECT count(*) FROM terms_1_docsize"));
 }
 
 TEST(SearchIndex, DamagedOrDeletedIndexIsMadeAnew) {

@@ -26,7 +26,7 @@ const int64_t kNearlyCurrent = 1000;
 // rows removed from the bottom of a store leave with whole tables, never one by one (FTS5 marks
 // each deleted row, and every later read and merge of the table pays for the marks). Candidates
 // of removed rows whose table stays are harmless: every candidate is confirmed in the store.
-const int kRangeBits = 18;
+const int kRangeBits = 20;
 // The minute (and hour) under which rows whose time is not an integer are counted.
 const int64_t kOddMinute = INT64_MIN;
 

@@ -281,6 +281,10 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
                               : std::string());
   int64_t edge = up ? 0 : index->mark() + 1;  // the walk's next candidates are beyond it
   int64_t batch = 256;
+  // The ranges' tables in the walk's order, read one at a time.
+  std::vector<std::string> tables = candidates.tables;
+  if (up) std::reverse(tables.begin(), tables.end());
+  size_t table = 0;
   std::vector<TimeKey> kept;
   for (bool first = true;; first = false) {
     int64_t found = 0, low = INT64_MAX, high = 0;
@@ -320,9 +324,10 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
     std::sort(kept.begin(), kept.end(), before);
     if (static_cast<int64_t>(kept.size()) > need) kept.resize(need);
     if (!first) {
-      if (found < batch) break;  // every candidate was read
-      edge = up ? high : low;
-      batch = std::min<int64_t>(batch * 4, 16384);
+      if (found > 0) edge = up ? high : low;
+      // A table read to its end: the next range's, if any.
+      if (found < batch && ++table == tables.size()) break;  // every candidate was read
+      if (found == batch) batch = std::min<int64_t>(batch * 4, 16384);
     }
     // Stops when no integer time beyond the edge can sort before the page's last row.
     if (static_cast<int64_t>(kept.size()) == need) {
@@ -333,14 +338,12 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
         break;
       }
     }
-    // One ordered merge of the ranges' tables, each read in the walk's order up to the batch.
-    fill =
-        candidates.tables.empty()
-            ? std::string("DELETE FROM temp.search_candidates")
-            : "INSERT INTO temp.search_candidates " +
-                  CandidateSelect(candidates, std::string(" AND rowid ") + (up ? ">" : "<") + " " +
-                                                  std::to_string(edge) + " AND rowid <= " + mark) +
-                  " ORDER BY 1 " + (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch);
+    if (tables.empty()) break;  // no candidate at all
+    fill = "INSERT INTO temp.search_candidates SELECT rowid FROM search_index." + tables[table] +
+           " WHERE " + tables[table] + " MATCH '" + EscapeSqlString(candidates.match) +
+           "' AND rowid " + (up ? ">" : "<") + " " + std::to_string(edge) +
+           " AND rowid <= " + mark + " ORDER BY rowid " + (up ? "ASC" : "DESC") + " LIMIT " +
+           std::to_string(batch);
   }
   if (static_cast<int64_t>(kept.size()) <= search.offset) return true;
   std::string ids;

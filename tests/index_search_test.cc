@@ -218,11 +218,11 @@ TEST(SearchIndex, RowsTrimmedOrClearedLeaveEveryAnswerAtOnce) {
   CompareRandomQueries(log.store, &log.random, log.t0, 10, false);
   // The removed rows' candidates go with whole ranges of ids: rows written past the first
   // range, then every row of it removed, leave no candidate table for it.
-  MakeDatabase(log.store, "UPDATE sqlite_sequence SET seq = 300000 WHERE name = 'logs'; " +
+  MakeDatabase(log.store, "UPDATE sqlite_sequence SET seq = 1100000 WHERE name = 'logs'; " +
                               RandomRows(&log.random, 100, log.t0));
   ASSERT_TRUE(IndexCatchUp(log.store));
   CompareRandomQueries(log.store, &log.random, log.t0, 15);  // candidates in two ranges
-  MakeDatabase(log.store, "DELETE FROM logs WHERE id < 300000;");
+  MakeDatabase(log.store, "DELETE FROM logs WHERE id < 1100000;");
   CompareRandomQueries(log.store, &log.random, log.t0, 15);
   ASSERT_TRUE(IndexCatchUp(log.store));
   EXPECT_EQ(std::vector<std::string>{"terms_1"},

@@ -17,7 +17,7 @@
 
 namespace {
 
-const int kVersion = 4;
+const int kVersion = 5;
 const int kChunkBits = 16;
 const int64_t kBatch = 50000;
 // Rows behind at which the background catch-up stops.
@@ -27,6 +27,11 @@ const int64_t kNearlyCurrent = 1000;
 // each deleted row, and every later read and merge of the table pays for the marks). Candidates
 // of removed rows whose table stays are harmless: every candidate is confirmed in the store.
 const int kRangeBits = 20;
+// Pages of a range's table merged per step once the range is no longer written, until the
+// table is one segment: a search opens one iterator per segment for each trigram (each parses a
+// page, backwards for a newest-first walk), and FTS5's own merging leaves up to three segments
+// on each level.
+const int kMergePages = 2000;
 // The minute (and hour) under which rows whose time is not an integer are counted.
 const int64_t kOddMinute = INT64_MIN;
 
@@ -38,7 +43,8 @@ const char kSchema[] =
     "CREATE INDEX IF NOT EXISTS counts_minute ON counts (minute);"
     "CREATE TABLE IF NOT EXISTS hours (chunk INTEGER, hour INTEGER, level INTEGER, n INTEGER, "
     "PRIMARY KEY (chunk, hour, level)) WITHOUT ROWID;"
-    "CREATE INDEX IF NOT EXISTS hours_hour ON hours (hour);";
+    "CREATE INDEX IF NOT EXISTS hours_hour ON hours (hour);"
+    "CREATE TABLE IF NOT EXISTS merged (range INTEGER PRIMARY KEY);";
 
 std::string TermsTable(int64_t range) { return "terms_" + std::to_string(range); }
 
@@ -96,8 +102,9 @@ struct IndexReader::State {
   const StoreClass* storeClass = nullptr;
   std::string error;
   int64_t mark = 0, low = 1;
-  bool fresh = false;   // the sidecar has no state yet
-  bool remake = false;  // the sidecar is to be emptied and made anew
+  bool fresh = false;    // the sidecar has no state yet
+  bool remake = false;   // the sidecar is to be emptied and made anew
+  bool merging = false;  // the last step merged a range's segments and more remain
 
   bool Fail(const char* what) {
     error = std::string(what) + ": " + (db ? sqlite3_errmsg(db.get()) : "no connection");
@@ -195,8 +202,8 @@ struct IndexReader::State {
     }
     mark = newMark;
     low = newMark + 1;
-    return Exec("DELETE FROM counts; DELETE FROM hours;") && DropRangesBelow(INT64_MAX) &&
-           WriteState();
+    return Exec("DELETE FROM counts; DELETE FROM hours; DELETE FROM merged;") &&
+           DropRangesBelow(INT64_MAX) && WriteState();
   }
 
   // The id ranges that have a candidate table, lowest first.
@@ -219,7 +226,37 @@ struct IndexReader::State {
     if (!Ranges(&ranges)) return false;
     for (int64_t range : ranges) {
       if (id != INT64_MAX && range >= (id >> kRangeBits)) break;
-      if (!Exec("DROP TABLE " + TermsTable(range))) return false;
+      if (!Exec("DROP TABLE " + TermsTable(range) +
+                "; DELETE FROM merged WHERE range = " + std::to_string(range))) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  // Merges the segments of the newest range that is no longer written and not yet one segment,
+  // by at most kMergePages pages.
+  bool MergeFinishedRange() {
+    merging = false;
+    std::vector<int64_t> ranges;
+    if (!Ranges(&ranges)) return false;
+    for (size_t i = ranges.size(); i-- > 0;) {
+      int64_t range = ranges[i], done = 0;
+      if (range >= (mark >> kRangeBits)) continue;
+      if (!Int("SELECT count(*) FROM merged WHERE range = " + std::to_string(range), 0, &done)) {
+        return false;
+      }
+      if (done != 0) continue;
+      const std::string table = TermsTable(range);
+      // Fewer than two changes: there was nothing left to merge.
+      sqlite3_int64 before = sqlite3_total_changes64(db.get());
+      if (!Exec("INSERT INTO " + table + " (" + table + ", rank) VALUES ('merge', -" +
+                std::to_string(kMergePages) + ")")) {
+        return false;
+      }
+      merging = sqlite3_total_changes64(db.get()) - before >= 2;
+      if (merging) return true;
+      return Exec("INSERT INTO merged VALUES (" + std::to_string(range) + ")");
     }
     return true;
   }
@@ -374,7 +411,7 @@ struct IndexReader::State {
     for (const auto& [chunk, counts] : add) {
       if (!AddCounts(chunk, counts)) return false;
     }
-    return *added == 0 || WriteState();
+    return (*added == 0 || WriteState()) && MergeFinishedRange();
   }
 
   // One write transaction: reconcile, then index up to limit rows. *behind: rows still above
@@ -460,7 +497,7 @@ bool CatchUp(const std::string& storePath, int64_t maxRows, int waitMs, int64_t*
       int64_t added = 0;
       ok = state.Step(std::min(kBatch, std::max<int64_t>(1, maxRows - done)), &added, behind);
       done += added;
-      if (!ok || *behind == 0 || added == 0 || done >= maxRows) break;
+      if (!ok || done >= maxRows || ((*behind == 0 || added == 0) && !state.merging)) break;
     }
     // A long catch-up leaves a large write-ahead log: fold it into the file now, not in the
     // middle of a later search.

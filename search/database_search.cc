@@ -289,18 +289,35 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
   for (bool first = true;; first = false) {
     int64_t found = 0, low = INT64_MAX, high = 0;
     bool placed = true;
+    auto count = [&](PQUORDBRESULT rows) {
+      QUORDBROW row;
+      if (QUORDBFetchRow(rows, &row) != 0) return;
+      found = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
+      if (found == 0) return;
+      low = ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
+      high = ReadInteger(QUORDBFetchFieldAt(rows, row, 2));
+    };
+    const std::string counted = "SELECT count(*), min(id), max(id) FROM temp.search_candidates";
     if (!scope.Execute("DELETE FROM temp.search_candidates", failure) ||
-        !scope.Execute(fill, failure) ||
-        !scope.Run("SELECT count(*), min(id), max(id) FROM temp.search_candidates", failure,
-                   [&](PQUORDBRESULT rows) {
-                     QUORDBROW row;
-                     if (QUORDBFetchRow(rows, &row) != 0) return;
-                     found = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
-                     if (found == 0) return;
-                     low = ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
-                     high = ReadInteger(QUORDBFetchFieldAt(rows, row, 2));
-                   }) ||
-        !scope.Run(confirm, failure, [&](PQUORDBRESULT rows) {
+        (first && (!scope.Execute(fill, failure) || !scope.Run(counted, failure, count)))) {
+      return false;
+    }
+    // The next batch of candidates beyond the edge, from as many ranges' tables as it takes.
+    for (; !first && table < tables.size(); ++table) {
+      const std::string& name = tables[table];
+      if (!scope.Execute("INSERT INTO temp.search_candidates SELECT rowid FROM search_index." +
+                             name + " WHERE " + name + " MATCH '" +
+                             EscapeSqlString(candidates.match) + "' AND rowid " + (up ? ">" : "<") +
+                             " " + std::to_string(edge) + " AND rowid BETWEEN " +
+                             std::to_string(index->low()) + " AND " + mark + " ORDER BY rowid " +
+                             (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch - found),
+                         failure) ||
+          !scope.Run(counted, failure, count)) {
+        return false;
+      }
+      if (found == batch) break;  // this table may hold more
+    }
+    if (!scope.Run(confirm, failure, [&](PQUORDBRESULT rows) {
           QUORDBROW row;
           while (QUORDBFetchRow(rows, &row) == 0) {
             std::string type = QUORDBFetchFieldAt(rows, row, 2);
@@ -324,10 +341,9 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
     std::sort(kept.begin(), kept.end(), before);
     if (static_cast<int64_t>(kept.size()) > need) kept.resize(need);
     if (!first) {
-      if (found > 0) edge = up ? high : low;
-      // A table read to its end: the next range's, if any.
-      if (found < batch && ++table == tables.size()) break;  // every candidate was read
-      if (found == batch) batch = std::min<int64_t>(batch * 4, 16384);
+      if (found < batch) break;  // every table was read to its end
+      edge = up ? high : low;
+      batch = std::min<int64_t>(batch * 4, 16384);
     }
     // Stops when no integer time beyond the edge can sort before the page's last row.
     if (static_cast<int64_t>(kept.size()) == need) {
@@ -339,11 +355,6 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
       }
     }
     if (tables.empty()) break;  // no candidate at all
-    fill = "INSERT INTO temp.search_candidates SELECT rowid FROM search_index." + tables[table] +
-           " WHERE " + tables[table] + " MATCH '" + EscapeSqlString(candidates.match) +
-           "' AND rowid " + (up ? ">" : "<") + " " + std::to_string(edge) +
-           " AND rowid <= " + mark + " ORDER BY rowid " + (up ? "ASC" : "DESC") + " LIMIT " +
-           std::to_string(batch);
   }
   if (static_cast<int64_t>(kept.size()) <= search.offset) return true;
   std::string ids;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <set>
@@ -337,34 +338,31 @@ struct IndexReader::State {
       }
       return Reset(mark);
     }
-    // Rows removed from the bottom: their counts go, and the candidate tables of ranges wholly
-    // below the store's lowest row, so that the index stays about the size of the rows the
-    // store holds.
-    *changed = minId > low;
-    if (minId > low) {
-      low = minId;
-      std::string c = std::to_string(minId >> kChunkBits);
-      if (!Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " +
-                c) ||
-          !DropRangesBelow(minId) || !WriteState()) {
-        return false;
-      }
+    // Rows removed from the bottom: the counts of the chunks wholly below the store's lowest
+    // row go, and the candidate tables of ranges wholly below it, so that the index stays about
+    // the size of the rows the store holds. The chunk of the lowest row keeps its counts until
+    // retention has gone past it (readers read that chunk from the store): recounting it at
+    // every trim would read it again and again while retention takes it a batch at a time.
+    const int64_t lowChunk = low >> kChunkBits, minChunk = minId >> kChunkBits;
+    *changed = minChunk > lowChunk;
+    if (minChunk <= lowChunk) return true;
+    low = minChunk << kChunkBits;
+    std::string c = std::to_string(minChunk);
+    if (!Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c) ||
+        !DropRangesBelow(minId) || !WriteState()) {
+      return false;
     }
-    // Rows of the two lowest chunks may have gone out of id order (retention by time); the
-    // lowest also holds the counts of the rows just removed below minId.
-    int64_t chunk = low >> kChunkBits, held = 0, counted = 0;
-    for (int64_t c = chunk; c <= chunk + 1 && (c << kChunkBits) <= mark; ++c) {
-      int64_t first = std::max(low, c << kChunkBits);
-      int64_t last = std::min(mark, ((c + 1) << kChunkBits) - 1);
-      if (!Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " + std::to_string(first) +
-                   " AND " + std::to_string(last),
-               0, &held) ||
-          !Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(c), 0, &counted)) {
-        return false;
-      }
-      if (held != counted && !Recount(c)) return false;
+    // Rows of the chunk above may have gone out of id order (retention by time).
+    int64_t held = 0, counted = 0, next = minChunk + 1;
+    if ((next << kChunkBits) > mark) return true;
+    if (!Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " +
+                 std::to_string(next << kChunkBits) + " AND " +
+                 std::to_string(std::min(mark, ((next + 1) << kChunkBits) - 1)),
+             0, &held) ||
+        !Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(next), 0, &counted)) {
+      return false;
     }
-    return true;
+    return held == counted || Recount(next);
   }
 
   // Indexes up to limit rows above the mark; *added tells how many.
@@ -527,6 +525,23 @@ bool IndexCatchUp(const std::string& storePath, std::string* error) {
 
 namespace {
 
+// How long the background indexer watches an index's mark for another indexer at work.
+const std::chrono::milliseconds kWatch(300);
+
+// The mark of the index of storePath, -1 when it cannot be read.
+int64_t IndexedMark(const std::string& storePath) {
+  sqlite3* raw = nullptr;
+  int rc = sqlite3_open_v2(IndexPathOf(storePath).c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
+  Db db(raw);
+  sqlite3_stmt* stmt = nullptr;
+  if (rc != SQLITE_OK ||
+      sqlite3_prepare_v2(raw, "SELECT mark FROM state", -1, &stmt, nullptr) != SQLITE_OK) {
+    return -1;
+  }
+  Stmt owned(stmt);
+  return sqlite3_step(stmt) == SQLITE_ROW ? sqlite3_column_int64(stmt, 0) : -1;
+}
+
 // The process's background indexer: one thread at a time works through the stores asked for.
 class BackgroundIndexer {
  public:
@@ -556,6 +571,11 @@ class BackgroundIndexer {
         path = *pending_.begin();
         pending_.erase(pending_.begin());
       }
+      // Left to another indexer that is at work on it (quor-logd keeps its stores' indexes
+      // current): two would take turns at the lock, each waiting out the other.
+      int64_t before = IndexedMark(path);
+      for (int i = 0; i < 5 && !stop_; ++i) std::this_thread::sleep_for(kWatch / 5);
+      if (before >= 0 && IndexedMark(path) != before) continue;
       // Until a few rows behind: under a writer that keeps its index current, the rest is its.
       int64_t behind = kNearlyCurrent + 1;
       std::string error;

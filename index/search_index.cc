@@ -18,7 +18,7 @@
 
 namespace {
 
-const int kVersion = 5;
+const int kVersion = 6;
 const int kChunkBits = 16;
 const int64_t kBatch = 50000;
 // Rows behind at which the background catch-up stops.
@@ -365,6 +365,24 @@ struct IndexReader::State {
     return held == counted || Recount(next);
   }
 
+  // Creates the candidate table of a range unless it exists. No row sizes (columnsize=0: no
+  // ranking reads them, and keeping them cost a tenth of indexing); FTS5 merges eight segments of
+  // a level rather than four and flushes its terms at 16 MiB rather than 1 MiB, which together
+  // cut the instructions of indexing by a quarter (each range is merged into one segment once
+  // it is no longer written, so the extra segments of the newest range are the only cost).
+  bool MakeRangeTable(const std::string& table) {
+    int64_t exists = 0;
+    if (!Int("SELECT count(*) FROM sqlite_schema WHERE name = '" + table + "'", 0, &exists)) {
+      return false;
+    }
+    return exists != 0 ||
+           Exec("CREATE VIRTUAL TABLE " + table +
+                " USING fts5(a, b, content='', detail='none', columnsize=0, "
+                "tokenize='trigram case_sensitive 1'); INSERT INTO " +
+                table + " (" + table + ", rank) VALUES ('automerge', 8); INSERT INTO " + table +
+                " (" + table + ", rank) VALUES ('hashsize', 16777216)");
+  }
+
   // Indexes up to limit rows above the mark; *added tells how many.
   bool AddRows(int64_t limit, int64_t* added) {
     *added = 0;
@@ -385,9 +403,7 @@ struct IndexReader::State {
       if (id >> kRangeBits != putRange) {
         putRange = id >> kRangeBits;
         std::string table = TermsTable(putRange);
-        if (!Exec("CREATE VIRTUAL TABLE IF NOT EXISTS " + table +
-                  " USING fts5(a, b, content='', detail='none', "
-                  "tokenize='trigram case_sensitive 1')") ||
+        if (!MakeRangeTable(table) ||
             !(put = Prepare("INSERT INTO " + table + " (rowid, a, b) VALUES (?, ?, ?)"))) {
           return false;
         }

@@ -238,7 +238,7 @@ TEST(SearchIndex, RowsTrimmedOrClearedLeaveEveryAnswerAtOnce) {
   MakeDatabase(log.store, RandomRows(&log.random, 200, log.t0));
   CompareRandomQueries(log.store, &log.random, log.t0, 15);
   EXPECT_EQ(std::vector<std::string>{"200"},
-            QueryRows(IndexPathOf(log.store), "SELECT count(*) FROM terms_1_docsize"));
+            QueryRows(IndexPathOf(log.store), "SELECT sum(n) FROM counts"));
 }
 
 TEST(SearchIndex, DamagedOrDeletedIndexIsMadeAnew) {
@@ -277,7 +277,7 @@ TEST(SearchIndex, DamagedOrDeletedIndexIsMadeAnew) {
   std::unique_ptr<sqlite3, int (*)(sqlite3*)> held(raw, sqlite3_close_v2);
   auto heldRows = [&] {
     sqlite3_stmt* stmt = nullptr;
-    sqlite3_prepare_v2(held.get(), "SELECT count(*) FROM terms_0_docsize", -1, &stmt, nullptr);
+    sqlite3_prepare_v2(held.get(), "SELECT sum(n) FROM counts", -1, &stmt, nullptr);
     int64_t n = sqlite3_step(stmt) == SQLITE_ROW ? sqlite3_column_int64(stmt, 0) : -1;
     sqlite3_finalize(stmt);
     return n;

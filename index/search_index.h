@@ -1,14 +1,16 @@
 // The search index of a log store: a sidecar database beside the store ("<store>.search-index")
 // that the modules' statements never see. It holds
-//   - an FTS5 table of trigrams over the case-folded searched columns of every indexed row (row
-//     id = the store's row id), which narrows a term search to candidate rows; the exact test
-//     then runs on those rows only, so answers are the scan's answers;
+//   - FTS5 tables of trigrams over the case-folded searched columns of the indexed rows, one per
+//     range of 2^20 row ids (row id = the store's row id), which narrow a term search to
+//     candidate rows; the exact test then runs on those rows only, so answers are the scan's
+//     answers, and candidates of rows the store removed since are never shown;
 //   - the count of rows by id chunk (65,536 ids), minute and level, which answers level counts,
 //     totals and time buckets without reading the rows;
-//   - the indexed mark (rows with ids up to it are indexed) and the lowest id the store held.
+//   - the indexed mark (rows with ids up to it are indexed) and the lowest id counted.
 // Rows above the mark are read from the store itself. Rows removed from the bottom of the store
-// (a clear, retention) are noticed by the store's lowest id and their counts dropped before an
-// answer is given; a store replaced by another file, or ids that went back, reset the index.
+// (a clear, retention) are noticed by the store's lowest id: readers then read the lowest chunk
+// from the store, and the indexer drops the counts of chunks, and the tables of ranges, wholly
+// below it. A store replaced by another file, or ids that went back, reset the index.
 // Only the system class and the transfer class are indexed (their searched columns are plain
 // text); other stores have no index.
 #pragma once

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <set>
@@ -17,12 +18,21 @@
 
 namespace {
 
-const int kVersion = 3;
+const int kVersion = 6;
 const int kChunkBits = 16;
 const int64_t kBatch = 50000;
-// Rows removed from the bottom at once beyond which the index is made anew rather than the
-// candidates of each removed row deleted.
-const int64_t kLargestTrim = 500000;
+// Rows behind at which the background catch-up stops.
+const int64_t kNearlyCurrent = 1000;
+// The candidates are kept in one FTS5 table per range of 2^kRangeBits ids ("terms_<range>"):
+// rows removed from the bottom of a store leave with whole tables, never one by one (FTS5 marks
+// each deleted row, and every later read and merge of the table pays for the marks). Candidates
+// of removed rows whose table stays are harmless: every candidate is confirmed in the store.
+const int kRangeBits = 20;
+// Pages of a range's table merged per step once the range is no longer written, until the
+// table is one segment: a search opens one iterator per segment for each trigram (each parses a
+// page, backwards for a newest-first walk), and FTS5's own merging leaves up to three segments
+// on each level.
+const int kMergePages = 2000;
 // The minute (and hour) under which rows whose time is not an integer are counted.
 const int64_t kOddMinute = INT64_MIN;
 
@@ -35,8 +45,9 @@ const char kSchema[] =
     "CREATE TABLE IF NOT EXISTS hours (chunk INTEGER, hour INTEGER, level INTEGER, n INTEGER, "
     "PRIMARY KEY (chunk, hour, level)) WITHOUT ROWID;"
     "CREATE INDEX IF NOT EXISTS hours_hour ON hours (hour);"
-    "CREATE VIRTUAL TABLE IF NOT EXISTS terms USING fts5(a, b, content='', "
-    "contentless_delete=1, detail='none', tokenize='trigram case_sensitive 1');";
+    "CREATE TABLE IF NOT EXISTS merged (range INTEGER PRIMARY KEY);";
+
+std::string TermsTable(int64_t range) { return "terms_" + std::to_string(range); }
 
 struct Closer {
   void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
@@ -92,8 +103,9 @@ struct IndexReader::State {
   const StoreClass* storeClass = nullptr;
   std::string error;
   int64_t mark = 0, low = 1;
-  bool fresh = false;   // the sidecar has no state yet
-  bool remake = false;  // the sidecar is to be emptied and made anew
+  bool fresh = false;    // the sidecar has no state yet
+  bool remake = false;   // the sidecar is to be emptied and made anew
+  bool merging = false;  // the last step merged a range's segments and more remain
 
   bool Fail(const char* what) {
     error = std::string(what) + ": " + (db ? sqlite3_errmsg(db.get()) : "no connection");
@@ -191,8 +203,63 @@ struct IndexReader::State {
     }
     mark = newMark;
     low = newMark + 1;
-    return Exec("DELETE FROM counts; DELETE FROM hours; DROP TABLE terms;") && Exec(kSchema) &&
-           WriteState();
+    return Exec("DELETE FROM counts; DELETE FROM hours; DELETE FROM merged;") &&
+           DropRangesBelow(INT64_MAX) && WriteState();
+  }
+
+  // The id ranges that have a candidate table, lowest first.
+  bool Ranges(std::vector<int64_t>* ranges) {
+    ranges->clear();
+    Stmt s = Prepare(
+        "SELECT CAST(substr(name, 7) AS INTEGER) AS r FROM sqlite_schema WHERE type = 'table' "
+        "AND name GLOB 'terms_[0-9]*' AND name NOT GLOB 'terms_*_*' ORDER BY r");
+    if (!s) return false;
+    int rc;
+    while ((rc = sqlite3_step(s.get())) == SQLITE_ROW) {
+      ranges->push_back(sqlite3_column_int64(s.get(), 0));
+    }
+    return rc == SQLITE_DONE || Fail("read ranges");
+  }
+
+  // Drops the candidate tables of the ranges wholly below id (of every range: INT64_MAX).
+  bool DropRangesBelow(int64_t id) {
+    std::vector<int64_t> ranges;
+    if (!Ranges(&ranges)) return false;
+    for (int64_t range : ranges) {
+      if (id != INT64_MAX && range >= (id >> kRangeBits)) break;
+      if (!Exec("DROP TABLE " + TermsTable(range) +
+                "; DELETE FROM merged WHERE range = " + std::to_string(range))) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  // Merges the segments of the newest range that is no longer written and not yet one segment,
+  // by at most kMergePages pages.
+  bool MergeFinishedRange() {
+    merging = false;
+    std::vector<int64_t> ranges;
+    if (!Ranges(&ranges)) return false;
+    for (size_t i = ranges.size(); i-- > 0;) {
+      int64_t range = ranges[i], done = 0;
+      if (range >= (mark >> kRangeBits)) continue;
+      if (!Int("SELECT count(*) FROM merged WHERE range = " + std::to_string(range), 0, &done)) {
+        return false;
+      }
+      if (done != 0) continue;
+      const std::string table = TermsTable(range);
+      // Fewer than two changes: there was nothing left to merge.
+      sqlite3_int64 before = sqlite3_total_changes64(db.get());
+      if (!Exec("INSERT INTO " + table + " (" + table + ", rank) VALUES ('merge', -" +
+                std::to_string(kMergePages) + ")")) {
+        return false;
+      }
+      merging = sqlite3_total_changes64(db.get()) - before >= 2;
+      if (merging) return true;
+      return Exec("INSERT INTO merged VALUES (" + std::to_string(range) + ")");
+    }
+    return true;
   }
 
   // Adds the counts of the store's rows with ids in [first, last] (severity, minute).
@@ -249,12 +316,7 @@ struct IndexReader::State {
     if (!Exec("DELETE FROM counts WHERE chunk = " + c + "; DELETE FROM hours WHERE chunk = " + c)) {
       return false;
     }
-    if (first > last) return true;
-    // The candidates of rows the store no longer holds go with their counts.
-    const std::string range = " BETWEEN " + std::to_string(first) + " AND " + std::to_string(last);
-    return Exec("DELETE FROM terms WHERE rowid" + range +
-                " AND rowid NOT IN (SELECT id FROM store.logs WHERE id" + range + ")") &&
-           CountRows(first, last);
+    return first > last || CountRows(first, last);
   }
 
   // Checks the index against the store inside the current write transaction: resets it when
@@ -276,35 +338,49 @@ struct IndexReader::State {
       }
       return Reset(mark);
     }
-    // Rows removed from the bottom: their counts and candidates go, so that the index stays
-    // the size of the rows the store holds. Many at once: the index is made anew from the rows
-    // left (searches scan meanwhile).
-    *changed = minId > low;
-    if (minId > low) {
-      if (minId - low > kLargestTrim) return Reset(minId - 1);
-      low = minId;
-      std::string c = std::to_string(minId >> kChunkBits);
-      if (!Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c +
-                "; DELETE FROM terms WHERE rowid < " + std::to_string(minId)) ||
-          !WriteState()) {
-        return false;
-      }
+    // Rows removed from the bottom: the counts of the chunks wholly below the store's lowest
+    // row go, and the candidate tables of ranges wholly below it, so that the index stays about
+    // the size of the rows the store holds. The chunk of the lowest row keeps its counts until
+    // retention has gone past it (readers read that chunk from the store): recounting it at
+    // every trim would read it again and again while retention takes it a batch at a time.
+    const int64_t lowChunk = low >> kChunkBits, minChunk = minId >> kChunkBits;
+    *changed = minChunk > lowChunk;
+    if (minChunk <= lowChunk) return true;
+    low = minChunk << kChunkBits;
+    std::string c = std::to_string(minChunk);
+    if (!Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c) ||
+        !DropRangesBelow(minId) || !WriteState()) {
+      return false;
     }
-    // Rows of the two lowest chunks may have gone out of id order (retention by time); the
-    // lowest also holds the counts of the rows just removed below minId.
-    int64_t chunk = low >> kChunkBits, held = 0, counted = 0;
-    for (int64_t c = chunk; c <= chunk + 1 && (c << kChunkBits) <= mark; ++c) {
-      int64_t first = std::max(low, c << kChunkBits);
-      int64_t last = std::min(mark, ((c + 1) << kChunkBits) - 1);
-      if (!Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " + std::to_string(first) +
-                   " AND " + std::to_string(last),
-               0, &held) ||
-          !Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(c), 0, &counted)) {
-        return false;
-      }
-      if (held != counted && !Recount(c)) return false;
+    // Rows of the chunk above may have gone out of id order (retention by time).
+    int64_t held = 0, counted = 0, next = minChunk + 1;
+    if ((next << kChunkBits) > mark) return true;
+    if (!Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " +
+                 std::to_string(next << kChunkBits) + " AND " +
+                 std::to_string(std::min(mark, ((next + 1) << kChunkBits) - 1)),
+             0, &held) ||
+        !Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(next), 0, &counted)) {
+      return false;
     }
-    return true;
+    return held == counted || Recount(next);
+  }
+
+  // Creates the candidate table of a range unless it exists. No row sizes (columnsize=0: no
+  // ranking reads them, and keeping them cost a tenth of indexing); FTS5 merges eight segments of
+  // a level rather than four and flushes its terms at 16 MiB rather than 1 MiB, which together
+  // cut the instructions of indexing by a quarter (each range is merged into one segment once
+  // it is no longer written, so the extra segments of the newest range are the only cost).
+  bool MakeRangeTable(const std::string& table) {
+    int64_t exists = 0;
+    if (!Int("SELECT count(*) FROM sqlite_schema WHERE name = '" + table + "'", 0, &exists)) {
+      return false;
+    }
+    return exists != 0 ||
+           Exec("CREATE VIRTUAL TABLE " + table +
+                " USING fts5(a, b, content='', detail='none', columnsize=0, "
+                "tokenize='trigram case_sensitive 1'); INSERT INTO " +
+                table + " (" + table + ", rank) VALUES ('automerge', 8); INSERT INTO " + table +
+                " (" + table + ", rank) VALUES ('hashsize', 16777216)");
   }
 
   // Indexes up to limit rows above the mark; *added tells how many.
@@ -313,8 +389,9 @@ struct IndexReader::State {
     std::string sql = "SELECT id, time, " + std::string(storeClass->severity) + ", " +
                       storeClass->columns + " FROM store.logs WHERE id > ? ORDER BY id LIMIT ?";
     Stmt rows = Prepare(sql);
-    Stmt put = Prepare("INSERT INTO terms (rowid, a, b) VALUES (?, ?, ?)");
-    if (!rows || !put) return false;
+    Stmt put;
+    int64_t putRange = -1;
+    if (!rows) return false;
     sqlite3_bind_int64(rows.get(), 1, mark);
     sqlite3_bind_int64(rows.get(), 2, limit);
     std::map<int64_t, std::map<std::pair<int64_t, int>, int64_t>> add;  // by chunk
@@ -323,6 +400,14 @@ struct IndexReader::State {
     while ((rc = sqlite3_step(rows.get())) == SQLITE_ROW) {
       int64_t id = sqlite3_column_int64(rows.get(), 0);
       add[id >> kChunkBits][{MinuteOf(rows.get(), 1), sqlite3_column_int(rows.get(), 2)}]++;
+      if (id >> kRangeBits != putRange) {
+        putRange = id >> kRangeBits;
+        std::string table = TermsTable(putRange);
+        if (!MakeRangeTable(table) ||
+            !(put = Prepare("INSERT INTO " + table + " (rowid, a, b) VALUES (?, ?, ?)"))) {
+          return false;
+        }
+      }
       sqlite3_reset(put.get());
       sqlite3_bind_int64(put.get(), 1, id);
       for (int i = 0; i < 2; ++i) {
@@ -340,7 +425,7 @@ struct IndexReader::State {
     for (const auto& [chunk, counts] : add) {
       if (!AddCounts(chunk, counts)) return false;
     }
-    return *added == 0 || WriteState();
+    return (*added == 0 || WriteState()) && MergeFinishedRange();
   }
 
   // One write transaction: reconcile, then index up to limit rows. *behind: rows still above
@@ -426,7 +511,7 @@ bool CatchUp(const std::string& storePath, int64_t maxRows, int waitMs, int64_t*
       int64_t added = 0;
       ok = state.Step(std::min(kBatch, std::max<int64_t>(1, maxRows - done)), &added, behind);
       done += added;
-      if (!ok || *behind == 0 || added == 0 || done >= maxRows) break;
+      if (!ok || done >= maxRows || ((*behind == 0 || added == 0) && !state.merging)) break;
     }
     // A long catch-up leaves a large write-ahead log: fold it into the file now, not in the
     // middle of a later search.
@@ -455,6 +540,23 @@ bool IndexCatchUp(const std::string& storePath, std::string* error) {
 }
 
 namespace {
+
+// How long the background indexer watches an index's mark for another indexer at work.
+const std::chrono::milliseconds kWatch(300);
+
+// The mark of the index of storePath, -1 when it cannot be read.
+int64_t IndexedMark(const std::string& storePath) {
+  sqlite3* raw = nullptr;
+  int rc = sqlite3_open_v2(IndexPathOf(storePath).c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
+  Db db(raw);
+  sqlite3_stmt* stmt = nullptr;
+  if (rc != SQLITE_OK ||
+      sqlite3_prepare_v2(raw, "SELECT mark FROM state", -1, &stmt, nullptr) != SQLITE_OK) {
+    return -1;
+  }
+  Stmt owned(stmt);
+  return sqlite3_step(stmt) == SQLITE_ROW ? sqlite3_column_int64(stmt, 0) : -1;
+}
 
 // The process's background indexer: one thread at a time works through the stores asked for.
 class BackgroundIndexer {
@@ -485,9 +587,15 @@ class BackgroundIndexer {
         path = *pending_.begin();
         pending_.erase(pending_.begin());
       }
-      int64_t behind = 1;
+      // Left to another indexer that is at work on it (quor-logd keeps its stores' indexes
+      // current): two would take turns at the lock, each waiting out the other.
+      int64_t before = IndexedMark(path);
+      for (int i = 0; i < 5 && !stop_; ++i) std::this_thread::sleep_for(kWatch / 5);
+      if (before >= 0 && IndexedMark(path) != before) continue;
+      // Until a few rows behind: under a writer that keeps its index current, the rest is its.
+      int64_t behind = kNearlyCurrent + 1;
       std::string error;
-      while (!stop_ && behind > 0 && CatchUp(path, kBatch, 5000, &behind, &error)) {
+      while (!stop_ && behind > kNearlyCurrent && CatchUp(path, kBatch, 5000, &behind, &error)) {
       }
     }
   }
@@ -508,15 +616,14 @@ BackgroundIndexer& Indexer() {
 void IndexCatchUpInBackground(const std::string& storePath) { Indexer().Add(storePath); }
 
 std::unique_ptr<IndexReader> IndexReader::Open(const std::string& storePath, int64_t maxBehind) {
-  int64_t behind = 0;
-  std::string error;
   if (access(IndexPathOf(storePath).c_str(), F_OK) != 0) {
     if (access(storePath.c_str(), R_OK) == 0) IndexCatchUpInBackground(storePath);
     return nullptr;
   }
-  // Caught up in place when another indexer is not at work (and the root can be written);
-  // otherwise the rows above the mark are read from the store.
-  bool caughtUp = CatchUp(storePath, maxBehind, 20, &behind, &error);
+  // A reader never writes the index: the writer that keeps it current holds its lock most of
+  // the time, and a search that waited for it or indexed rows itself would answer late. Rows
+  // above the mark are read from the store; rows removed from the bottom since the last
+  // reconcile are left out by reading the lowest chunks from the store (floor).
   std::unique_ptr<IndexReader> reader(new IndexReader);
   reader->state_.reset(new State);
   State& s = *reader->state_;
@@ -528,15 +635,41 @@ std::unique_ptr<IndexReader> IndexReader::Open(const std::string& storePath, int
       !s.Int("SELECT max(id) FROM store.logs", 0, &maxId)) {
     matches = false;
   }
-  // Rows removed or replaced since the last catch-up, or too many rows above the mark.
-  if (!matches || (maxId != 0 && (maxId < s.mark || minId > s.low)) ||
+  // Another store, ids that went back, every indexed row removed, or too many rows above the
+  // mark: the index cannot answer now.
+  if (!matches || (maxId != 0 && (maxId < s.mark || minId > s.mark)) ||
       (maxId == 0 && s.low <= s.mark) || maxId - s.mark > maxBehind) {
-    if (!caughtUp || behind > 0 || !matches) IndexCatchUpInBackground(storePath);
+    IndexCatchUpInBackground(storePath);
     return nullptr;
   }
+  if (maxId != 0 && minId > s.low && !reader->SetFloor(minId)) return nullptr;
+  // Left to whoever keeps the index current, unless it falls behind (nobody does).
+  if (maxId - s.mark > maxBehind / 4 || (minId >> kChunkBits) > (s.low >> kChunkBits) + 1) {
+    IndexCatchUpInBackground(storePath);
+  }
+  reader->low_ = maxId != 0 ? minId : s.low;
   reader->mark_ = s.mark;
-  reader->span_ = std::max<int64_t>(0, s.mark - s.low + 1);
+  reader->span_ = std::max<int64_t>(0, s.mark - reader->low_ + 1);
   return reader;
+}
+
+bool IndexReader::SetFloor(int64_t minId) {
+  State& s = *state_;
+  // The chunk of the lowest row holds counts of rows removed below it; the next one may have
+  // lost rows out of id order (retention by time), which its count against the store shows.
+  int64_t chunk = minId >> kChunkBits;
+  floor_ = std::min(s.mark, ((chunk + 1) << kChunkBits) - 1);
+  if (floor_ == s.mark) return true;
+  int64_t first = floor_ + 1, last = std::min(s.mark, floor_ + (int64_t{1} << kChunkBits));
+  int64_t held = 0, counted = 0;
+  if (!s.Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " + std::to_string(first) + " AND " +
+                 std::to_string(last),
+             0, &held) ||
+      !s.Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(chunk + 1), 0, &counted)) {
+    return false;
+  }
+  if (held != counted) floor_ = last;
+  return true;
 }
 
 IndexReader::~IndexReader() {
@@ -588,16 +721,19 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
   counts->assign(q.buckets, BucketCounts{0, 0, 0, 0});
   // Whole hours inside one bucket and the range come from the hours; the hours at an edge
   // from their minutes; the minutes at an edge from the store's time index.
-  Stmt odd = s.Prepare("SELECT level, sum(n) FROM hours WHERE hour = ? GROUP BY level");
-  Stmt hours = s.Prepare(
-      "SELECT hour, level, sum(n) FROM hours WHERE hour BETWEEN ? AND ? GROUP BY hour, level");
-  Stmt minutes = s.Prepare(
-      "SELECT minute, level, sum(n) FROM counts WHERE minute BETWEEN ? AND ? "
-      "GROUP BY minute, level");
+  // The counts of chunks above the floor, and the rows between the floor and the mark.
+  const std::string above = " AND +chunk > " + std::to_string(FloorChunk());
+  const std::string between = " AND +id > ?3 AND +id <= ?4";
+  Stmt odd =
+      s.Prepare("SELECT level, sum(n) FROM hours WHERE hour = ?" + above + " GROUP BY level");
+  Stmt hours = s.Prepare("SELECT hour, level, sum(n) FROM hours WHERE hour BETWEEN ? AND ?" +
+                         above + " GROUP BY hour, level");
+  Stmt minutes = s.Prepare("SELECT minute, level, sum(n) FROM counts WHERE minute BETWEEN ? AND ?" +
+                           above + " GROUP BY minute, level");
   std::string severity = s.storeClass->severity;
   Stmt rows = s.Prepare("SELECT time, " + severity +
-                        " FROM store.logs WHERE time BETWEEN ? AND ? AND +id <= ?");
-  Stmt tail = s.Prepare("SELECT time, " + severity + " FROM store.logs WHERE id > ?");
+                        " FROM store.logs WHERE time BETWEEN ?1 AND ?2" + between);
+  Stmt tail = s.Prepare("SELECT time, " + severity + " FROM store.logs WHERE id BETWEEN ? AND ?");
   if (!odd || !hours || !minutes || !rows || !tail) return false;
   int rc;
   sqlite3_bind_int64(odd.get(), 1, kOddMinute);
@@ -614,10 +750,12 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
   } else if (odds > 0) {
     // Rows without an integer time under a bound: read from the time index (NULLs sort first,
     // texts and blobs last); a real-valued time there is left to the scan.
-    std::string arm = "SELECT time, " + severity + " FROM store.logs WHERE +id <= ?1 AND time ";
+    std::string arm =
+        "SELECT time, " + severity + " FROM store.logs WHERE +id > ?1 AND +id <= ?2 AND time ";
     Stmt some = s.Prepare(arm + "IS NULL UNION ALL " + arm + ">= ''");
     if (!some) return false;
-    sqlite3_bind_int64(some.get(), 1, mark_);
+    sqlite3_bind_int64(some.get(), 1, floor_);
+    sqlite3_bind_int64(some.get(), 2, mark_);
     int64_t found = 0;
     while ((rc = sqlite3_step(some.get())) == SQLITE_ROW) {
       ++found;
@@ -656,7 +794,8 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
     bool low = minute <= INT64_MIN / 60 + 1, high = minute >= INT64_MAX / 60 - 1;
     sqlite3_bind_int64(rows.get(), 1, low ? INT64_MIN : minute * 60);
     sqlite3_bind_int64(rows.get(), 2, high ? INT64_MAX : (minute + 1) * 60 - 1);
-    sqlite3_bind_int64(rows.get(), 3, mark_);
+    sqlite3_bind_int64(rows.get(), 3, floor_);
+    sqlite3_bind_int64(rows.get(), 4, mark_);
     while ((rc = sqlite3_step(rows.get())) == SQLITE_ROW) {
       if (sqlite3_column_type(rows.get(), 0) != SQLITE_INTEGER) continue;  // counted as odd
       AddRow(q, SQLITE_INTEGER, sqlite3_column_int64(rows.get(), 0),
@@ -664,34 +803,55 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
     }
     if (rc != SQLITE_DONE) return s.Fail("read edge");
   }
-  // Rows above the mark, read one by one.
-  sqlite3_bind_int64(tail.get(), 1, mark_);
-  while ((rc = sqlite3_step(tail.get())) == SQLITE_ROW) {
-    if (!AddRow(q, sqlite3_column_type(tail.get(), 0), sqlite3_column_int64(tail.get(), 0),
-                sqlite3_column_int(tail.get(), 1), 1, counts)) {
-      return false;
+  // Rows above the mark and up to the floor, read one by one.
+  for (auto [first, last] : {std::pair<int64_t, int64_t>{mark_ + 1, INT64_MAX}, {low_, floor_}}) {
+    if (first > last) continue;
+    sqlite3_reset(tail.get());
+    sqlite3_bind_int64(tail.get(), 1, first);
+    sqlite3_bind_int64(tail.get(), 2, last);
+    while ((rc = sqlite3_step(tail.get())) == SQLITE_ROW) {
+      if (!AddRow(q, sqlite3_column_type(tail.get(), 0), sqlite3_column_int64(tail.get(), 0),
+                  sqlite3_column_int(tail.get(), 1), 1, counts)) {
+        return false;
+      }
     }
+    if (rc != SQLITE_DONE) return s.Fail("read tail");
   }
-  return rc == SQLITE_DONE || s.Fail("read tail");
+  return true;
 }
 
 std::vector<int64_t> IndexReader::GramRows(const std::vector<std::string>& grams) {
   State& s = *state_;
-  std::vector<int64_t> rows;
-  if (!s.Exec(
-          "CREATE VIRTUAL TABLE IF NOT EXISTS temp.grams USING fts5vocab(main, terms, 'row')")) {
-    return rows;
-  }
-  Stmt doc = s.Prepare("SELECT doc FROM temp.grams WHERE term = ?");
-  if (!doc) return rows;
-  for (const std::string& gram : grams) {
-    sqlite3_reset(doc.get());
-    sqlite3_bind_text(doc.get(), 1, gram.data(), static_cast<int>(gram.size()), SQLITE_STATIC);
-    int rc = sqlite3_step(doc.get());
-    if (rc != SQLITE_ROW && rc != SQLITE_DONE) return std::vector<int64_t>();
-    rows.push_back(rc == SQLITE_ROW ? sqlite3_column_int64(doc.get(), 0) : 0);  // none: 0
+  std::vector<int64_t> rows(grams.size(), 0);  // none: 0
+  std::vector<int64_t> ranges;
+  if (!s.Ranges(&ranges)) return std::vector<int64_t>();
+  for (int64_t range : ranges) {
+    std::string vocab = "temp.grams_" + std::to_string(range);
+    if (!s.Exec("CREATE VIRTUAL TABLE IF NOT EXISTS " + vocab + " USING fts5vocab(main, " +
+                TermsTable(range) + ", 'row')")) {
+      return std::vector<int64_t>();
+    }
+    Stmt doc = s.Prepare("SELECT doc FROM " + vocab + " WHERE term = ?");
+    if (!doc) return std::vector<int64_t>();
+    for (size_t i = 0; i < grams.size(); ++i) {
+      sqlite3_reset(doc.get());
+      sqlite3_bind_text(doc.get(), 1, grams[i].data(), static_cast<int>(grams[i].size()),
+                        SQLITE_STATIC);
+      int rc = sqlite3_step(doc.get());
+      if (rc != SQLITE_ROW && rc != SQLITE_DONE) return std::vector<int64_t>();
+      if (rc == SQLITE_ROW) rows[i] += sqlite3_column_int64(doc.get(), 0);
+    }
   }
   return rows;
+}
+
+bool IndexReader::TermTables(bool newestFirst, std::vector<std::string>* tables) {
+  std::vector<int64_t> ranges;
+  tables->clear();
+  if (!state_->Ranges(&ranges)) return false;
+  if (newestFirst) std::reverse(ranges.begin(), ranges.end());
+  for (int64_t range : ranges) tables->push_back(TermsTable(range));
+  return true;
 }
 
 std::string IndexReader::NarrowQuery(const std::vector<std::string>& foldedTerms, size_t kept,
@@ -786,19 +946,27 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
   }
   if (list.empty()) return true;
   const std::string in = " AND level IN (" + list + ")";
+  const std::string above = " AND +chunk > " + std::to_string(FloorChunk());
+  const std::string indexed =
+      " AND +id > " + std::to_string(floor_) + " AND +id <= " + std::to_string(mark_);
   const std::string odd = std::to_string(kOddMinute);
-  const std::string tail = "FROM store.logs WHERE id > " + std::to_string(mark_) + " AND " +
-                           s.storeClass->severity + " IN (" + list + ")";
+  // The rows read from the store: above the mark, and up to the floor.
+  std::string rows = "SELECT * FROM store.logs WHERE id > " + std::to_string(mark_);
+  if (floor_ >= low_) {
+    rows += " UNION ALL SELECT * FROM store.logs WHERE id BETWEEN " + std::to_string(low_) +
+            " AND " + std::to_string(floor_);
+  }
+  const std::string tail =
+      "FROM (" + rows + ") WHERE " + s.storeClass->severity + " IN (" + list + ")";
   const std::string timed = " AND typeof(time) = 'integer'";
   // Rows without an integer time take no part in the bounds, unless one is real-valued (the
   // scan's bounds take those): those are left to the scan.
   int64_t odds = 0, plain = 0, tailReals = 0;
-  if (!s.Int("SELECT sum(n) FROM hours WHERE hour = " + odd, 0, &odds) ||
-      (odds > 0 && !s.Int("SELECT (SELECT count(*) FROM store.logs WHERE time IS NULL AND +id <= " +
-                              std::to_string(mark_) +
-                              ") + (SELECT count(*) FROM store.logs WHERE time >= '' AND +id <= " +
-                              std::to_string(mark_) + ")",
-                          0, &plain)) ||
+  if (!s.Int("SELECT sum(n) FROM hours WHERE hour = " + odd + above, 0, &odds) ||
+      (odds > 0 &&
+       !s.Int("SELECT (SELECT count(*) FROM store.logs WHERE time IS NULL" + indexed +
+                  ") + (SELECT count(*) FROM store.logs WHERE time >= ''" + indexed + ")",
+              0, &plain)) ||
       !s.Int("SELECT count(*) " + tail + " AND typeof(time) = 'real'", 0, &tailReals) ||
       odds != plain || tailReals > 0) {
     return false;
@@ -810,8 +978,8 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
     const std::string order = lowest ? " ASC LIMIT 1" : " DESC LIMIT 1";
     int64_t hour = 0, minute = 0, exact = 0;
     bool none = false;
-    Stmt h =
-        s.Prepare("SELECT hour FROM hours WHERE hour > " + odd + in + " ORDER BY hour" + order);
+    Stmt h = s.Prepare("SELECT hour FROM hours WHERE hour > " + odd + in + above +
+                       " ORDER BY hour" + order);
     if (!h) return false;
     int rc = sqlite3_step(h.get());
     if (rc == SQLITE_DONE) none = true;
@@ -819,7 +987,8 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
     if (none) break;
     hour = sqlite3_column_int64(h.get(), 0);
     if (!s.Int("SELECT minute FROM counts WHERE minute BETWEEN " + std::to_string(hour * 60) +
-                   " AND " + std::to_string(hour * 60 + 59) + in + " ORDER BY minute" + order,
+                   " AND " + std::to_string(hour * 60 + 59) + in + above + " ORDER BY minute" +
+                   order,
                0, &minute)) {
       return false;
     }
@@ -827,8 +996,8 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
     std::string range = std::to_string(bottom ? INT64_MIN : minute * 60) + " AND " +
                         std::to_string(top ? INT64_MAX : (minute + 1) * 60 - 1);
     if (!s.Int(std::string("SELECT ") + (lowest ? "min" : "max") +
-                   "(time) FROM store.logs WHERE time BETWEEN " + range + " AND +id <= " +
-                   std::to_string(mark_) + " AND " + s.storeClass->severity + " IN (" + list + ")",
+                   "(time) FROM store.logs WHERE time BETWEEN " + range + indexed + " AND " +
+                   s.storeClass->severity + " IN (" + list + ")",
                0, &exact)) {
       return false;
     }
@@ -851,6 +1020,8 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
   *found = any;
   return true;
 }
+
+int64_t IndexReader::FloorChunk() const { return floor_ >= low_ ? floor_ >> kChunkBits : -1; }
 
 std::vector<std::string> TrigramsOf(const std::vector<std::string>& foldedTerms) {
   std::vector<std::string> grams;

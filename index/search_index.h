@@ -1,14 +1,16 @@
 // The search index of a log store: a sidecar database beside the store ("<store>.search-index")
 // that the modules' statements never see. It holds
-//   - an FTS5 table of trigrams over the case-folded searched columns of every indexed row (row
-//     id = the store's row id), which narrows a term search to candidate rows; the exact test
-//     then runs on those rows only, so answers are the scan's answers;
+//   - FTS5 tables of trigrams over the case-folded searched columns of the indexed rows, one per
+//     range of 2^20 row ids (row id = the store's row id), which narrow a term search to
+//     candidate rows; the exact test then runs on those rows only, so answers are the scan's
+//     answers, and candidates of rows the store removed since are never shown;
 //   - the count of rows by id chunk (65,536 ids), minute and level, which answers level counts,
 //     totals and time buckets without reading the rows;
-//   - the indexed mark (rows with ids up to it are indexed) and the lowest id the store held.
+//   - the indexed mark (rows with ids up to it are indexed) and the lowest id counted.
 // Rows above the mark are read from the store itself. Rows removed from the bottom of the store
-// (a clear, retention) are noticed by the store's lowest id and their counts dropped before an
-// answer is given; a store replaced by another file, or ids that went back, reset the index.
+// (a clear, retention) are noticed by the store's lowest id: readers then read the lowest chunk
+// from the store, and the indexer drops the counts of chunks, and the tables of ranges, wholly
+// below it. A store replaced by another file, or ids that went back, reset the index.
 // Only the system class and the transfer class are indexed (their searched columns are plain
 // text); other stores have no index.
 #pragma once
@@ -56,9 +58,10 @@ struct BucketQuery {
 // A read of one store's index, consistent with the store at one moment.
 class IndexReader {
  public:
-  // The index of storePath, caught up in place when at most maxBehind rows are missing. Null
-  // when there is none that can answer now (missing, damaged, too far behind, another class,
-  // unreadable): a background catch-up is then started, and the caller scans.
+  // The index of storePath when at most maxBehind rows are above its mark (those are read from
+  // the store). Null when there is none that can answer now (missing, damaged, too far behind,
+  // another class, unreadable): a background catch-up is then started, and the caller scans.
+  // A reader never writes the index.
   static std::unique_ptr<IndexReader> Open(const std::string& storePath, int64_t maxBehind);
   ~IndexReader();
 
@@ -74,8 +77,14 @@ class IndexReader {
   // read.
   std::string NarrowQuery(const std::vector<std::string>& foldedTerms, size_t kept,
                           int64_t* fewest);
+  // The FTS5 tables of the candidates, one per range of ids (each MATCHes a query; rowid is the
+  // row's id), newest range first or last; the ranges do not overlap. False when they cannot
+  // be read.
+  bool TermTables(bool newestFirst, std::vector<std::string>* tables);
   // Rows the index holds (ids from the store's lowest up to the mark).
   int64_t span() const { return span_; }
+  // The store's lowest row id: candidates below it are of rows removed since.
+  int64_t low() const { return low_; }
 
   // Adds the counts of query to *counts (query.buckets entries). False when the index cannot
   // answer it exactly (rows with odd times and a bound set; a read failed): scan instead.
@@ -98,11 +107,20 @@ class IndexReader {
 
  private:
   IndexReader() = default;
+  // Sets the floor for a store whose lowest row is minId, above the index's own lowest row.
+  bool SetFloor(int64_t minId);
+  // The highest chunk whose counts are not used (-1: none).
+  int64_t FloorChunk() const;
   // The rows holding each trigram (0 for none); empty when they cannot be read.
   std::vector<int64_t> GramRows(const std::vector<std::string>& grams);
   std::unique_ptr<State> state_;
   int64_t mark_ = 0;
   int64_t span_ = 0;
+  int64_t low_ = 1;
+  // Rows from low_ up to floor_ are read from the store, and the counts of their chunks left
+  // out: the index's last reconcile saw rows below them that the store has removed since
+  // (retention while the writer indexes). 0: every chunk's counts hold.
+  int64_t floor_ = 0;
   struct ChunkTimes {
     int64_t chunk, earliest, latest;  // seconds
   };

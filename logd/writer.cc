@@ -25,6 +25,9 @@ constexpr off_t kReserveBytes = 1 << 20;
 
 // Transactions that hold a store for longer are counted (WriterStats::longTransactions).
 constexpr int64_t kLongTransactionUs = 25000;
+// Rows the search index may fall behind while the queue is full; searches read up to 20,000
+// rows above its mark from the store.
+constexpr int64_t kIndexLagWhileBusy = 5000;
 // Rows of the smallest search index step.
 constexpr int64_t kSmallestIndexStep = 10000;
 // How long the search index waits after the file system was found full.
@@ -150,10 +153,11 @@ bool Writer::IndexStep(int s, bool* complained) {
   }
   // The store comes first: while the writer is behind (more than a batch waits in the queue),
   // index steps wait, so that a burst gets both cores; the commits after it ask again. A
-  // steady stream that keeps the queue full still gets a step a second, so that the index
-  // does not fall so far behind that searches scan (or that it is made anew).
+  // steady stream that keeps the queue full still gets a step a second, and every step while
+  // the index is further behind than searches read from the store, so that they keep using it.
   auto start = std::chrono::steady_clock::now();
-  if (Behind() && start - lastIndexStep_[s] < std::chrono::seconds(1)) {
+  if (Behind() && lastIndexLag_[s] <= kIndexLagWhileBusy &&
+      start - lastIndexStep_[s] < std::chrono::seconds(1)) {
     indexBehind_[s] = 0;
     return false;
   }
@@ -163,6 +167,7 @@ bool Writer::IndexStep(int s, bool* complained) {
   bool indexed = IndexCatchUpSome(path, indexStep_[s], &behind, &error);
   auto took = std::chrono::steady_clock::now() - start;
   indexBehind_[s] = indexed ? behind : 0;
+  lastIndexLag_[s] = indexed ? behind : 0;
   if (indexed) {
     indexFailed_[s] = false;
     *complained = false;

@@ -142,6 +142,7 @@ class Writer {
   int64_t vacuum_[kStoreCount];     // pages of the next vacuum step
   int64_t indexStep_[kStoreCount];  // rows of the next index step (its thread only)
   std::chrono::steady_clock::time_point lastIndexStep_[kStoreCount];  // its start (same)
+  int64_t lastIndexLag_[kStoreCount] = {};  // rows behind after the last step (same)
   std::unique_ptr<BackgroundTask> checkpointer_[kStoreCount];
   std::unique_ptr<BackgroundTask> indexer_[kStoreCount];
   // Writer thread only: pages in the log after the last commit, and the size at which the

@@ -17,6 +17,20 @@
 
 namespace {
 
+// The ids of the candidates (every range's table of the sidecar attached as "search_index"
+// that matches), each table's rows narrowed by bounds (conditions on rowid, or ""), as one
+// compound SELECT of a column "id"; the tables' ranges do not overlap, so no id comes twice.
+std::string CandidateSelect(const CandidateRows& candidates, const std::string& bounds) {
+  std::string sql;
+  const std::string match = EscapeSqlString(candidates.match);
+  for (const std::string& table : candidates.tables) {
+    if (!sql.empty()) sql += " UNION ALL ";
+    sql += "SELECT rowid AS id FROM search_index." + table + " WHERE " + table + " MATCH '" +
+           match + "'" + bounds;
+  }
+  return sql;
+}
+
 // The SQL expression that orders key; time for a key the class does not sort by.
 std::string SortExpression(const LogClassInfo& info, const std::string& key) {
   const LogColumn* column = FindColumn(info, key);
@@ -164,11 +178,9 @@ class SearchScope {
     std::string sql = "ATTACH '" + EscapeSqlString(candidates_.sidecar) +
                       "' AS search_index; CREATE TEMP TABLE search_candidates (id INTEGER "
                       "PRIMARY KEY)";
-    if (candidates_.limit != 0) {
-      sql +=
-          "; INSERT INTO temp.search_candidates SELECT rowid FROM search_index.terms WHERE "
-          "terms MATCH '" +
-          EscapeSqlString(candidates_.match) + "' LIMIT " + limit;
+    if (candidates_.limit != 0 && !candidates_.tables.empty()) {
+      sql += "; INSERT INTO temp.search_candidates " + CandidateSelect(candidates_, "") +
+             " LIMIT " + limit;
     }
     if (QUORDBExecute(db, sql.c_str(), nullptr) < 0) return Fail(QUORDBErrorGet(db), failure);
     if (candidates_.limit == 0) return true;  // walked in batches by the caller
@@ -269,22 +281,43 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
                               : std::string());
   int64_t edge = up ? 0 : index->mark() + 1;  // the walk's next candidates are beyond it
   int64_t batch = 256;
+  // The ranges' tables in the walk's order, read one at a time.
+  std::vector<std::string> tables = candidates.tables;
+  if (up) std::reverse(tables.begin(), tables.end());
+  size_t table = 0;
   std::vector<TimeKey> kept;
   for (bool first = true;; first = false) {
     int64_t found = 0, low = INT64_MAX, high = 0;
     bool placed = true;
+    auto count = [&](PQUORDBRESULT rows) {
+      QUORDBROW row;
+      if (QUORDBFetchRow(rows, &row) != 0) return;
+      found = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
+      if (found == 0) return;
+      low = ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
+      high = ReadInteger(QUORDBFetchFieldAt(rows, row, 2));
+    };
+    const std::string counted = "SELECT count(*), min(id), max(id) FROM temp.search_candidates";
     if (!scope.Execute("DELETE FROM temp.search_candidates", failure) ||
-        !scope.Execute(fill, failure) ||
-        !scope.Run("SELECT count(*), min(id), max(id) FROM temp.search_candidates", failure,
-                   [&](PQUORDBRESULT rows) {
-                     QUORDBROW row;
-                     if (QUORDBFetchRow(rows, &row) != 0) return;
-                     found = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
-                     if (found == 0) return;
-                     low = ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
-                     high = ReadInteger(QUORDBFetchFieldAt(rows, row, 2));
-                   }) ||
-        !scope.Run(confirm, failure, [&](PQUORDBRESULT rows) {
+        (first && (!scope.Execute(fill, failure) || !scope.Run(counted, failure, count)))) {
+      return false;
+    }
+    // The next batch of candidates beyond the edge, from as many ranges' tables as it takes.
+    for (; !first && table < tables.size(); ++table) {
+      const std::string& name = tables[table];
+      if (!scope.Execute("INSERT INTO temp.search_candidates SELECT rowid FROM search_index." +
+                             name + " WHERE " + name + " MATCH '" +
+                             EscapeSqlString(candidates.match) + "' AND rowid " + (up ? ">" : "<") +
+                             " " + std::to_string(edge) + " AND rowid BETWEEN " +
+                             std::to_string(index->low()) + " AND " + mark + " ORDER BY rowid " +
+                             (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch - found),
+                         failure) ||
+          !scope.Run(counted, failure, count)) {
+        return false;
+      }
+      if (found == batch) break;  // this table may hold more
+    }
+    if (!scope.Run(confirm, failure, [&](PQUORDBRESULT rows) {
           QUORDBROW row;
           while (QUORDBFetchRow(rows, &row) == 0) {
             std::string type = QUORDBFetchFieldAt(rows, row, 2);
@@ -308,7 +341,7 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
     std::sort(kept.begin(), kept.end(), before);
     if (static_cast<int64_t>(kept.size()) > need) kept.resize(need);
     if (!first) {
-      if (found < batch) break;  // every candidate was read
+      if (found < batch) break;  // every table was read to its end
       edge = up ? high : low;
       batch = std::min<int64_t>(batch * 4, 16384);
     }
@@ -321,12 +354,7 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
         break;
       }
     }
-    fill =
-        "INSERT INTO temp.search_candidates SELECT rowid FROM search_index.terms WHERE terms "
-        "MATCH '" +
-        EscapeSqlString(candidates.match) + "' AND rowid " + (up ? ">" : "<") + " " +
-        std::to_string(edge) + " AND rowid <= " + mark + " ORDER BY rowid " +
-        (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch);
+    if (tables.empty()) break;  // no candidate at all
   }
   if (static_cast<int64_t>(kept.size()) <= search.offset) return true;
   std::string ids;

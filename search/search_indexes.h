@@ -15,6 +15,7 @@
 // to the rows above the index's mark.
 struct CandidateRows {
   std::string sidecar;
+  std::vector<std::string> tables;  // of the sidecar's candidates, newest ids first
   std::string match;
   int64_t limit = 0;  // 0: the rows are walked in batches, not collected at once
   std::string filter;

@@ -16,11 +16,12 @@ namespace {
 
 // The module's clear and readers' checkpoints hold the store briefly; wait rather than fail.
 constexpr int kBusyTimeoutMs = 5000;
-// The write-ahead log is cut back to this size after a checkpoint, so that it stays bounded
-// while keeping some room that a delete can reuse on a full file system.
-constexpr const char* kWriterPragmas =
-    "PRAGMA synchronous=NORMAL; PRAGMA journal_size_limit=16777216; "
-    "PRAGMA wal_autocheckpoint=0;";
+// No journal_size_limit: with one, the first commit after the log starts over cuts the log file
+// back, and on a log that had grown to hundreds of MiB that truncation (freeing its cached pages,
+// waiting for those being written out) held the store for 30-50 ms at a time. The file is cut
+// to nothing outside any transaction instead: by the writer's waits for readers (RestartLog)
+// and by the checkpoint asked for when the writer is idle (CheckpointStore).
+constexpr const char* kWriterPragmas = "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=0;";
 
 // CPU time of the calling thread: a transaction's own work, apart from the time the thread
 // waited for a core on a busy machine.
@@ -272,7 +273,7 @@ int StoreFile::RestartLog(int waitMs) {
   if (!db_) return SQLITE_MISUSE;
   sqlite3_busy_timeout(db_.get(), waitMs);
   int rc =
-      sqlite3_wal_checkpoint_v2(db_.get(), nullptr, SQLITE_CHECKPOINT_RESTART, nullptr, nullptr);
+      sqlite3_wal_checkpoint_v2(db_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
   sqlite3_busy_timeout(db_.get(), kBusyTimeoutMs);
   return rc;
 }
@@ -321,7 +322,7 @@ int StoreFile::Vacuum(int64_t pages) {
   });
 }
 
-int CheckpointStore(const std::string& realPath, int64_t* framesLeft) {
+int CheckpointStore(const std::string& realPath, bool truncate, int64_t* framesLeft) {
   sqlite3* raw = nullptr;
   int rc =
       sqlite3_open_v2(realPath.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
@@ -332,7 +333,11 @@ int CheckpointStore(const std::string& realPath, int64_t* framesLeft) {
   rc = sqlite3_exec(db.get(), "SELECT 1 FROM sqlite_schema LIMIT 1", nullptr, nullptr, nullptr);
   if (rc != SQLITE_OK) return rc;
   int log = 0, copied = 0;
-  rc = sqlite3_wal_checkpoint_v2(db.get(), nullptr, SQLITE_CHECKPOINT_PASSIVE, &log, &copied);
+  // No busy handler: a TRUNCATE checkpoint that finds the writer or a reader in the log returns
+  // at once, having copied what it could.
+  rc = sqlite3_wal_checkpoint_v2(db.get(), nullptr,
+                                 truncate ? SQLITE_CHECKPOINT_TRUNCATE : SQLITE_CHECKPOINT_PASSIVE,
+                                 &log, &copied);
   if (framesLeft != nullptr) *framesLeft = log > copied ? log - copied : 0;
   return log < 0 && rc == SQLITE_OK ? SQLITE_ERROR : rc;
 }

@@ -68,9 +68,10 @@ class StoreFile {
   // The writer's own commits never checkpoint (that is left to a connection of its own, see
   // CheckpointStore), so that no commit waits for the file to be synced.
   void Checkpoint(bool truncate = false);
-  // A RESTART checkpoint: copies the whole log into the file and waits up to waitMs for every
-  // reader to leave the log, so that the next commit starts it over. SQLITE_BUSY when readers
-  // were still in it (what could be copied is copied). REQUIRES: no transaction open.
+  // A TRUNCATE checkpoint: copies the whole log into the file and waits up to waitMs for every
+  // reader to leave the log; then the log file is cut to nothing and the next commit starts it
+  // over. SQLITE_BUSY when readers were still in it (what could be copied is copied).
+  // REQUIRES: no transaction open.
   int RestartLog(int waitMs);
   // Pages in the write-ahead log after this connection's last commit.
   int64_t WalFrames() const { return walFrames_; }
@@ -118,8 +119,11 @@ class StoreFile {
 };
 
 // One PASSIVE checkpoint of the store at realPath on a connection of its own: copies the
-// write-ahead log into the file while the writer goes on writing. Returns the SQLite code;
-// *framesLeft (when given) tells how many pages of the log were not copied.
-int CheckpointStore(const std::string& realPath, int64_t* framesLeft = nullptr);
+// write-ahead log into the file while the writer goes on writing. With truncate, a TRUNCATE
+// checkpoint that waits for no one: when the writer and every reader are out of the log, the
+// log file is also cut to nothing (else SQLITE_BUSY). Returns the SQLite code; *framesLeft
+// (when given) tells how many pages of the log were not copied.
+int CheckpointStore(const std::string& realPath, bool truncate = false,
+                    int64_t* framesLeft = nullptr);
 
 }  // namespace logd

@@ -107,7 +107,7 @@ std::string Writer::Position(Store store, const std::string& input) {
 void Writer::Start() {
   for (int s = 0; s < kStoreCount; ++s) {
     checkpointer_[s] = std::make_unique<BackgroundTask>("logd-checkpoint", [this, s] {
-      CheckpointStore(options_.paths[s]);
+      CheckpointStore(options_.paths[s], truncateLog_[s].exchange(false));
       stats_.checkpoints++;
       return false;
     });
@@ -307,6 +307,7 @@ void Writer::Run() {
       Retain(s);
       // When idle, what is left in the log goes into the file, once.
       if (batch.empty() && stores_[s]->WalFrames() > 0 && !idleCheckpointed_[s]) {
+        truncateLog_[s] = true;  // commits never cut the log file back (store_file.cc)
         checkpointer_[s]->Request();
         idleCheckpointed_[s] = true;
       } else if (batch.empty() && indexFailed_[s]) {

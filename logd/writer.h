@@ -153,7 +153,8 @@ class Writer {
   std::atomic<bool> indexFailed_[kStoreCount] = {};     // the last index step failed
   mutable std::mutex errorMutex_;
   std::string lastIndexError_;
-  bool idleCheckpointed_[kStoreCount] = {};  // since the last commit (writer thread only)
+  bool idleCheckpointed_[kStoreCount] = {};          // since the last commit (writer thread only)
+  std::atomic<bool> truncateLog_[kStoreCount] = {};  // the next checkpoint also cuts the log file
   // Until then the index waits: the file system was full, and the stores come first (the
   // search module reads rows above the index's mark from the store itself).
   std::atomic<int64_t> indexPausedUntilMs_{0};

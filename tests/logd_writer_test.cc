@@ -237,7 +237,8 @@ TEST(LogdWriter, FullFileSystemDeletesOldestAndKeepsLogging) {
 }
 
 // A reader that stays in the write-ahead log: the writer goes on past the first stall, waits
-// for the reader at the limit, and the log starts over once the reader has left.
+// for the reader at the limit, and the log starts over once the reader has left; idle, its
+// file is cut back.
 TEST(LogdWriter, LogGrowsWhileAReaderStaysAndStartsOverAfter) {
   TempRoot root;
   logd::WriterOptions options = WriterUnderTest::Options({0, 0, 0, 0});
@@ -261,6 +262,8 @@ TEST(LogdWriter, LogGrowsWhileAReaderStaysAndStartsOverAfter) {
   ASSERT_TRUE(WaitUntil([] { return CountRows(SystemStore()) == 4000; }));
   EXPECT_GT(w.writer.stats().walRestarts.load(), 0u);
   EXPECT_LT(w.writer.stats().mostWalPages.load(), 200 + 50);  // the limit and one batch
+  // Idle, the log file is cut back to nothing (commits never cut it).
+  EXPECT_TRUE(WaitUntil([] { return FileBytes(SystemStore() + "-wal") == 0; }));
 }
 
 TEST(LogdWriter, ClearDuringWritingLosesNothingThatCameAfter) {

@@ -18,7 +18,7 @@ namespace {
 constexpr int kBusyTimeoutMs = 5000;
 // No journal_size_limit: with one, the first commit after the log starts over cuts the log file
 // back, and on a log that had grown to hundreds of MiB that truncation (freeing its cached pages,
-// waiting for those being written out) held the store for 30-50 ms at a time. The file is cut
+// waiting for those being written out) held the store for tens of milliseconds. The file is cut
 // to nothing outside any transaction instead: by the writer's waits for readers (RestartLog)
 // and by the checkpoint asked for when the writer is idle (CheckpointStore).
 constexpr const char* kWriterPragmas = "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=0;";

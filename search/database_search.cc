@@ -18,15 +18,15 @@
 namespace {
 
 // The ids of the candidates (every range's table of the sidecar attached as "search_index"
-// that matches), each table's rows narrowed by bounds (conditions on rowid, or ""), as one
-// compound SELECT of a column "id"; the tables' ranges do not overlap, so no id comes twice.
-std::string CandidateSelect(const CandidateRows& candidates, const std::string& bounds) {
+// that matches) as one compound SELECT of a column "id"; the tables' ranges do not overlap, so
+// no id comes twice.
+std::string CandidateSelect(const CandidateRows& candidates) {
   std::string sql;
   const std::string match = EscapeSqlString(candidates.match);
   for (const std::string& table : candidates.tables) {
     if (!sql.empty()) sql += " UNION ALL ";
     sql += "SELECT rowid AS id FROM search_index." + table + " WHERE " + table + " MATCH '" +
-           match + "'" + bounds;
+           match + "'";
   }
   return sql;
 }
@@ -179,8 +179,8 @@ class SearchScope {
                       "' AS search_index; CREATE TEMP TABLE search_candidates (id INTEGER "
                       "PRIMARY KEY)";
     if (candidates_.limit != 0 && !candidates_.tables.empty()) {
-      sql += "; INSERT INTO temp.search_candidates " + CandidateSelect(candidates_, "") +
-             " LIMIT " + limit;
+      sql += "; INSERT INTO temp.search_candidates " + CandidateSelect(candidates_) + " LIMIT " +
+             limit;
     }
     if (QUORDBExecute(db, sql.c_str(), nullptr) < 0) return Fail(QUORDBErrorGet(db), failure);
     if (candidates_.limit == 0) return true;  // walked in batches by the caller
@@ -281,7 +281,7 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
                               : std::string());
   int64_t edge = up ? 0 : index->mark() + 1;  // the walk's next candidates are beyond it
   int64_t batch = 256;
-  // The ranges' tables in the walk's order, read one at a time.
+  // The ranges' tables in the walk's order.
   std::vector<std::string> tables = candidates.tables;
   if (up) std::reverse(tables.begin(), tables.end());
   size_t table = 0;

@@ -261,17 +261,9 @@ int64_t StoreFile::PageSize() {
   return pageSize_;
 }
 
-void StoreFile::Checkpoint(bool truncate) {
-  if (db_) {
-    sqlite3_wal_checkpoint_v2(db_.get(), nullptr,
-                              truncate ? SQLITE_CHECKPOINT_TRUNCATE : SQLITE_CHECKPOINT_PASSIVE,
-                              nullptr, nullptr);
-  }
-}
-
 int StoreFile::RestartLog(int waitMs) {
   if (!db_) return SQLITE_MISUSE;
-  sqlite3_busy_timeout(db_.get(), waitMs);
+  sqlite3_busy_timeout(db_.get(), waitMs < 0 ? kBusyTimeoutMs : waitMs);
   int rc =
       sqlite3_wal_checkpoint_v2(db_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
   sqlite3_busy_timeout(db_.get(), kBusyTimeoutMs);

@@ -63,16 +63,14 @@ class StoreFile {
   // Bytes of the file's pages, free ones included.
   int64_t FileBytes();
   int64_t PageSize();
-  // Copies what the write-ahead log holds into the file, so that a vacuumed file shrinks.
-  // truncate also cuts the log file to nothing, giving its space back to the file system.
-  // The writer's own commits never checkpoint (that is left to a connection of its own, see
-  // CheckpointStore), so that no commit waits for the file to be synced.
-  void Checkpoint(bool truncate = false);
-  // A TRUNCATE checkpoint: copies the whole log into the file and waits up to waitMs for every
-  // reader to leave the log; then the log file is cut to nothing and the next commit starts it
-  // over. SQLITE_BUSY when readers were still in it (what could be copied is copied).
+  // A TRUNCATE checkpoint: copies the whole log into the file (so that a vacuumed file shrinks)
+  // and waits up to waitMs (default: the store's busy timeout) for every reader to leave the
+  // log; then the log file is cut to nothing and the next commit starts it over. SQLITE_BUSY
+  // when readers were still in it (what could be copied is copied). The writer's own commits
+  // never checkpoint (that is left to a connection of its own, see CheckpointStore), so that no
+  // commit waits for the file to be synced.
   // REQUIRES: no transaction open.
-  int RestartLog(int waitMs);
+  int RestartLog(int waitMs = -1);
   // Pages in the write-ahead log after this connection's last commit.
   int64_t WalFrames() const { return walFrames_; }
 

@@ -25,8 +25,8 @@ constexpr off_t kReserveBytes = 1 << 20;
 
 // Transactions that hold a store for longer are counted (WriterStats::longTransactions).
 constexpr int64_t kLongTransactionUs = 25000;
-// Rows the search index may fall behind while the queue is full; searches read up to 20,000
-// rows above its mark from the store.
+// Rows the search index may fall behind while the queue is full (searches read the rows above
+// its mark from the store).
 constexpr int64_t kIndexLagWhileBusy = 5000;
 // Rows of the smallest search index step.
 constexpr int64_t kSmallestIndexStep = 10000;
@@ -399,7 +399,7 @@ bool Writer::MakeRoom(int failed) {
     int s = (failed + k) % kStoreCount;
     StoreFile& store = *stores_[s];
     if (!EnsureOpen(s)) continue;
-    store.Checkpoint(true);
+    store.RestartLog();
     int64_t deleted = 0;
     for (int64_t chunk = options_.chunkRows; chunk >= 10 && deleted == 0; chunk /= 4) {
       if (store.DeleteOldest(chunk, &deleted) == SQLITE_OK) Timed(s, true);
@@ -408,9 +408,9 @@ bool Writer::MakeRoom(int failed) {
     // Small vacuum steps, each checkpointed, so that the log never needs much room.
     while (store.FreePages() > 0 && store.Vacuum(64) == SQLITE_OK) {
       Timed(s, true);
-      store.Checkpoint(true);
+      store.RestartLog();
     }
-    store.Checkpoint(true);
+    store.RestartLog();
     stats_.rowsFreedForSpace += deleted;
     Note(2, "The file system is full: removed the " + std::to_string(deleted) +
                 " oldest rows of the " + kStoreNames[s] + " log to make room.");

@@ -17,18 +17,29 @@
 
 namespace {
 
-// The ids of the candidates (every range's table of the sidecar attached as "search_index"
-// that matches) as one compound SELECT of a column "id"; the tables' ranges do not overlap, so
-// no id comes twice.
+// The ids of one range's candidates (its table in the sidecar attached as "search_index"),
+// narrowed by conditions on rowid (or ""), as a SELECT of a column "id".
+std::string RangeCandidates(const std::string& table, const std::string& match,
+                            const std::string& conditions) {
+  return "SELECT rowid AS id FROM search_index." + table + " WHERE " + table + " MATCH '" +
+         EscapeSqlString(match) + "'" + conditions;
+}
+
+// The ids of every range's candidates as one compound SELECT; the ranges do not overlap, so no
+// id comes twice.
 std::string CandidateSelect(const CandidateRows& candidates) {
   std::string sql;
-  const std::string match = EscapeSqlString(candidates.match);
   for (const std::string& table : candidates.tables) {
-    if (!sql.empty()) sql += " UNION ALL ";
-    sql += "SELECT rowid AS id FROM search_index." + table + " WHERE " + table + " MATCH '" +
-           match + "'";
+    sql += (sql.empty() ? "" : " UNION ALL ") + RangeCandidates(table, candidates.match, "");
   }
   return sql;
+}
+
+// Adds to the total the counts of the levels the search asks for.
+void AddTotal(const SearchRequest& search, QueryResult* result) {
+  for (int level = 1; level <= 3; ++level) {
+    if (search.levels[level]) result->total += result->levels[level];
+  }
 }
 
 // The SQL expression that orders key; time for a key the class does not sort by.
@@ -304,13 +315,12 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
     }
     // The next batch of candidates beyond the edge, from as many ranges' tables as it takes.
     for (; !first && table < tables.size(); ++table) {
-      const std::string& name = tables[table];
-      if (!scope.Execute("INSERT INTO temp.search_candidates SELECT rowid FROM search_index." +
-                             name + " WHERE " + name + " MATCH '" +
-                             EscapeSqlString(candidates.match) + "' AND rowid " + (up ? ">" : "<") +
-                             " " + std::to_string(edge) + " AND rowid BETWEEN " +
-                             std::to_string(index->low()) + " AND " + mark + " ORDER BY rowid " +
-                             (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch - found),
+      const std::string beyond =
+          std::string(" AND rowid ") + (up ? ">" : "<") + " " + std::to_string(edge) +
+          " AND rowid BETWEEN " + std::to_string(index->low()) + " AND " + mark +
+          " ORDER BY rowid " + (up ? "ASC" : "DESC") + " LIMIT " + std::to_string(batch - found);
+      if (!scope.Execute("INSERT INTO temp.search_candidates " +
+                             RangeCandidates(tables[table], candidates.match, beyond),
                          failure) ||
           !scope.Run(counted, failure, count)) {
         return false;
@@ -407,9 +417,7 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
     if (!plain.Open(failure, &none, &unused)) return false;
     if (none) return true;
     if (plain.Stamp(&stamp) && FindLevelCounts(search, *stamp, result->levels)) {
-      for (int level = 1; level <= 3; ++level) {
-        if (search.levels[level]) result->total += result->levels[level];
-      }
+      AddTotal(search, result);
       return true;
     }
   }
@@ -437,9 +445,7 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
     if (!ok) return false;
     if (stamped) KeepLevelCounts(search, *stamp, result->levels);
   }
-  for (int level = 1; level <= 3; ++level) {
-    if (search.levels[level]) result->total += result->levels[level];
-  }
+  AddTotal(search, result);
   if (!search.page) return true;
   // Ties are broken by store and row id, so pages never overlap. One store needs no store key,
   // and without it the time index (which holds the row id) gives the order without a sort.

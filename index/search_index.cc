@@ -353,16 +353,25 @@ struct IndexReader::State {
       return false;
     }
     // Rows of the chunk above may have gone out of id order (retention by time).
-    int64_t held = 0, counted = 0, next = minChunk + 1;
+    int64_t next = minChunk + 1;
+    bool intact = true;
     if ((next << kChunkBits) > mark) return true;
+    return ChunkIntact(next, &intact) && (intact || Recount(next));
+  }
+
+  // Whether the store holds as many rows of chunk (up to the mark) as its counts say; rows
+  // removed out of id order (retention by time) make them differ.
+  bool ChunkIntact(int64_t chunk, bool* intact) {
+    int64_t held = 0, counted = 0;
     if (!Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " +
-                 std::to_string(next << kChunkBits) + " AND " +
-                 std::to_string(std::min(mark, ((next + 1) << kChunkBits) - 1)),
+                 std::to_string(chunk << kChunkBits) + " AND " +
+                 std::to_string(std::min(mark, ((chunk + 1) << kChunkBits) - 1)),
              0, &held) ||
-        !Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(next), 0, &counted)) {
+        !Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(chunk), 0, &counted)) {
       return false;
     }
-    return held == counted || Recount(next);
+    *intact = held == counted;
+    return true;
   }
 
   // Creates the candidate table of a range unless it exists. No row sizes (columnsize=0: no
@@ -660,15 +669,9 @@ bool IndexReader::SetFloor(int64_t minId) {
   int64_t chunk = minId >> kChunkBits;
   floor_ = std::min(s.mark, ((chunk + 1) << kChunkBits) - 1);
   if (floor_ == s.mark) return true;
-  int64_t first = floor_ + 1, last = std::min(s.mark, floor_ + (int64_t{1} << kChunkBits));
-  int64_t held = 0, counted = 0;
-  if (!s.Int("SELECT count(*) FROM store.logs WHERE id BETWEEN " + std::to_string(first) + " AND " +
-                 std::to_string(last),
-             0, &held) ||
-      !s.Int("SELECT sum(n) FROM counts WHERE chunk = " + std::to_string(chunk + 1), 0, &counted)) {
-    return false;
-  }
-  if (held != counted) floor_ = last;
+  bool intact = true;
+  if (!s.ChunkIntact(chunk + 1, &intact)) return false;
+  if (!intact) floor_ = std::min(s.mark, floor_ + (int64_t{1} << kChunkBits));
   return true;
 }
 

@@ -651,7 +651,9 @@ std::unique_ptr<IndexReader> IndexReader::Open(const std::string& storePath, int
     IndexCatchUpInBackground(storePath);
     return nullptr;
   }
-  if (maxId != 0 && minId > s.low && !reader->SetFloor(minId)) return nullptr;
+  if ((maxId != 0 && minId > s.low && !reader->SetFloor(minId)) || !s.Ranges(&reader->ranges_)) {
+    return nullptr;
+  }
   // Left to whoever keeps the index current, unless it falls behind (nobody does).
   if (maxId - s.mark > maxBehind / 4 || (minId >> kChunkBits) > (s.low >> kChunkBits) + 1) {
     IndexCatchUpInBackground(storePath);
@@ -826,9 +828,7 @@ bool IndexReader::Count(const BucketQuery& q, std::vector<BucketCounts>* counts)
 std::vector<int64_t> IndexReader::GramRows(const std::vector<std::string>& grams) {
   State& s = *state_;
   std::vector<int64_t> rows(grams.size(), 0);  // none: 0
-  std::vector<int64_t> ranges;
-  if (!s.Ranges(&ranges)) return std::vector<int64_t>();
-  for (int64_t range : ranges) {
+  for (int64_t range : ranges_) {
     std::string vocab = "temp.grams_" + std::to_string(range);
     if (!s.Exec("CREATE VIRTUAL TABLE IF NOT EXISTS " + vocab + " USING fts5vocab(main, " +
                 TermsTable(range) + ", 'row')")) {
@@ -848,13 +848,12 @@ std::vector<int64_t> IndexReader::GramRows(const std::vector<std::string>& grams
   return rows;
 }
 
-bool IndexReader::TermTables(bool newestFirst, std::vector<std::string>* tables) {
-  std::vector<int64_t> ranges;
-  tables->clear();
-  if (!state_->Ranges(&ranges)) return false;
-  if (newestFirst) std::reverse(ranges.begin(), ranges.end());
-  for (int64_t range : ranges) tables->push_back(TermsTable(range));
-  return true;
+std::vector<std::string> IndexReader::TermTables() const {
+  std::vector<std::string> tables;
+  for (auto range = ranges_.rbegin(); range != ranges_.rend(); ++range) {
+    tables.push_back(TermsTable(*range));
+  }
+  return tables;
 }
 
 std::string IndexReader::NarrowQuery(const std::vector<std::string>& foldedTerms, size_t kept,

@@ -78,9 +78,8 @@ class IndexReader {
   std::string NarrowQuery(const std::vector<std::string>& foldedTerms, size_t kept,
                           int64_t* fewest);
   // The FTS5 tables of the candidates, one per range of ids (each MATCHes a query; rowid is the
-  // row's id), newest range first or last; the ranges do not overlap. False when they cannot
-  // be read.
-  bool TermTables(bool newestFirst, std::vector<std::string>* tables);
+  // row's id), newest range first; the ranges do not overlap.
+  std::vector<std::string> TermTables() const;
   // Rows the index holds (ids from the store's lowest up to the mark).
   int64_t span() const { return span_; }
   // The store's lowest row id: candidates below it are of rows removed since.
@@ -121,6 +120,7 @@ class IndexReader {
   // out: the index's last reconcile saw rows below them that the store has removed since
   // (retention while the writer indexes). 0: every chunk's counts hold.
   int64_t floor_ = 0;
+  std::vector<int64_t> ranges_;  // of the candidate tables, lowest first
   struct ChunkTimes {
     int64_t chunk, earliest, latest;  // seconds
   };

@@ -47,7 +47,8 @@ bool SearchIndexes::Matching(const SearchRequest& search, CandidateRows* candida
     candidates->match = readers_[0]->NarrowQuery(folded, 2, fewest);
   }
   candidates->sidecar = sidecar_;
-  return !candidates->match.empty() && readers_[0]->TermTables(true, &candidates->tables);
+  candidates->tables = readers_[0]->TermTables();
+  return !candidates->match.empty();
 }
 
 bool SearchIndexes::Narrowing(const SearchRequest& search, CandidateRows* candidates) {

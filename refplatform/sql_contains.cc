@@ -1,8 +1,10 @@
 // Case-insensitive literal containment as an SQL function, and the conditions that use it.
-// ASCII texts and keywords are compared in place, ignoring ASCII case: a per-row trip through
-// ICU, or even a per-row upper-cased copy, would dominate a keyword search over a large log.
+// An ASCII keyword is looked for in each text lower-cased eight bytes at a time, and a text is
+// converted through ICU only when one of its characters beyond ASCII converts into ASCII: a
+// per-row trip through ICU would dominate a keyword search over a large log.
 #include "sql_contains.h"
 
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -13,10 +15,13 @@
 
 namespace {
 
-// The statement's keyword, prepared once: upper-cased (or folded), and whether it is ASCII.
+// The statement's keyword, prepared once: upper-cased (or folded), and when it is all ASCII,
+// with its ASCII letters lower-cased for the in-place comparison.
 struct PreparedKeyword {
-  std::string upper;
+  std::string converted;
+  std::string asciiLower;
   bool ascii = true;
+  std::string textLower;  // each text lower-cased in turn (one statement runs on one thread)
 };
 
 // How a function compares: both texts converted by convert (UpperText or FoldText).
@@ -31,6 +36,69 @@ bool HasHighByte(const char* text) {
   return false;
 }
 
+// Copies text into out with its ASCII letters lower-cased, eight bytes at a time; returns
+// whether any byte is beyond ASCII. A keyword search reads every row's text once this way.
+bool LowerAscii(const char* text, size_t length, char* out) {
+  const uint64_t kOnes = 0x0101010101010101ull, kHigh = kOnes * 0x80;
+  uint64_t seen = 0;
+  size_t i = 0;
+  for (; i + 8 <= length; i += 8) {
+    uint64_t x;
+    memcpy(&x, text + i, 8);
+    uint64_t low7 = x & ~kHigh;
+    // A byte's top bit is set in aboveZ when its low seven bits exceed 'Z', in fromA when they
+    // reach 'A'; no byte carries into the next.
+    uint64_t aboveZ = low7 + kOnes * (0x7f - 'Z');
+    uint64_t fromA = low7 + kOnes * (0x80 - 'A');
+    uint64_t upper = fromA & ~aboveZ & ~x & kHigh;
+    seen |= x;
+    x |= upper >> 2;  // 0x80 >> 2 is the case bit 0x20
+    memcpy(out + i, &x, 8);
+  }
+  for (; i < length; ++i) {
+    unsigned char c = static_cast<unsigned char>(text[i]);
+    seen |= c;
+    out[i] = static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
+  }
+  return (seen & kHigh) != 0;
+}
+
+// The keyword prepared and kept with the statement; null, with the function's answer set, when
+// it cannot be converted (no text contains it) or kept.
+PreparedKeyword* Prepare(sqlite3_context* context, const char* keyword, Converter convert) {
+  auto* prepared = new PreparedKeyword;
+  prepared->ascii = !HasHighByte(keyword);
+  if (!convert(keyword, strlen(keyword), &prepared->converted)) {
+    delete prepared;
+    sqlite3_result_int(context, 0);
+    return nullptr;
+  }
+  if (prepared->ascii) {
+    prepared->asciiLower.resize(strlen(keyword));
+    LowerAscii(keyword, prepared->asciiLower.size(), &prepared->asciiLower[0]);
+  }
+  sqlite3_set_auxdata(context, 1, prepared, DeletePrepared);
+  prepared = static_cast<PreparedKeyword*>(sqlite3_get_auxdata(context, 1));
+  if (prepared == nullptr) sqlite3_result_error_nomem(context);  // SQLite deleted it
+  return prepared;
+}
+
+// 1 when text holds the ASCII keyword under full case mapping (or folding), 0 when it cannot,
+// -1 when only converting the whole text can tell.
+int FindAsciiKeyword(const char* text, size_t length, PreparedKeyword* keyword) {
+  std::string& lowered = keyword->textLower;
+  if (lowered.size() < length) lowered.resize(length);
+  bool beyondAscii = LowerAscii(text, length, &lowered[0]);
+  // Found ignoring ASCII case, it is found converted too: those bytes are ASCII and convert in
+  // place. Not found, the answer stands while no character beyond ASCII converts into ASCII
+  // letters ("ß" folds into "ss").
+  if (memmem(lowered.data(), length, keyword->asciiLower.data(), keyword->asciiLower.size()) !=
+      nullptr) {
+    return 1;
+  }
+  return !beyondAscii || NonAsciiStaysNonAscii(text, length) ? 0 : -1;
+}
+
 void ContainsFunction(sqlite3_context* context, int, sqlite3_value** args) {
   const char* text = reinterpret_cast<const char*>(sqlite3_value_text(args[0]));
   const char* keyword = reinterpret_cast<const char*>(sqlite3_value_text(args[1]));
@@ -42,41 +110,24 @@ void ContainsFunction(sqlite3_context* context, int, sqlite3_value** args) {
   auto convert = reinterpret_cast<Converter>(sqlite3_user_data(context));
   auto* prepared = static_cast<PreparedKeyword*>(sqlite3_get_auxdata(context, 1));
   if (prepared == nullptr) {
-    prepared = new PreparedKeyword;
-    prepared->ascii = !HasHighByte(keyword);
-    if (!convert(keyword, strlen(keyword), &prepared->upper)) {
-      delete prepared;
-      sqlite3_result_int(context, 0);
-      return;
-    }
-    sqlite3_set_auxdata(context, 1, prepared, DeletePrepared);
-    prepared = static_cast<PreparedKeyword*>(sqlite3_get_auxdata(context, 1));
-    if (prepared == nullptr) {  // SQLite could not keep it; it has been deleted
-      sqlite3_result_error_nomem(context);
-      return;
-    }
+    prepared = Prepare(context, keyword, convert);
+    if (prepared == nullptr) return;  // the answer is set
   }
-  // An ASCII keyword found ignoring ASCII case is found under full case mapping too: the bytes
-  // that matched are ASCII and upper-case in place. Not found, the answer stands only for an
-  // ASCII text: other letters can upper-case into ASCII ones ("ß" becomes "SS"). Folding keeps
-  // ASCII letters in place too, so the same holds for the folding function.
+  size_t length = strlen(text);
   if (prepared->ascii) {
-    if (strcasestr(text, keyword) != nullptr) {
-      sqlite3_result_int(context, 1);
-      return;
-    }
-    if (!HasHighByte(text)) {
-      sqlite3_result_int(context, 0);
+    int found = FindAsciiKeyword(text, length, prepared);
+    if (found >= 0) {
+      sqlite3_result_int(context, found);
       return;
     }
   }
-  thread_local std::string upperText;
-  if (!convert(text, strlen(text), &upperText)) {
+  thread_local std::string convertedText;
+  if (!convert(text, length, &convertedText)) {
     sqlite3_result_int(context, 0);
     return;
   }
-  bool found = memmem(upperText.data(), upperText.size(), prepared->upper.data(),
-                      prepared->upper.size()) != nullptr;
+  bool found = memmem(convertedText.data(), convertedText.size(), prepared->converted.data(),
+                      prepared->converted.size()) != nullptr;
   sqlite3_result_int(context, found ? 1 : 0);
 }
 

@@ -13,3 +13,8 @@ bool UpperText(const char* text, size_t length, std::string* out);
 
 // The same for the full case folding of SLIBCUnicodeUTF8StrFold.
 bool FoldText(const char* text, size_t length, std::string* out);
+
+// Whether every character of the UTF-8 text beyond ASCII stays beyond ASCII both upper-cased and
+// folded: then an ASCII keyword can only be found in the converted text where it is found in
+// the text's ASCII runs, ignoring ASCII case. False for a text that is not valid UTF-8.
+bool NonAsciiStaysNonAscii(const char* text, size_t length);

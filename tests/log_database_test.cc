@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -9,6 +10,7 @@
 
 #include "catalogue/text_helpers.h"
 #include "platform/logdb.h"
+#include "platform/slibc.h"
 #include "sources/record_fields.h"
 #include "tests/support/temp_root.h"
 
@@ -175,4 +177,62 @@ TEST(LogDatabase, KeywordConditionAgreesWithContainsKeyword) {
   // A text whose upper case grows is no match for either (the SQL function matches it).
   EXPECT_FALSE(KeywordFound("ǰ", "ǰ"));
   EXPECT_FALSE(ContainsKeyword("ǰ", "ǰ"));
+}
+
+// Both SQL functions answer what converting both texts whole and comparing the bytes answers,
+// also for texts whose characters beyond ASCII convert into ASCII letters, and for texts that
+// are not UTF-8.
+TEST(LogDatabase, KeywordFunctionsAgreeWithConvertedTexts) {
+  TempRoot root;
+  const std::vector<std::string> texts = {"ıstanbul",
+                                          "Kelvin",
+                                          "ſtop now",
+                                          "eﬃcient",
+                                          "ẞ groß",
+                                          "İzmir",
+                                          "ǰob",
+                                          "café Bar",
+                                          "\xff\xfe ABC",
+                                          "日本 text",
+                                          "QUIET été ZONE!0123456789"};
+  const std::vector<std::string> keywords = {"istanbul", "kelvin",   "stop",  "ffi", "ss",
+                                             "iz",       "job",      "j",     "e b", "abc",
+                                             "TEXT",     "e zone!0", "56789", "@",   "é b"};
+
+  std::string sql = "CREATE TABLE t (id INTEGER PRIMARY KEY, v TEXT);";
+  for (size_t i = 0; i < texts.size(); ++i) {
+    char* e = QUORDBEscapeStrAllocEX2(0, texts[i].c_str());
+    sql += "INSERT INTO t VALUES (" + std::to_string(i) + ", '" + e + "');";
+    free(e);
+  }
+  MakeDatabase(root.At("/var/log/quorlog/k"), sql);
+  PQUORDB conn = QUORDBConnect(0, 0, 0, "/var/log/quorlog/k");
+  ASSERT_NE(nullptr, conn);
+  using Convert = int (*)(const char*, char*, size_t);
+  auto contains = [](Convert convert, const std::string& text, const std::string& keyword) {
+    std::string t(text.size() * 6 + 1, '\0'), k(keyword.size() * 6 + 1, '\0');
+    if (convert(text.c_str(), &t[0], t.size()) != 0) return false;
+    if (convert(keyword.c_str(), &k[0], k.size()) != 0) return false;
+    return strstr(t.c_str(), k.c_str()) != nullptr;
+  };
+  int found = 0;
+  for (const std::string& keyword : keywords) {
+    for (bool fold : {false, true}) {
+      std::vector<std::string> expected;
+      for (size_t i = 0; i < texts.size(); ++i) {
+        if (contains(fold ? SLIBCUnicodeUTF8StrFold : SLIBCUnicodeUTF8StrUpper, texts[i],
+                     keyword)) {
+          expected.push_back(std::to_string(i));
+        }
+      }
+      found += static_cast<int>(expected.size());
+      std::string condition =
+          fold ? GenSQLFoldedContains(keyword, "v") : GenSQLRegexp(keyword, "v");
+      EXPECT_EQ(expected,
+                Column(conn, "SELECT id FROM t WHERE " + condition + " ORDER BY id", 0, 0, "id"))
+          << keyword << (fold ? " folded" : " upper-cased");
+    }
+  }
+  EXPECT_GT(found, 15);  // the texts are found, not only missed
+  QUORDBClose(conn);
 }

@@ -18,7 +18,7 @@
 
 namespace {
 
-const int kVersion = 6;
+const int kVersion = 7;
 const int kChunkBits = 16;
 const int64_t kBatch = 50000;
 // Rows behind at which the background catch-up stops.
@@ -45,7 +45,11 @@ const char kSchema[] =
     "CREATE TABLE IF NOT EXISTS hours (chunk INTEGER, hour INTEGER, level INTEGER, n INTEGER, "
     "PRIMARY KEY (chunk, hour, level)) WITHOUT ROWID;"
     "CREATE INDEX IF NOT EXISTS hours_hour ON hours (hour);"
-    "CREATE TABLE IF NOT EXISTS merged (range INTEGER PRIMARY KEY);";
+    "CREATE TABLE IF NOT EXISTS merged (range INTEGER PRIMARY KEY);"
+    // Each indexed row's user, in user order (pages sorted by user walk it): kept here rather
+    // than as an index of the store, so that the writer of the store does not pay for it.
+    "CREATE TABLE IF NOT EXISTS users (id INTEGER PRIMARY KEY, username);"
+    "CREATE INDEX IF NOT EXISTS users_order ON users (username);";
 
 std::string TermsTable(int64_t range) { return "terms_" + std::to_string(range); }
 
@@ -203,7 +207,7 @@ struct IndexReader::State {
     }
     mark = newMark;
     low = newMark + 1;
-    return Exec("DELETE FROM counts; DELETE FROM hours; DELETE FROM merged;") &&
+    return Exec("DELETE FROM counts; DELETE FROM hours; DELETE FROM merged; DELETE FROM users;") &&
            DropRangesBelow(INT64_MAX) && WriteState();
   }
 
@@ -348,7 +352,8 @@ struct IndexReader::State {
     if (minChunk <= lowChunk) return true;
     low = minChunk << kChunkBits;
     std::string c = std::to_string(minChunk);
-    if (!Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c) ||
+    if (!Exec("DELETE FROM counts WHERE chunk < " + c + "; DELETE FROM hours WHERE chunk < " + c +
+              "; DELETE FROM users WHERE id < " + std::to_string(low)) ||
         !DropRangesBelow(minId) || !WriteState()) {
       return false;
     }
@@ -398,9 +403,9 @@ struct IndexReader::State {
     std::string sql = "SELECT id, time, " + std::string(storeClass->severity) + ", " +
                       storeClass->columns + " FROM store.logs WHERE id > ? ORDER BY id LIMIT ?";
     Stmt rows = Prepare(sql);
-    Stmt put;
+    Stmt put, user = Prepare("INSERT INTO users (id, username) VALUES (?, ?)");
     int64_t putRange = -1;
-    if (!rows) return false;
+    if (!rows || !user) return false;
     sqlite3_bind_int64(rows.get(), 1, mark);
     sqlite3_bind_int64(rows.get(), 2, limit);
     std::map<int64_t, std::map<std::pair<int64_t, int>, int64_t>> add;  // by chunk
@@ -427,6 +432,11 @@ struct IndexReader::State {
                           SQLITE_STATIC);
       }
       if (sqlite3_step(put.get()) != SQLITE_DONE) return Fail("add candidates");
+      // The user as the store holds it (a text, or NULL), so that it sorts as there.
+      sqlite3_reset(user.get());
+      sqlite3_bind_int64(user.get(), 1, id);
+      sqlite3_bind_value(user.get(), 2, sqlite3_column_value(rows.get(), 3));
+      if (sqlite3_step(user.get()) != SQLITE_DONE) return Fail("add users");
       mark = id;
       ++*added;
     }
@@ -645,9 +655,11 @@ std::unique_ptr<IndexReader> IndexReader::Open(const std::string& storePath, int
     matches = false;
   }
   // Another store, ids that went back, every indexed row removed, or too many rows above the
-  // mark: the index cannot answer now.
+  // mark (more than maxBehind and than half the store's rows: reading those from the store would
+  // cost about what reading the whole log does): the index cannot answer now.
   if (!matches || (maxId != 0 && (maxId < s.mark || minId > s.mark)) ||
-      (maxId == 0 && s.low <= s.mark) || maxId - s.mark > maxBehind) {
+      (maxId == 0 && s.low <= s.mark) ||
+      maxId - s.mark > std::max(maxBehind, (maxId - minId) / 2)) {
     IndexCatchUpInBackground(storePath);
     return nullptr;
   }
@@ -660,6 +672,7 @@ std::unique_ptr<IndexReader> IndexReader::Open(const std::string& storePath, int
   }
   reader->low_ = maxId != 0 ? minId : s.low;
   reader->mark_ = s.mark;
+  reader->behind_ = std::max<int64_t>(0, maxId - s.mark);
   reader->span_ = std::max<int64_t>(0, s.mark - reader->low_ + 1);
   return reader;
 }

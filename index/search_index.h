@@ -58,10 +58,10 @@ struct BucketQuery {
 // A read of one store's index, consistent with the store at one moment.
 class IndexReader {
  public:
-  // The index of storePath when at most maxBehind rows are above its mark (those are read from
-  // the store). Null when there is none that can answer now (missing, damaged, too far behind,
-  // another class, unreadable): a background catch-up is then started, and the caller scans.
-  // A reader never writes the index.
+  // The index of storePath when at most maxBehind rows, or fewer than half of the store's rows,
+  // are above its mark (those are read from the store). Null when there is none that can answer now
+  // (missing, damaged, too far behind, another class, unreadable): a background catch-up is then
+  // started, and the caller scans. A reader never writes the index.
   static std::unique_ptr<IndexReader> Open(const std::string& storePath, int64_t maxBehind);
   ~IndexReader();
 
@@ -84,6 +84,8 @@ class IndexReader {
   int64_t span() const { return span_; }
   // The store's lowest row id: candidates below it are of rows removed since.
   int64_t low() const { return low_; }
+  // Rows of the store above the mark when the index was opened.
+  int64_t behind() const { return behind_; }
 
   // Adds the counts of query to *counts (query.buckets entries). False when the index cannot
   // answer it exactly (rows with odd times and a bound set; a read failed): scan instead.
@@ -116,6 +118,7 @@ class IndexReader {
   int64_t mark_ = 0;
   int64_t span_ = 0;
   int64_t low_ = 1;
+  int64_t behind_ = 0;
   // Rows from low_ up to floor_ are read from the store, and the counts of their chunks left
   // out: the index's last reconcile saw rows below them that the store has removed since
   // (retention while the writer indexes). 0: every chunk's counts hold.

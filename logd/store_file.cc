@@ -99,12 +99,11 @@ int StoreFile::Open() {
   }
   sqlite3_busy_timeout(db_.get(), kBusyTimeoutMs);
   // A new file (or one left without its table by a crash while it was made) gets the pragmas
-  // and the schema with the index that sorting by user walks, in one transaction. An existing
-  // store is left as it is (an index made on a large one would hold the writer for minutes).
+  // and the schema in one transaction. The order by user that sorted pages walk is kept by the
+  // search index, not by an index of the store that every row written would pay for.
   bool isNew = QueryInt("SELECT count(*) FROM sqlite_schema WHERE name = 'logs'", 0) == 0;
   if (isNew && ((rc = Exec(QUOR_NEW_STORE_PRAGMAS)) != SQLITE_OK ||
-                (rc = Exec("BEGIN IMMEDIATE; " QUOR_SYSTEM_LOG_SCHEMA QUOR_USER_SORT_INDEX
-                           " COMMIT;")) != SQLITE_OK)) {
+                (rc = Exec("BEGIN IMMEDIATE; " QUOR_SYSTEM_LOG_SCHEMA " COMMIT;")) != SQLITE_OK)) {
     db_.reset();
     return rc;
   }

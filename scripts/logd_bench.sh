@@ -1,9 +1,7 @@
 #!/usr/bin/env bash
 # quor-logd's figures, side by side with their references in one run (no timed tests):
 #   logd_bench.sh BUILD rate   journal -> store entries/s against journalctl reading the same
-#                              files (-o export > /dev/null), on ENTRIES (default 1,000,000);
-#                              USER_INDEX=0: into a store made beforehand without the index on
-#                              user that quor-logd gives a new store (its cost, side by side)
+#                              files (-o export > /dev/null), on ENTRIES (default 1,000,000)
 #   logd_bench.sh BUILD kill   KILLS (default 100) kill -9 at random moments while quor-logd
 #                              writes a burst of ENTRIES, restarting each time; then checks
 #                              that the store holds every entry exactly once
@@ -84,12 +82,6 @@ case "$mode" in
     read_ms=$(($(now_ms) - start))
     root="$data/logd-rate"
     fresh_root "$root"
-    if [ "${USER_INDEX:-1}" = 0 ]; then
-      mkdir -p "$root/var/log/quorlog"
-      sqlite3 "$root/var/log/quorlog/.QUORSYSDB" "PRAGMA auto_vacuum=INCREMENTAL;
-        PRAGMA journal_mode=WAL; CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT,
-        time INTEGER, level TEXT, username TEXT, msg TEXT); CREATE INDEX logs_time ON logs (time);" >/dev/null
-    fi
     start=$(now_ms)
     "$bin/quor-logd" --root "$root" --journal-dir "$journal" 2>"$root/logd.err" &
     pid=$!

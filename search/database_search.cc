@@ -156,6 +156,13 @@ class SearchScope {
     });
   }
 
+  // Attaches the search index file as "search_index", unless the candidates did.
+  bool AttachIndex(const std::string& sidecar, SearchFailure* failure) {
+    if (attached_) return true;
+    attached_ = Execute("ATTACH '" + EscapeSqlString(sidecar) + "' AS search_index", failure);
+    return attached_;
+  }
+
   // Runs statements whose rows are not read. False (logged, *failure set) when one fails.
   bool Execute(const std::string& sql, SearchFailure* failure) {
     if (QUORDBExecute(merged_.connection(), sql.c_str(), nullptr) == 0) return true;
@@ -194,6 +201,7 @@ class SearchScope {
              limit;
     }
     if (QUORDBExecute(db, sql.c_str(), nullptr) < 0) return Fail(QUORDBErrorGet(db), failure);
+    attached_ = true;
     if (candidates_.limit == 0) return true;  // walked in batches by the caller
     int64_t count = 0;
     if (!RunInteger("SELECT count(*) FROM temp.search_candidates", failure, &count)) return false;
@@ -209,6 +217,7 @@ class SearchScope {
   CandidateRows candidates_;
   StoreStamp stamp_;
   std::string select_;
+  bool attached_ = false;
 };
 
 // Opens the scope of search, narrowed by the index's candidates where it can be; a term with
@@ -383,6 +392,35 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
                    failure, [&](PQUORDBRESULT rows) { AddRecords(search, rows, &result->items); });
 }
 
+// The page statement of a one-store search sorted by user, from the index's user order
+// rather than a sort of every match: the indexed rows in user order, each looked up in the
+// store and kept when it matches (the store's own filters, so rows removed since drop out),
+// merged with the matches above the index's mark, sorted here; the page's ids chosen from that,
+// then their rows. *page stays empty when the index cannot order this search.
+bool UserOrderedPage(const SearchRequest& search, SearchIndexes* indexes, SearchScope* scope,
+                     const std::string& direction, int64_t limit, int64_t offset, std::string* page,
+                     SearchFailure* failure) {
+  std::string sidecar;
+  IndexReader* index = nullptr;
+  if (SortExpression(scope->info(), search.sort) != "username" ||
+      (index = indexes->UserOrder(search, &sidecar)) == nullptr) {
+    return true;
+  }
+  if (!scope->AttachIndex(sidecar, failure)) return false;
+  const std::string mark = std::to_string(index->mark());
+  const std::string matches = "(" + scope->select() + LevelFilter(search) + ") AS m";
+  // CROSS JOIN keeps the user order as the outer loop; each arm delivers its rows in order
+  // and the compound merges them, stopping after the page.
+  const std::string ids =
+      "SELECT u.username AS k, u.id AS i FROM search_index.users AS u CROSS JOIN " + matches +
+      " ON m.id = u.id WHERE u.id <= " + mark + " UNION ALL SELECT m.username, m.id FROM " +
+      matches + " WHERE m.id > " + mark + " ORDER BY 1" + direction + ", 2" + direction +
+      " LIMIT " + std::to_string(limit) + " OFFSET " + std::to_string(offset);
+  *page = "SELECT * FROM (" + scope->select() + ") WHERE id IN (SELECT i FROM (" + ids +
+          ")) ORDER BY username" + direction + ", id" + direction;
+  return true;
+}
+
 }  // namespace
 
 void AddRecords(const SearchRequest& search, PQUORDBRESULT result, Json::Value* items) {
@@ -462,8 +500,15 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
   std::string order = SortExpression(scope.info(), search.sort) + direction;
   if (search.types.size() > 1) order += ", orginalLogType" + direction;
   order += ", id" + direction;
-  std::string page = scope.select() + LevelFilter(search) + " ORDER BY " + order + " LIMIT " +
-                     std::to_string(limit) + " OFFSET " + std::to_string(offset);
+  std::string page;
+  if (indexed &&
+      !UserOrderedPage(search, &indexes, &scope, direction, limit, offset, &page, failure)) {
+    return false;
+  }
+  if (page.empty()) {
+    page = scope.select() + LevelFilter(search) + " ORDER BY " + order + " LIMIT " +
+           std::to_string(limit) + " OFFSET " + std::to_string(offset);
+  }
   bool ok = scope.Run(page, failure,
                       [&](PQUORDBRESULT rows) { AddRecords(search, rows, &result->items); });
   if (ok && reversed) {

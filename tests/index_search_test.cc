@@ -50,7 +50,8 @@ std::string RandomRows(std::mt19937* random, int count, int64_t t0) {
                        : pick == 3 ? "'soon'"
                                    : std::to_string(t0 + i * 5 + (*random)() % 3000 - 1500);
     sql += (i ? "," : "") + std::string("(") + time + "," + Quoted(kLevels[(*random)() % 4]) + "," +
-           Quoted("u" + std::string(kPieces[(*random)() % 24])) + "," + Quoted(msg) + ")";
+           ((*random)() % 40 ? Quoted("u" + std::string(kPieces[(*random)() % 24])) : "NULL") +
+           "," + Quoted(msg) + ")";
   }
   return sql + ";";
 }

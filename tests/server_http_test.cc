@@ -307,13 +307,14 @@ TEST_F(ServerHttp, IdleConnectionsDoNotHoldTheWorker) {
 
 TEST_F(ServerHttp, AKilledWorkerIsReplaced) {
   auto server = Start({"--workers", "1"});
-  std::vector<pid_t> before = server->Workers();
-  ASSERT_EQ(1u, before.size());
   // The only worker is inside a request when it dies: that request is lost, nothing else. An
-  // answer first shows the worker has taken the connection.
+  // answer first shows the worker has taken the connection (and has been started: the server
+  // says where it listens before its workers run).
   HttpConnection inFlight(server->port());
   ASSERT_TRUE(inFlight.Send("GET /app.js HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"));
   ASSERT_EQ(200, inFlight.Read().status);
+  std::vector<pid_t> before = server->Workers();
+  ASSERT_EQ(1u, before.size());
   ASSERT_TRUE(inFlight.Send("GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n"));
   ASSERT_EQ(0, kill(before[0], SIGKILL));
   EXPECT_TRUE(inFlight.ClosedWithin(10000));

@@ -328,7 +328,7 @@ bool WriteSystemLog(const std::string& path, const char* kind, int64_t rows, uin
   std::string k = kind;
   const MessageSet& set = MessagesOf(k, "system");
   BulkWriter writer;
-  if (!writer.Open(path, QUOR_SYSTEM_LOG_SCHEMA QUOR_USER_SORT_INDEX,
+  if (!writer.Open(path, QUOR_SYSTEM_LOG_SCHEMA,
                    "INSERT INTO logs (time, level, username, msg) VALUES (?, ?, ?, ?)", error)) {
     return false;
   }

@@ -7,10 +7,6 @@
   "CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER, level TEXT, " \
   "username TEXT, msg TEXT); CREATE INDEX logs_time ON logs (time);"
 
-// The index that pages of a system-class log sorted by user walk (instead of sorting every
-// match), made with each new store.
-#define QUOR_USER_SORT_INDEX "CREATE INDEX logs_username ON logs (username);"
-
 // Each transfer log.
 #define QUOR_TRANSFER_LOG_SCHEMA                                                            \
   "CREATE TABLE logs (id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER, ip TEXT, "        \

@@ -470,16 +470,20 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
   const StoreStamp* stamp = nullptr;
   bool stamped = !counted && scope.Stamp(&stamp);
   if (!counted && (!stamped || !FindLevelCounts(search, *stamp, result->levels))) {
-    bool ok =
-        scope.Run("SELECT severity, count(*) AS n FROM (" + scope.select() + ") GROUP BY severity",
-                  failure, [&](PQUORDBRESULT rows) {
-                    QUORDBROW row;
-                    while (QUORDBFetchRow(rows, &row) == 0) {
-                      int level = static_cast<int>(ReadInteger(QUORDBFetchFieldAt(rows, row, 0)));
-                      if (level < 1 || level > 3) level = 1;
-                      result->levels[level] += ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
-                    }
-                  });
+    // Sums rather than GROUP BY severity: no sorter for the matches (severity is 1 to 3).
+    bool ok = scope.Run(
+        "SELECT count(*), coalesce(sum(severity = 2), 0), coalesce(sum(severity = 3), 0) FROM (" +
+            scope.select() + ")",
+        failure, [&](PQUORDBRESULT rows) {
+          QUORDBROW row;
+          if (QUORDBFetchRow(rows, &row) != 0) return;
+          int64_t all = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
+          int64_t warn = ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
+          int64_t err = ReadInteger(QUORDBFetchFieldAt(rows, row, 2));
+          result->levels[1] += all - warn - err;
+          result->levels[2] += warn;
+          result->levels[3] += err;
+        });
     if (!ok) return false;
     if (stamped) KeepLevelCounts(search, *stamp, result->levels);
   }

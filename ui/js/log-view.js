@@ -462,23 +462,7 @@ export class LogView {
       this.ShowAnswer();
       this.OpenNamedEntry();
       if (!split) return;
-      this.counting = controller;
-      const done = Promise.all([countAsked, histogramAsked]).then(([counted, timeline]) => {
-        if (this.counting !== controller) return;  // a newer search took over
-        if (shrank(counted.total)) {
-          this.counting = null;
-          this.Load({quiet});
-          return;
-        }
-        Object.assign(answer, counted);
-        this.histogram = timeline;
-        this.timeline.Show(timeline);
-        this.ShowAnswer();
-      }, (error) => {
-        if (error.name === 'AbortError' || this.counting !== controller) return;
-        if (!quiet) this.Fail(error);
-      });
-      return {controller, done};
+      return this.FollowCount(controller, answer, countAsked, histogramAsked, shrank, quiet);
     } catch (error) {
       if (error.name === 'AbortError' || controller !== this.loading) return;
       this.loading = null;
@@ -490,6 +474,29 @@ export class LogView {
       this.ShowAnswer();
       this.Fail(error);
     }
+  }
+
+  // Shows a term search's count and timeline once they follow its page
+  // (`answer`, shown): returns {controller, done}. A count smaller than the
+  // page assumed (`shrank` moves the view to the last page) loads again.
+  FollowCount(controller, answer, countAsked, histogramAsked, shrank, quiet) {
+    this.counting = controller;
+    const done = Promise.all([countAsked, histogramAsked]).then(([counted, timeline]) => {
+      if (this.counting !== controller) return;  // a newer search took over
+      if (shrank(counted.total)) {
+        this.counting = null;
+        this.Load({quiet});
+        return;
+      }
+      Object.assign(answer, counted);
+      this.histogram = timeline;
+      this.timeline.Show(timeline);
+      this.ShowAnswer();
+    }, (error) => {
+      if (error.name === 'AbortError' || this.counting !== controller) return;
+      if (!quiet) this.Fail(error);
+    });
+    return {controller, done};
   }
 
   // The newest entries first, the new ones live mode counted off the page

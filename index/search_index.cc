@@ -19,7 +19,7 @@
 namespace {
 
 const int kVersion = 7;
-const int kChunkBits = 16;
+const int kChunkBits = kIndexChunkBits;
 const int64_t kBatch = 50000;
 // Rows behind at which the background catch-up stops.
 const int64_t kNearlyCurrent = 1000;
@@ -1037,6 +1037,21 @@ bool IndexReader::TimeBounds(const bool levels[4], bool* found, int64_t* first, 
 }
 
 int64_t IndexReader::FloorChunk() const { return floor_ >= low_ ? floor_ >> kChunkBits : -1; }
+
+int64_t StoreIdentity(const std::string& storePath) { return FileIdentity(storePath); }
+
+std::string IndexStateSql(const std::string& schema, const std::string& storePath) {
+  return "SELECT (SELECT min(id) FROM main.logs), (SELECT max(id) FROM main.logs), mark, low, "
+         "version = " +
+         std::to_string(kVersion) + " AND store = " + std::to_string(FileIdentity(storePath)) +
+         " FROM " + schema + ".state";
+}
+
+std::string ChunkRowsSql(const std::string& schema, int64_t first, int64_t last) {
+  // The hours' table: the same rows as the minutes', a sixtieth as many entries.
+  return "SELECT chunk, sum(n) FROM " + schema + ".hours WHERE chunk BETWEEN " +
+         std::to_string(first) + " AND " + std::to_string(last) + " GROUP BY chunk";
+}
 
 std::vector<std::string> TrigramsOf(const std::vector<std::string>& foldedTerms) {
   std::vector<std::string> grams;

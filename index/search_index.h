@@ -132,6 +132,19 @@ class IndexReader {
   std::vector<ChunkTimes> times_;
 };
 
+// The index counts rows by chunk of row ids: id >> kIndexChunkBits.
+constexpr int kIndexChunkBits = 16;
+
+// The identity of the store file at storePath (its device and inode), as the index records it.
+int64_t StoreIdentity(const std::string& storePath);
+
+// For a connection with the store as "main" and its index attached as schema: one row of the
+// store's lowest and highest row id, the index's mark and lowest row, and 1 when the index is of
+// the store file at storePath in this format (0 otherwise). No row: the index is empty.
+std::string IndexStateSql(const std::string& schema, const std::string& storePath);
+// The same connection: (chunk, rows) of the index's counts for the chunks first..last.
+std::string ChunkRowsSql(const std::string& schema, int64_t first, int64_t last);
+
 // The trigrams (runs of three characters) of the folded terms.
 std::vector<std::string> TrigramsOf(const std::vector<std::string>& foldedTerms);
 

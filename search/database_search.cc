@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
 
 #include "catalogue/log_levels.h"
 #include "search/level_count_cache.h"
@@ -392,6 +393,107 @@ bool WalkPage(const SearchRequest& search, SearchIndexes* indexes, QueryResult* 
                    failure, [&](PQUORDBRESULT rows) { AddRecords(search, rows, &result->items); });
 }
 
+// Adds the level counts of the scope's matches that meet condition (a WHERE clause on them, or
+// "") to levels. Sums rather than GROUP BY severity: no sorter for the matches (severity is 1
+// to 3).
+bool CountMatches(SearchScope* scope, const std::string& condition, int64_t levels[4],
+                  SearchFailure* failure) {
+  return scope->Run(
+      "SELECT count(*), coalesce(sum(severity = 2), 0), coalesce(sum(severity = 3), 0) FROM (" +
+          scope->select() + ")" + condition,
+      failure, [&](PQUORDBRESULT rows) {
+        QUORDBROW row;
+        if (QUORDBFetchRow(rows, &row) != 0) return;
+        int64_t all = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
+        int64_t warn = ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
+        int64_t err = ReadInteger(QUORDBFetchFieldAt(rows, row, 2));
+        levels[1] += all - warn - err;
+        levels[2] += warn;
+        levels[3] += err;
+      });
+}
+
+// A read transaction of the scope's connection, ended on every path.
+class ReadTransaction {
+ public:
+  explicit ReadTransaction(SearchScope* scope) : scope_(scope) {}
+  bool Begin(SearchFailure* failure) { return open_ = scope_->Execute("BEGIN", failure); }
+  ~ReadTransaction() {
+    SearchFailure ignored;
+    if (open_) scope_->Execute("COMMIT", &ignored);
+  }
+
+ private:
+  SearchScope* scope_;
+  bool open_ = false;
+};
+
+// The level counts of a one-store search by chunk of row ids, in one read transaction with
+// the index's counts of rows by chunk: a chunk that the index counts as holding the rows it
+// held when the worker last counted this search is taken from the worker's cache; the others
+// are read from the store, and so are the lowest two chunks (whose rows retention may be taking
+// since the index last looked) and the rows above the index's last whole chunk. *used false:
+// count the usual way.
+bool CountByChunks(const SearchRequest& search, SearchIndexes* indexes, SearchScope* scope,
+                   int64_t levels[4], SearchFailure* failure, bool* used) {
+  *used = false;
+  std::string sidecar, store;
+  if (indexes->OneStore(search, &sidecar, &store) == nullptr) return true;
+  ReadTransaction transaction(scope);
+  if (!scope->AttachIndex(sidecar, failure) || !transaction.Begin(failure)) return false;
+  int64_t minId = 0, maxId = 0, mark = 0, low = 0, fits = 0;
+  if (!scope->Run(IndexStateSql("search_index", store), failure, [&](PQUORDBRESULT rows) {
+        QUORDBROW row;
+        if (QUORDBFetchRow(rows, &row) != 0) return;
+        int64_t* values[] = {&minId, &maxId, &mark, &low, &fits};
+        for (int i = 0; i < 5; ++i) *values[i] = ReadInteger(QUORDBFetchFieldAt(rows, row, i));
+      })) {
+    return false;
+  }
+  const int bits = kIndexChunkBits;
+  const int64_t first = std::max((minId >> bits) + 2, low >> bits);
+  const int64_t last = ((mark + 1) >> bits) - 1;
+  // Another store's index, ids that went back, or no whole chunk to take: the usual way.
+  if (fits != 1 || maxId < mark || minId > mark || first > last) return true;
+  std::map<int64_t, int64_t> rows;  // of the chunks first..last, by the index
+  if (!scope->Run(ChunkRowsSql("search_index", first, last), failure, [&](PQUORDBRESULT result) {
+        QUORDBROW row;
+        while (QUORDBFetchRow(result, &row) == 0) {
+          rows[ReadInteger(QUORDBFetchFieldAt(result, row, 0))] =
+              ReadInteger(QUORDBFetchFieldAt(result, row, 1));
+        }
+      })) {
+    return false;
+  }
+  ChunkLevelMap* kept = ChunkLevelsOf(search, std::to_string(StoreIdentity(store)));
+  kept->erase(kept->begin(), kept->lower_bound(first));  // gone, or read from the store below
+  int64_t counted[4] = {0, 0, 0, 0};
+  auto between = [](int64_t a, int64_t b) {
+    return " WHERE id BETWEEN " + std::to_string(a) + " AND " + std::to_string(b);
+  };
+  for (const auto& [chunk, n] : rows) {
+    ChunkLevels& levelsOf = (*kept)[chunk];
+    if (levelsOf.rows != n || n == 0) {
+      levelsOf = ChunkLevels();
+      if (!CountMatches(scope, between(chunk << bits, ((chunk + 1) << bits) - 1), levelsOf.levels,
+                        failure)) {
+        kept->erase(chunk);
+        return false;
+      }
+      levelsOf.rows = n;
+    }
+    for (int level = 1; level <= 3; ++level) counted[level] += levelsOf.levels[level];
+  }
+  if (!CountMatches(scope, " WHERE id < " + std::to_string(first << bits), counted, failure) ||
+      !CountMatches(scope, " WHERE id > " + std::to_string(((last + 1) << bits) - 1), counted,
+                    failure)) {
+    return false;
+  }
+  for (int level = 1; level <= 3; ++level) levels[level] += counted[level];
+  *used = true;
+  return true;
+}
+
 // The page statement of a one-store search sorted by user, from the index's user order
 // rather than a sort of every match: the indexed rows in user order, each looked up in the
 // store and kept when it matches (the store's own filters, so rows removed since drop out),
@@ -470,21 +572,11 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
   const StoreStamp* stamp = nullptr;
   bool stamped = !counted && scope.Stamp(&stamp);
   if (!counted && (!stamped || !FindLevelCounts(search, *stamp, result->levels))) {
-    // Sums rather than GROUP BY severity: no sorter for the matches (severity is 1 to 3).
-    bool ok = scope.Run(
-        "SELECT count(*), coalesce(sum(severity = 2), 0), coalesce(sum(severity = 3), 0) FROM (" +
-            scope.select() + ")",
-        failure, [&](PQUORDBRESULT rows) {
-          QUORDBROW row;
-          if (QUORDBFetchRow(rows, &row) != 0) return;
-          int64_t all = ReadInteger(QUORDBFetchFieldAt(rows, row, 0));
-          int64_t warn = ReadInteger(QUORDBFetchFieldAt(rows, row, 1));
-          int64_t err = ReadInteger(QUORDBFetchFieldAt(rows, row, 2));
-          result->levels[1] += all - warn - err;
-          result->levels[2] += warn;
-          result->levels[3] += err;
-        });
-    if (!ok) return false;
+    bool byChunks = false;
+    if (indexed && !CountByChunks(search, &indexes, &scope, result->levels, failure, &byChunks)) {
+      return false;
+    }
+    if (!byChunks && !CountMatches(&scope, "", result->levels, failure)) return false;
     if (stamped) KeepLevelCounts(search, *stamp, result->levels);
   }
   AddTotal(search, result);

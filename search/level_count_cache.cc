@@ -49,8 +49,9 @@ void AddFileState(const std::string& path, off_t at, size_t size, std::string* t
   *text += "|";
 }
 
-// Everything of a search that its counts depend on: not the level filter, order or page.
-std::string KeyOf(const SearchRequest& search, const StoreStamp& stores) {
+// Everything of a search that its counts depend on but the stores' state: not the level
+// filter, order or page.
+std::string FiltersOf(const SearchRequest& search) {
   std::string key = std::to_string(static_cast<int>(search.logClass)) + "\n";
   for (const std::string& type : search.types) key += type + ",";
   key += "\n" + (search.hasFrom ? std::to_string(search.from) : std::string("-"));
@@ -66,7 +67,21 @@ std::string KeyOf(const SearchRequest& search, const StoreStamp& stores) {
     key += ids->given ? "\n<" : "\n";
     for (const auto& id : ids->ids) key += " " + id.first + ":" + std::to_string(id.second);
   }
-  return key + "\n" + stores.text();
+  return key;
+}
+
+std::string KeyOf(const SearchRequest& search, const StoreStamp& stores) {
+  return FiltersOf(search) + "\n" + stores.text();
+}
+
+struct ChunkEntry {
+  std::string key;
+  ChunkLevelMap chunks;
+};
+
+std::deque<ChunkEntry>& ChunkEntries() {
+  static std::deque<ChunkEntry> entries;
+  return entries;
 }
 
 }  // namespace
@@ -113,4 +128,15 @@ void KeepLevelCounts(const SearchRequest& search, const StoreStamp& stores,
   if (entries.size() == kEntries) entries.pop_front();
   Entry entry{KeyOf(search, stores), {levels[0], levels[1], levels[2], levels[3]}};
   entries.push_back(std::move(entry));
+}
+
+ChunkLevelMap* ChunkLevelsOf(const SearchRequest& search, const std::string& store) {
+  std::string key = FiltersOf(search) + "\n" + store;
+  std::deque<ChunkEntry>& entries = ChunkEntries();
+  for (ChunkEntry& entry : entries) {
+    if (entry.key == key) return &entry.chunks;
+  }
+  if (entries.size() == kEntries) entries.pop_front();
+  entries.push_back(ChunkEntry{std::move(key), ChunkLevelMap()});
+  return &entries.back().chunks;
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -34,3 +35,17 @@ bool FindLevelCounts(const SearchRequest& search, const StoreStamp& stores, int6
 // Keeps the counts (the oldest entries make room).
 void KeepLevelCounts(const SearchRequest& search, const StoreStamp& stores,
                      const int64_t levels[4]);
+
+// The level counts of a one-store search's matches by chunk of row ids, each with the rows the
+// chunk held when they were counted: a search asked again while rows come and go (a writer adds
+// them at the top, retention takes them at the bottom) counts again only the chunks whose rows
+// changed.
+struct ChunkLevels {
+  int64_t rows = 0;
+  int64_t levels[4] = {0, 0, 0, 0};
+};
+using ChunkLevelMap = std::map<int64_t, ChunkLevels>;
+
+// The chunks kept for search over the store file of identity store (made empty when there are
+// none; the oldest searches make room). Valid until the next call.
+ChunkLevelMap* ChunkLevelsOf(const SearchRequest& search, const std::string& store);

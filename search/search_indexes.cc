@@ -34,12 +34,20 @@ bool SearchIndexes::Open(const SearchRequest& search) {
   return true;
 }
 
-IndexReader* SearchIndexes::UserOrder(const SearchRequest& search, std::string* sidecar) {
-  if (readers_.size() != 1 || search.types.size() != 1 || readers_[0]->behind() > kMostBehind) {
+IndexReader* SearchIndexes::OneStore(const SearchRequest& search, std::string* sidecar,
+                                     std::string* store) {
+  if (readers_.size() != 1 || search.types.size() != 1 ||
+      !StorePathOf(search.types[0].c_str(), store)) {
     return nullptr;
   }
   *sidecar = sidecar_;
   return readers_[0].get();
+}
+
+IndexReader* SearchIndexes::UserOrder(const SearchRequest& search, std::string* sidecar) {
+  std::string store;
+  IndexReader* index = OneStore(search, sidecar, &store);
+  return index != nullptr && index->behind() <= kMostBehind ? index : nullptr;
 }
 
 bool SearchIndexes::Matching(const SearchRequest& search, CandidateRows* candidates,

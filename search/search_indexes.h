@@ -37,10 +37,12 @@ class SearchIndexes {
   // integer time, which the walk reads first), or null when it cannot be walked (as Narrowing).
   IndexReader* Walking(const SearchRequest& search, CandidateRows* candidates, int64_t* odd);
 
-  // The index of a one-store search whose user order a page sorted by user can walk (its rows
-  // above the mark few enough to sort), or null; *sidecar: its file, to attach as
-  // "search_index", whose table "users" (id, username) holds the indexed rows' users and whose
-  // index "users_order" orders them.
+  // The index of a one-store search, or null; *sidecar: its file, to attach as "search_index";
+  // *store: the store's file.
+  IndexReader* OneStore(const SearchRequest& search, std::string* sidecar, std::string* store);
+  // The same when a page sorted by user can walk the index's user order (its rows above the
+  // mark few enough to sort): the table "users" (id, username) of the sidecar holds the indexed
+  // rows' users, and its index "users_order" orders them.
   IndexReader* UserOrder(const SearchRequest& search, std::string* sidecar);
 
   // The level counts of search without terms (every filter but the level's). False: scan.

@@ -1,10 +1,12 @@
 // The search index against the scan: the search module's answers with the index equal its
 // answers without one, on random rows and queries, while a second process writes and while rows
 // are cleared or trimmed; a damaged or deleted index is made anew.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <json/value.h>
 #include <sqlite3.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <memory>
@@ -65,9 +67,14 @@ Json::Value Call(void (*method)(QUOR::APIRequest*, QUOR::APIResponse*), const Js
   return answer;
 }
 
-// The answer of a call while the index of store cannot be opened: the scan's answer.
+// The answer of a call while the index of store cannot be opened: the scan's answer. The
+// store's change time is set anew first, so that the worker's counts kept for the store's
+// state (the last call's, perhaps the index's) are not reused.
 Json::Value Scanned(const std::string& store, void (*method)(QUOR::APIRequest*, QUOR::APIResponse*),
                     const Json::Value& params) {
+  static time_t changes = 0;
+  struct timespec times[2] = {{0, UTIME_OMIT}, {1000000000 + ++changes, 0}};
+  utimensat(AT_FDCWD, store.c_str(), times, 0);
   const std::string side = IndexPathOf(store);
   for (const char* suffix : {"", "-wal", "-shm"}) {
     rename((side + suffix).c_str(), (side + suffix + ".away").c_str());
@@ -240,6 +247,45 @@ TEST(SearchIndex, RowsTrimmedOrClearedLeaveEveryAnswerAtOnce) {
   CompareRandomQueries(log.store, &log.random, log.t0, 15);
   EXPECT_EQ(std::vector<std::string>{"200"},
             QueryRows(IndexPathOf(log.store), "SELECT sum(n) FROM counts"));
+}
+
+// A term's counts asked again by the same worker count again only the chunks of ids whose rows
+// changed: rows added above, rows trimmed below (into the chunks the worker counted before),
+// each while the index is told and while it is not.
+TEST(SearchIndex, CountsAskedAgainFollowRowsAddedAndTrimmed) {
+  TempRoot root;
+  const std::string store = root.At("/var/log/quorlog/.QUORSYSDB");
+  std::mt19937 random(7);
+  const int64_t t0 = 1700000000;
+  // Ids 150 apart: seven chunks.
+  MakeDatabase(store, std::string(QUOR_SYSTEM_LOG_SCHEMA) + RandomRows(&random, 3000, t0) +
+                          "UPDATE logs SET id = -id; UPDATE logs SET id = -id * 150;");
+  ASSERT_TRUE(IndexCatchUp(store));
+  const char* const terms[] = {"disk", "a\"b", "ıstanbul", "straße", "[x]"};
+  int64_t trimmed = 0;
+  for (int round = 0; round < 8; ++round) {
+    Json::Value params(Json::objectValue);
+    params["q"] = terms[round % 5];
+    if (round % 3 == 1) params["level"] = "err,warn";
+    params["limit"] = 5;
+    for (int again = 0; again < 2; ++again) {
+      Json::Value indexed = Call(QueryMethod, params);
+      ASSERT_EQ(QUOR::WebAPIUtil::ToText(Scanned(store, QueryMethod, params)),
+                QUOR::WebAPIUtil::ToText(indexed))
+          << round << " " << again;
+      ASSERT_GT(indexed["total"].asInt(), 0) << round;
+      // Between the two: rows from another process, and a trim of the lowest rows that reaches
+      // a little further each round (into chunks counted the round before).
+      ProcessResult wrote =
+          RunProcess({"/usr/bin/sqlite3", store}, ".timeout 5000\n" + RandomRows(&random, 50, t0));
+      ASSERT_EQ(0, wrote.status) << wrote.err;
+      trimmed += 20000;
+      MakeDatabase(store, "DELETE FROM logs WHERE id <= " + std::to_string(trimmed) + ";");
+      if ((round + again) % 2 == 0) {
+        ASSERT_TRUE(IndexCatchUp(store));
+      }
+    }
+  }
 }
 
 TEST(SearchIndex, DamagedOrDeletedIndexIsMadeAnew) {

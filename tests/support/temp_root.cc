@@ -57,6 +57,7 @@ void MakeDatabase(const std::string& realPath, const std::string& sql) {
   ASSERT_TRUE(MakeParentDirectories(realPath, &folderError)) << folderError;
   sqlite3* db = nullptr;
   ASSERT_EQ(SQLITE_OK, sqlite3_open(realPath.c_str(), &db));
+  sqlite3_busy_timeout(db, 5000);  // as every writer waits for readers (a background indexer)
   char* error = nullptr;
   int rc = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error);
   std::string message = error != nullptr ? error : "";

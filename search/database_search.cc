@@ -428,12 +428,12 @@ class ReadTransaction {
   bool open_ = false;
 };
 
-// The level counts of a one-store search by chunk of row ids, in one read transaction with
-// the index's counts of rows by chunk: a chunk that the index counts as holding the rows it
-// held when the worker last counted this search is taken from the worker's cache; the others
-// are read from the store, and so are the lowest two chunks (whose rows retention may be taking
-// since the index last looked) and the rows above the index's last whole chunk. *used false:
-// count the usual way.
+// The level counts of a one-store search by chunk of row ids, in one read transaction: a chunk
+// that holds the rows it held when the worker last counted this search is taken from the
+// worker's cache (its rows by the index's counts up to the index's last whole chunk, by the
+// store above); the others are read from the store, and so are the lowest two chunks (whose
+// rows retention may be taking since the index last looked) and the newest. *used false: count
+// the usual way.
 bool CountByChunks(const SearchRequest& search, SearchIndexes* indexes, SearchScope* scope,
                    int64_t levels[4], SearchFailure* failure, bool* used) {
   *used = false;
@@ -471,6 +471,18 @@ bool CountByChunks(const SearchRequest& search, SearchIndexes* indexes, SearchSc
   auto between = [](int64_t a, int64_t b) {
     return " WHERE id BETWEEN " + std::to_string(a) + " AND " + std::to_string(b);
   };
+  // Chunks above the index's last whole one, but for the newest (rows are still added to it),
+  // are checked against their rows in the store: a chunk below the newest only loses rows.
+  const int64_t newest = maxId >> bits;
+  for (int64_t chunk = last + 1; chunk < newest; ++chunk) {
+    int64_t n = 0;
+    if (!scope->RunInteger(
+            "SELECT count(*) FROM main.logs" + between(chunk << bits, ((chunk + 1) << bits) - 1),
+            failure, &n)) {
+      return false;
+    }
+    if (n > 0) rows[chunk] = n;
+  }
   for (const auto& [chunk, n] : rows) {
     ChunkLevels& levelsOf = (*kept)[chunk];
     if (levelsOf.rows != n || n == 0) {
@@ -484,9 +496,9 @@ bool CountByChunks(const SearchRequest& search, SearchIndexes* indexes, SearchSc
     }
     for (int level = 1; level <= 3; ++level) counted[level] += levelsOf.levels[level];
   }
+  const int64_t above = std::max(last + 1, newest) << bits;
   if (!CountMatches(scope, " WHERE id < " + std::to_string(first << bits), counted, failure) ||
-      !CountMatches(scope, " WHERE id > " + std::to_string(((last + 1) << bits) - 1), counted,
-                    failure)) {
+      !CountMatches(scope, " WHERE id >= " + std::to_string(above), counted, failure)) {
     return false;
   }
   for (int level = 1; level <= 3; ++level) levels[level] += counted[level];

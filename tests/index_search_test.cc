@@ -274,14 +274,23 @@ TEST(SearchIndex, CountsAskedAgainFollowRowsAddedAndTrimmed) {
                 QUOR::WebAPIUtil::ToText(indexed))
           << round << " " << again;
       ASSERT_GT(indexed["total"].asInt(), 0) << round;
-      // Between the two: rows from another process, and a trim of the lowest rows that reaches
-      // a little further each round (into chunks counted the round before).
+      // Between the two: rows from another process, their ids 30,000 past the last ones (so
+      // that chunks the index has not wholly seen fill up), half the rows of one of those below
+      // the newest, and a trim of the lowest rows that reaches a little further each round
+      // (into chunks counted the round before).
       ProcessResult wrote =
-          RunProcess({"/usr/bin/sqlite3", store}, ".timeout 5000\n" + RandomRows(&random, 50, t0));
+          RunProcess({"/usr/bin/sqlite3", store},
+                     ".timeout 5000\nUPDATE sqlite_sequence SET seq = seq + 30000;" +
+                         RandomRows(&random, 50, t0));
       ASSERT_EQ(0, wrote.status) << wrote.err;
       trimmed += 20000;
-      MakeDatabase(store, "DELETE FROM logs WHERE id <= " + std::to_string(trimmed) + ";");
-      if ((round + again) % 2 == 0) {
+      const std::string mark = QueryRows(IndexPathOf(store), "SELECT mark FROM state")[0];
+      MakeDatabase(store, "DELETE FROM logs WHERE id <= " + std::to_string(trimmed) +
+                              "; DELETE FROM logs WHERE id IN (SELECT id FROM logs WHERE id >= ((" +
+                              mark +
+                              " + 1) >> 16 << 16) AND id < ((SELECT max(id) FROM logs) >> 16 << "
+                              "16) ORDER BY id DESC LIMIT 25 OFFSET 5);");
+      if ((round * 2 + again) % 3 == 0) {
         ASSERT_TRUE(IndexCatchUp(store));
       }
     }

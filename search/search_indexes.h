@@ -54,6 +54,8 @@ class SearchIndexes {
   // The FTS5 query of search's terms (false: no narrowing term, or not one indexed store).
   // *fewest: at most how many rows match (IndexReader::NarrowQuery); null: not needed.
   bool Matching(const SearchRequest& search, CandidateRows* candidates, int64_t* fewest);
+  // IndexReader::NarrowQuery of the folded terms (two trigrams each), reused for a while.
+  std::string NarrowedQuery(const std::vector<std::string>& folded, int64_t* fewest);
   bool Count(const BucketQuery& query, std::vector<BucketCounts>* counts);
   std::vector<std::unique_ptr<IndexReader>> readers_;
   std::string sidecar_;

@@ -171,6 +171,8 @@ class SearchScope {
   }
 
   const std::string& select() const { return select_; }
+  // Whether the matches are narrowed to the index's candidates.
+  bool narrowed() const { return narrowed_; }
   const LogClassInfo& info() const { return info_; }
   // The state of the stores, for the count cache; false when it cannot be read.
   bool Stamp(const StoreStamp** stamp) {
@@ -432,13 +434,14 @@ class ReadTransaction {
 // that holds the rows it held when the worker last counted this search is taken from the
 // worker's cache (its rows by the index's counts up to the index's last whole chunk, by the
 // store above); the others are read from the store, and so are the lowest two chunks (whose
-// rows retention may be taking since the index last looked) and the newest. *used false: count
-// the usual way.
+// rows retention may be taking since the index last looked) and the newest. For a search that
+// reads the log through (no candidates). *used false: count the usual way.
 bool CountByChunks(const SearchRequest& search, SearchIndexes* indexes, SearchScope* scope,
                    int64_t levels[4], SearchFailure* failure, bool* used) {
   *used = false;
   std::string sidecar, store;
-  if (indexes->OneStore(search, &sidecar, &store) == nullptr) return true;
+  // Candidates are counted at once: each chunk's statement would look up all of them.
+  if (scope->narrowed() || indexes->OneStore(search, &sidecar, &store) == nullptr) return true;
   ReadTransaction transaction(scope);
   if (!scope->AttachIndex(sidecar, failure) || !transaction.Begin(failure)) return false;
   int64_t minId = 0, maxId = 0, mark = 0, low = 0, fits = 0;

@@ -249,7 +249,7 @@ TEST(SearchIndex, RowsTrimmedOrClearedLeaveEveryAnswerAtOnce) {
             QueryRows(IndexPathOf(log.store), "SELECT sum(n) FROM counts"));
 }
 
-// A term's counts asked again by the same worker count again only the chunks of ids whose rows
+// A term's counts asked again by the same worker read again only the chunks of ids whose rows
 // changed: rows added above, rows trimmed below (into the chunks the worker counted before),
 // each while the index is told and while it is not.
 TEST(SearchIndex, CountsAskedAgainFollowRowsAddedAndTrimmed) {
@@ -261,7 +261,8 @@ TEST(SearchIndex, CountsAskedAgainFollowRowsAddedAndTrimmed) {
   MakeDatabase(store, std::string(QUOR_SYSTEM_LOG_SCHEMA) + RandomRows(&random, 3000, t0) +
                           "UPDATE logs SET id = -id; UPDATE logs SET id = -id * 150;");
   ASSERT_TRUE(IndexCatchUp(store));
-  const char* const terms[] = {"disk", "a\"b", "ıstanbul", "straße", "[x]"};
+  // Terms shorter than a trigram: the index cannot narrow them, each search reads the log.
+  const char* const terms[] = {"%", "_", "?", "'", "-"};
   int64_t trimmed = 0;
   for (int round = 0; round < 8; ++round) {
     Json::Value params(Json::objectValue);

@@ -432,10 +432,11 @@ class ReadTransaction {
 
 // The level counts of a one-store search by chunk of row ids, in one read transaction: a chunk
 // that holds the rows it held when the worker last counted this search is taken from the
-// worker's cache (its rows by the index's counts up to the index's last whole chunk, by the
-// store above); the others are read from the store, and so are the lowest two chunks (whose
-// rows retention may be taking since the index last looked) and the newest. For a search that
-// reads the log through (no candidates). *used false: count the usual way.
+// worker's cache, the others and the newest are read from the store. A chunk's rows are
+// counted by the index from the third lowest chunk up to its last whole one, and by the store's
+// `count(*)` of the chunk's ids (no row's text read) elsewhere: retention may have taken rows
+// of the lowest two since the index last looked. For a search that reads the log through (no
+// candidates). *used false: count the usual way.
 bool CountByChunks(const SearchRequest& search, SearchIndexes* indexes, SearchScope* scope,
                    int64_t levels[4], SearchFailure* failure, bool* used) {
   *used = false;
@@ -468,16 +469,17 @@ bool CountByChunks(const SearchRequest& search, SearchIndexes* indexes, SearchSc
       })) {
     return false;
   }
+  const int64_t lowest = minId >> bits, newest = maxId >> bits;
   ChunkLevelMap* kept = ChunkLevelsOf(search, std::to_string(StoreIdentity(store)));
-  kept->erase(kept->begin(), kept->lower_bound(first));  // gone, or read from the store below
+  kept->erase(kept->begin(), kept->lower_bound(lowest));  // their rows are gone
   int64_t counted[4] = {0, 0, 0, 0};
   auto between = [](int64_t a, int64_t b) {
     return " WHERE id BETWEEN " + std::to_string(a) + " AND " + std::to_string(b);
   };
-  // Chunks above the index's last whole one, but for the newest (rows are still added to it),
-  // are checked against their rows in the store: a chunk below the newest only loses rows.
-  const int64_t newest = maxId >> bits;
-  for (int64_t chunk = last + 1; chunk < newest; ++chunk) {
+  // The chunks below the index's (the lowest two) and above its last whole one, but for the
+  // newest (rows are still added to it), are checked against their rows in the store: a chunk
+  // below the newest only loses rows.
+  for (int64_t chunk = lowest; chunk < newest; chunk = chunk + 1 == first ? last + 1 : chunk + 1) {
     int64_t n = 0;
     if (!scope->RunInteger(
             "SELECT count(*) FROM main.logs" + between(chunk << bits, ((chunk + 1) << bits) - 1),
@@ -500,8 +502,7 @@ bool CountByChunks(const SearchRequest& search, SearchIndexes* indexes, SearchSc
     for (int level = 1; level <= 3; ++level) counted[level] += levelsOf.levels[level];
   }
   const int64_t above = std::max(last + 1, newest) << bits;
-  if (!CountMatches(scope, " WHERE id < " + std::to_string(first << bits), counted, failure) ||
-      !CountMatches(scope, " WHERE id >= " + std::to_string(above), counted, failure)) {
+  if (!CountMatches(scope, " WHERE id >= " + std::to_string(above), counted, failure)) {
     return false;
   }
   for (int level = 1; level <= 3; ++level) levels[level] += counted[level];

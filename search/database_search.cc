@@ -175,9 +175,11 @@ class SearchScope {
   bool narrowed() const { return narrowed_; }
   const LogClassInfo& info() const { return info_; }
   // The state of the stores, for the count cache; false when it cannot be read.
+  // Read once: the same scope may be asked again.
   bool Stamp(const StoreStamp** stamp) {
     *stamp = &stamp_;
-    return stamp_.ReadRowIds(merged_.connection());
+    if (stamped_ == 0) stamped_ = stamp_.ReadRowIds(merged_.connection()) ? 1 : -1;
+    return stamped_ == 1;
   }
 
  private:
@@ -221,14 +223,20 @@ class SearchScope {
   StoreStamp stamp_;
   std::string select_;
   bool attached_ = false;
+  int stamped_ = 0;  // 1 read, -1 could not be read
 };
 
 // Opens the scope of search, narrowed by the index's candidates where it can be; a term with
-// too many candidates is searched by reading the log through.
+// too many candidates is searched by reading the log through. A scope already open (without
+// candidates, on stores that exist) serves when the index does not narrow the search.
 bool OpenScope(const SearchRequest& search, SearchIndexes* indexes, bool indexed,
                std::unique_ptr<SearchScope>* scope, SearchFailure* failure, bool* empty) {
   CandidateRows candidates;
   bool narrowed = indexed && indexes->Narrowing(search, &candidates);
+  if (!narrowed && *scope != nullptr) {
+    *empty = false;
+    return true;
+  }
   bool tooMany = false;
   scope->reset(new SearchScope(search, narrowed ? &candidates : nullptr));
   if (!(*scope)->Open(failure, empty, &tooMany)) return false;
@@ -565,19 +573,20 @@ bool QueryDatabases(const SearchRequest& search, QueryResult* result, SearchFail
     if (walked) return ok;
   }
   // A term's count asked again while the stores are unchanged (the page asks it with every
-  // page it shows) comes from the worker's cache before the index narrows anything.
+  // page it shows) comes from the worker's cache before the index narrows anything; missed,
+  // the scope opened to look serves a term the index does not narrow.
+  std::unique_ptr<SearchScope> opened;
   if (!search.page && indexed && !search.terms.empty()) {
-    SearchScope plain(search, nullptr);
+    opened.reset(new SearchScope(search, nullptr));
     bool none = false, unused = false;
     const StoreStamp* stamp = nullptr;
-    if (!plain.Open(failure, &none, &unused)) return false;
+    if (!opened->Open(failure, &none, &unused)) return false;
     if (none) return true;
-    if (plain.Stamp(&stamp) && FindLevelCounts(search, *stamp, result->levels)) {
+    if (opened->Stamp(&stamp) && FindLevelCounts(search, *stamp, result->levels)) {
       AddTotal(search, result);
       return true;
     }
   }
-  std::unique_ptr<SearchScope> opened;
   bool empty = false;
   if (!OpenScope(search, &indexes, indexed, &opened, failure, &empty)) return false;
   SearchScope& scope = *opened;

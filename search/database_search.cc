@@ -662,8 +662,15 @@ bool HistogramOfDatabases(const SearchRequest& search, Histogram* histogram,
   bool narrow = bounded && !SpanFits(from, to);
   bool any = bounded && !narrow;
   if (!empty && !any) {
-    std::string bounds = "SELECT min(t), max(t), count(*) FROM (SELECT CASE WHEN " + readable +
-                         " THEN time END AS t FROM (" + matches + "))";
+    // The first and last readable time of the matches, and whether there is a match at all:
+    // one pass over the index's candidates; reading the log through, each time the first match
+    // of a walk down the time index from its end (a common term stops after a few rows).
+    const std::string times = "SELECT time FROM (" + matches + ") WHERE " + readable;
+    std::string bounds = scope.narrowed()
+                             ? "SELECT min(t), max(t), count(*) FROM (SELECT CASE WHEN " +
+                                   readable + " THEN time END AS t FROM (" + matches + "))"
+                             : "SELECT (" + times + " ORDER BY time ASC LIMIT 1), (" + times +
+                                   " ORDER BY time DESC LIMIT 1), EXISTS (" + matches + ")";
     bool ok = scope.Run(bounds, failure, [&](PQUORDBRESULT rows) {
       QUORDBROW row;
       if (QUORDBFetchRow(rows, &row) != 0) return;
